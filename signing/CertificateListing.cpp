@@ -1,0 +1,77 @@
+#include <prtime.h>
+
+#include <array>
+
+#include "signing/Base64.h"
+#include "signing/CertificateDecoding.h"
+#include "signing/DigitalSignatureUtilPkcs11.h"
+#include "signing/ServiceError.h"
+
+namespace {
+
+constexpr unsigned int kSigningUsage = KU_DIGITAL_SIGNATURE | KU_NON_REPUDIATION;
+
+CertificateHandle decodeCertificate(std::vector<CK_BYTE>& der) {
+  SECItem item{siBuffer, der.data(), static_cast<unsigned int>(der.size())};
+  return certificate::CERT_DecodeDERCertificate(item, true, "Certificado");
+}
+
+/// True when the certificate is meant for signing and now lies within its validity.
+bool canSignNow(const CERTCertificate& certificate) {
+  return (certificate.keyUsage & kSigningUsage) == kSigningUsage &&
+         CERT_CheckCertValidTimes(&certificate, PR_Now(), PR_FALSE) == secCertTimeValid;
+}
+
+/// The text, or the empty text where NSS could not write the name.
+const char* nameText(const char* name) { return name != nullptr ? name : ""; }
+
+}  // namespace
+
+std::string DigitalSignatureUtilPkcs11::ListCertificates(std::string /*caSubjectNames*/) {
+  // Every fit certificate is listed: the page's CA names do not filter, on purpose.
+  if (!mayUseToken() || lastError != service_error::kNone) {
+    return {};
+  }
+  TokenConnection connection;
+  if (!connect(connection)) {
+    return {};
+  }
+  return listSigningCertificates(connection.session);
+}
+
+std::string DigitalSignatureUtilPkcs11::listSigningCertificates(CK_SESSION_HANDLE session) {
+  CK_OBJECT_CLASS objectClass = CKO_CERTIFICATE;
+  CK_CERTIFICATE_TYPE type = CKC_X_509;
+  std::array<CK_ATTRIBUTE, 2> search{{
+      {CKA_CLASS, &objectClass, sizeof objectClass},
+      {CKA_CERTIFICATE_TYPE, &type, sizeof type},
+  }};
+  constexpr std::array<CK_ATTRIBUTE_TYPE, 2> kRead{CKA_ID, CKA_VALUE};
+
+  const FindScope find(session);  // the listing's find is finalised even where it did not begin
+  if (!checkReturnValue(C_FindObjectsInit(session, search.data(), search.size()),
+                        "Find objects init")) {
+    return {};
+  }
+  std::string listing;
+  for (auto object = findObject(session, "Find first object"); object;
+       object = findObject(session, "Find other objects")) {
+    std::vector<Bytes> values = readAttributes(session, *object, kRead);
+    if (values.empty() || values[0].empty() || values[1].empty()) {
+      continue;
+    }
+    const CertificateHandle certificate = decodeCertificate(values[1]);
+    if (!certificate || !canSignNow(*certificate)) {
+      continue;
+    }
+    if (!listing.empty()) {
+      listing += '|';
+    }
+    listing += nameText(certificate->issuerName);
+    listing += '|';
+    listing += nameText(certificate->subjectName);
+    listing += '|';
+    listing += encodeBase64(values[0]);
+  }
+  return listing;
+}

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <pkcs11.h>
+
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "signing/DigitalSignatureUtil.h"
+#include "signing/TokenScopes.h"
+
+struct SECKEYPublicKeyStr;
+
+/// The signing service on a PKCS#11 token. It calls the standard `C_*` functions by name; the
+/// program decides what stands behind them.
+///
+/// No token session outlives an operation: each runs `C_Initialize` to `C_Finalize` itself on the
+/// first slot that holds a token. NSS is started by the first object that finds it not running, and
+/// shut down by that object. One thread only.
+class DigitalSignatureUtilPkcs11 : public DigitalSignatureUtil {
+ public:
+  /// The first text is not used; the others are those of `DigitalSignatureUtil`. When NSS cannot be
+  /// started, `IsInitialized` is false and the error state tells why.
+  DigitalSignatureUtilPkcs11(std::string unused, std::string domainsSignature,
+                             std::string signedDomains, std::string pageAddress);
+  DigitalSignatureUtilPkcs11(const DigitalSignatureUtilPkcs11&) = delete;
+  DigitalSignatureUtilPkcs11& operator=(const DigitalSignatureUtilPkcs11&) = delete;
+  DigitalSignatureUtilPkcs11(DigitalSignatureUtilPkcs11&&) = delete;
+  DigitalSignatureUtilPkcs11& operator=(DigitalSignatureUtilPkcs11&&) = delete;
+
+  std::string ListCertificates(std::string caSubjectNames) override;
+  bool IsInitialized() override { return initialized; }
+  std::vector<NameValueMap> GetCADistinguishedNames(std::string names) override;
+  std::string GetCertificateBase64(std::string certId) override;
+  std::string SignPkcs1Base64(std::string certId, std::string digest) override;
+  bool IsAuthorized() override;
+  bool NeedConfigDir() override;
+  void ClearPin() override;
+  ~DigitalSignatureUtilPkcs11() override;
+
+ protected:
+  using Bytes = std::vector<CK_BYTE>;
+
+  /// What `getSlot` and `startSession` return on failure.
+  static constexpr CK_ULONG kNone = ~CK_ULONG{0};
+  /// Longest attribute that is read, in bytes. A token that reports more (or "unavailable", which
+  /// is all ones) has not reported a length.
+  static constexpr CK_ULONG kMaximumAttributeLength = CK_ULONG{1} << 20U;
+  /// Most slots that are taken from a token library.
+  static constexpr CK_ULONG kMaximumSlots = 4096;
+
+  // The steps that every operation on the token repeats.
+
+  /// Clears the error code, then asks in this order: service started, page authorised, every PIN
+  /// known and none refused. False, with the error state set, when the token must not be touched.
+  bool mayUseToken();
+  /// `C_Initialize`, slot, session. What was opened before a failure stays in `connection`.
+  bool connect(TokenConnection& connection);
+  /// The first slot that holds a token, or `kNone`.
+  CK_SLOT_ID getSlot();
+  /// A new read-only session, or `kNone`.
+  CK_SESSION_HANDLE startSession(CK_SLOT_ID slot);
+  /// Logs the user in with the registry's PIN and writes a refusal back to the registry.
+  bool Login(CK_SESSION_HANDLE session);
+  /// Handle of the next object of the running find; nothing at its end and on failure.
+  std::optional<CK_OBJECT_HANDLE> findObject(CK_SESSION_HANDLE session, const char* what);
+  /// The attributes' values, read in two calls (lengths, then values); empty on failure.
+  std::vector<Bytes> readAttributes(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
+                                    std::span<const CK_ATTRIBUTE_TYPE> types);
+
+  // Where a failure becomes error state.
+
+  /// True for `CKR_OK`. Otherwise records the code, the PKCS#11 return value and `what`, the step's
+  /// label, as the message.
+  bool checkReturnValue(CK_RV rv, const char* what);
+  /// Records the current NSPR error. The error code is set only when there is none yet, from the
+  /// state of the PIN registry.
+  void SetErrorInfo();
+
+ private:
+  void setError(std::int32_t code, std::string message);
+  void setDomainsSignatureError(const char* fallbackMessage);
+  bool verifyDomains(SECKEYPublicKeyStr& key);
+  bool coversCurrentDomain();
+  std::string listSigningCertificates(CK_SESSION_HANDLE session);
+  std::string readCertificate(CK_SESSION_HANDLE session, std::span<CK_BYTE> id);
+  std::string signLoggedIn(CK_SESSION_HANDLE session, const std::string& certId,
+                           const std::string& digest);
+  std::string signDigest(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE key,
+                         std::span<const CK_BYTE> digest);
+
+  bool authorized = false;
+  /// The verdict in `authorized` is final for this object.
+  bool authorizationChecked = false;
+  bool initialized = false;
+  /// This object started NSS and shuts it down.
+  bool nssStartedHere = false;
+  /// Key of the token's PIN in the registry; also the end of the PIN messages.
+  std::string pinModuleName;
+};

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <string>
+
+/// Writes `filler` over every character of the text; the compiler cannot drop the writes.
+inline void overwrite(std::string& text, char filler) noexcept {
+  volatile char* const characters = text.data();
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    characters[i] = filler;
+  }
+}
+
+/// Zeroes the text's whole storage and leaves it empty. The storage behind the end of the text and
+/// the small-string buffer, where a shorter text may have left a longer one's tail, are included.
+inline void wipe(std::string& text) noexcept {
+  text.resize(text.capacity());  // within the capacity: never allocates
+  explicit_bzero(text.data(), text.size());
+  text.clear();
+}
