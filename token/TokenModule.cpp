@@ -8,53 +8,64 @@
 
 namespace {
 
-/// Takes one function by its exported name; true when the module has it.
+void complain(const std::string& reason) {
+  static_cast<void>(std::fprintf(stderr, "signing-host: %s\n", reason.c_str()));
+}
+
+/// Takes one function by its exported name; null where the module does not have it.
 template <typename Function>
-bool bindByName(void* module, const char* name, Function& function) {
+void bind(void* module, const char* name, Function& function) {
   function = reinterpret_cast<Function>(dlsym(module, name));
-  return function != nullptr;
 }
 
-bool bindExportedNames(void* module, TokenFunctions& functions) {
-  return bindByName(module, "C_Initialize", functions.initialize) &&
-         bindByName(module, "C_Finalize", functions.finalize) &&
-         bindByName(module, "C_GetSlotList", functions.getSlotList) &&
-         bindByName(module, "C_OpenSession", functions.openSession) &&
-         bindByName(module, "C_CloseSession", functions.closeSession) &&
-         bindByName(module, "C_Login", functions.login) &&
-         bindByName(module, "C_Logout", functions.logout) &&
-         bindByName(module, "C_FindObjectsInit", functions.findObjectsInit) &&
-         bindByName(module, "C_FindObjects", functions.findObjects) &&
-         bindByName(module, "C_FindObjectsFinal", functions.findObjectsFinal) &&
-         bindByName(module, "C_GetAttributeValue", functions.getAttributeValue) &&
-         bindByName(module, "C_SignInit", functions.signInit) &&
-         bindByName(module, "C_Sign", functions.sign);
+TokenFunctions bindExportedNames(void* module) {
+  TokenFunctions functions;
+  bind(module, "C_Initialize", functions.initialize);
+  bind(module, "C_Finalize", functions.finalize);
+  bind(module, "C_GetSlotList", functions.getSlotList);
+  bind(module, "C_OpenSession", functions.openSession);
+  bind(module, "C_CloseSession", functions.closeSession);
+  bind(module, "C_Login", functions.login);
+  bind(module, "C_Logout", functions.logout);
+  bind(module, "C_FindObjectsInit", functions.findObjectsInit);
+  bind(module, "C_FindObjects", functions.findObjects);
+  bind(module, "C_FindObjectsFinal", functions.findObjectsFinal);
+  bind(module, "C_GetAttributeValue", functions.getAttributeValue);
+  bind(module, "C_SignInit", functions.signInit);
+  bind(module, "C_Sign", functions.sign);
+  return functions;
 }
 
-bool bindFunctionList(void* module, TokenFunctions& functions) {
+TokenFunctions bindFunctionList(void* module) {
   decltype(&C_GetFunctionList) getFunctionList = nullptr;
   CK_FUNCTION_LIST_PTR list = nullptr;
-  if (!bindByName(module, "C_GetFunctionList", getFunctionList) ||
-      getFunctionList(&list) != CKR_OK || list == nullptr) {
-    return false;
+  bind(module, "C_GetFunctionList", getFunctionList);
+  if (getFunctionList == nullptr || getFunctionList(&list) != CKR_OK || list == nullptr) {
+    return {};
   }
-  functions = {list->C_Initialize,
-               list->C_Finalize,
-               list->C_GetSlotList,
-               list->C_OpenSession,
-               list->C_CloseSession,
-               list->C_Login,
-               list->C_Logout,
-               list->C_FindObjectsInit,
-               list->C_FindObjects,
-               list->C_FindObjectsFinal,
-               list->C_GetAttributeValue,
-               list->C_SignInit,
-               list->C_Sign};
-  return functions.initialize && functions.finalize && functions.getSlotList &&
-         functions.openSession && functions.closeSession && functions.login && functions.logout &&
-         functions.findObjectsInit && functions.findObjects && functions.findObjectsFinal &&
-         functions.getAttributeValue && functions.signInit && functions.sign;
+  return {list->C_Initialize,
+          list->C_Finalize,
+          list->C_GetSlotList,
+          list->C_OpenSession,
+          list->C_CloseSession,
+          list->C_Login,
+          list->C_Logout,
+          list->C_FindObjectsInit,
+          list->C_FindObjects,
+          list->C_FindObjectsFinal,
+          list->C_GetAttributeValue,
+          list->C_SignInit,
+          list->C_Sign};
+}
+
+bool isComplete(const TokenFunctions& functions) {
+  return functions.initialize != nullptr && functions.finalize != nullptr &&
+         functions.getSlotList != nullptr && functions.openSession != nullptr &&
+         functions.closeSession != nullptr && functions.login != nullptr &&
+         functions.logout != nullptr && functions.findObjectsInit != nullptr &&
+         functions.findObjects != nullptr && functions.findObjectsFinal != nullptr &&
+         functions.getAttributeValue != nullptr && functions.signInit != nullptr &&
+         functions.sign != nullptr;
 }
 
 std::string modulePath() {
@@ -66,22 +77,21 @@ std::string modulePath() {
 TokenFunctions load() {
   const std::string path = modulePath();
   if (path.empty()) {
-    std::fputs("signing-host: no PKCS#11 module is configured; set SIGNING_HOST_PKCS11_MODULE\n",
-               stderr);
+    complain("no PKCS#11 module is configured; set SIGNING_HOST_PKCS11_MODULE");
     return {};
   }
   void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (module == nullptr) {
-    std::fprintf(stderr, "signing-host: the PKCS#11 module cannot be loaded: %s\n",
-                 dlerror());  // NOLINT(concurrency-mt-unsafe)
+    const char* reason = dlerror();  // NOLINT(concurrency-mt-unsafe): the host has one thread
+    complain(std::string("the PKCS#11 module cannot be loaded: ") + reason);
     return {};
   }
-  TokenFunctions functions;
-  if (bindExportedNames(module, functions) || bindFunctionList(module, functions)) {
-    return functions;
+  for (const auto bindFunctions : {bindExportedNames, bindFunctionList}) {
+    if (const TokenFunctions functions = bindFunctions(module); isComplete(functions)) {
+      return functions;
+    }
   }
-  std::fprintf(stderr, "signing-host: %s lacks PKCS#11 functions that signing needs\n",
-               path.c_str());
+  complain(path + " lacks PKCS#11 functions that signing needs");
   dlclose(module);
   return {};
 }

@@ -2,9 +2,6 @@
 
 #include <pkcs11.h>
 
-#include <tuple>
-#include <utility>
-
 /// The functions of a token vendor's PKCS#11 module that the signing service calls, as pointers of
 /// the module's own; null where the module could not be loaded or does not have them.
 struct TokenFunctions {
