@@ -296,27 +296,27 @@ CK_RV C_Sign(CK_SESSION_HANDLE session, CK_BYTE_PTR data, CK_ULONG length, CK_BY
 }
 
 CK_RV C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR list) {
-  static CK_FUNCTION_LIST functions = [] {
-    CK_FUNCTION_LIST own{};
-    own.version = {2, 20};
-    own.C_Initialize = C_Initialize;
-    own.C_Finalize = C_Finalize;
-    own.C_GetFunctionList = C_GetFunctionList;
-    own.C_GetSlotList = C_GetSlotList;
-    own.C_OpenSession = C_OpenSession;
-    own.C_CloseSession = C_CloseSession;
-    own.C_Login = C_Login;
-    own.C_Logout = C_Logout;
-    own.C_FindObjectsInit = C_FindObjectsInit;
-    own.C_FindObjects = C_FindObjects;
-    own.C_FindObjectsFinal = C_FindObjectsFinal;
-    own.C_GetAttributeValue = C_GetAttributeValue;
-    own.C_SignInit = C_SignInit;
-    own.C_Sign = C_Sign;
-    return own;
-  }();
-  *list = &functions;
-  return CKR_OK;
+  static CK_FUNCTION_LIST functions{};
+  functions.version = {2, 20};
+  functions.C_Initialize = C_Initialize;
+  functions.C_Finalize = C_Finalize;
+  functions.C_GetFunctionList = C_GetFunctionList;
+  functions.C_GetSlotList = C_GetSlotList;
+  functions.C_OpenSession = C_OpenSession;
+  functions.C_CloseSession = C_CloseSession;
+  functions.C_Login = C_Login;
+  functions.C_Logout = C_Logout;
+  functions.C_FindObjectsInit = C_FindObjectsInit;
+  functions.C_FindObjects = C_FindObjects;
+  functions.C_FindObjectsFinal = C_FindObjectsFinal;
+  functions.C_GetAttributeValue = C_GetAttributeValue;
+  functions.C_SignInit = C_SignInit;
+  functions.C_Sign = C_Sign;
+  FakeToken::instance().readEnvironment();
+  return call("C_GetFunctionList", "", [&](FakeToken&, std::string&) -> CK_RV {
+    *list = &functions;
+    return CKR_OK;
+  });
 }
 
 }  // extern "C"

@@ -1,0 +1,11 @@
+#include <cstdlib>
+
+namespace {
+
+struct Crash {
+  [[noreturn]] Crash() { std::abort(); }
+};
+
+const Crash crash;
+
+}  // namespace
