@@ -18,8 +18,16 @@ CertificateHandle decodeCertificate(std::vector<CK_BYTE>& der) {
 
 /// True when the certificate is meant for signing and now lies within its validity.
 bool canSignNow(const CERTCertificate& certificate) {
-  return (certificate.keyUsage & kSigningUsage) == kSigningUsage &&
-         CERT_CheckCertValidTimes(&certificate, PR_Now(), PR_FALSE) == secCertTimeValid;
+  if ((certificate.keyUsage & kSigningUsage) != kSigningUsage) {
+    return false;
+  }
+  const PRTime now = PR_Now();
+  PRTime notBefore = 0;
+  PRTime notAfter = 0;
+  // NSS lets a certificate count as valid one day early, for slow clocks; a signature made then
+  // would not verify, so the beginning is compared exactly.
+  return CERT_CheckCertValidTimes(&certificate, now, PR_FALSE) == secCertTimeValid &&
+         CERT_GetCertTimes(&certificate, &notBefore, &notAfter) == SECSuccess && notBefore <= now;
 }
 
 /// The text, or the empty text where NSS could not write the name.
