@@ -117,7 +117,7 @@ CK_ULONG FakeToken::countToTell(const std::string& function, CK_ULONG count) con
 }
 
 void FakeToken::record(const std::string& line) {
-  lines.push_back(line);
+  if (!followsEnvironment) lines.push_back(line);
   if (const char* path = environment("FAKE_TOKEN_LOG")) {
     std::ofstream(path, std::ios::app) << line << '\n';
   }
@@ -125,7 +125,8 @@ void FakeToken::record(const std::string& line) {
 
 void FakeToken::readEnvironment() {
   const char* path = environment("FAKE_TOKEN_SCRIPT");
-  if (path == nullptr) return;
+  followsEnvironment = path != nullptr;
+  if (!followsEnvironment) return;
   std::ifstream file(path);
   const std::string text{std::istreambuf_iterator<char>(file), {}};
   if (file && text == currentText) return;

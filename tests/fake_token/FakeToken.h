@@ -15,8 +15,8 @@
 ///
 /// A test program links `fake_token_core` and speaks to `instance()`. The module `libfake_token.so`
 /// reads the script from the file that FAKE_TOKEN_SCRIPT names, at every C_Initialize, and appends
-/// the log to the file that FAKE_TOKEN_LOG names; counts of occurrences go on while the script's
-/// text stays the same.
+/// the log to the file that FAKE_TOKEN_LOG names (and keeps none itself, so that it can serve for
+/// ever); counts of occurrences go on while the script's text stays the same.
 ///
 /// A log line is the function, its arguments, "->", the return value and what was given back:
 ///
@@ -70,6 +70,7 @@ class FakeToken {
 
   TokenScript current;
   std::string currentText;
+  bool followsEnvironment = false;
   bool initialized = false;
   bool loggedIn = false;
   CK_SESSION_HANDLE lastSession = 0;

@@ -42,7 +42,7 @@ struct LengthLie {
 /// written by their usual CKR_ names, an occurrence is a number from 1 or `*` for every call.
 ///
 ///     slots 7 9                                  slots with a token; `slots none`; default: slot 1
-///     pin 1234                                   the right PIN
+///     pin 1234                                   the right PIN; `pin *`: any PIN is
 ///     certificate 01ab file /path/cert.der       id, value from a file ...
 ///     certificate 01ab hex 3082... [type 1]      ... or in place; an id may be `-` (empty)
 ///     key 01ab [/path/rsa.pem]                   private key; without a file, signatures are a
