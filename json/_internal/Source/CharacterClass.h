@@ -1,0 +1,56 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <string_view>
+
+namespace json_detail {
+
+/// What a byte outside strings means to the compacting pass.
+enum class CharacterClass : unsigned char {
+  kIllegal,  // ends the text: control bytes, 0x7F and everything above
+  kPlain,
+  kWhiteSpace,
+  kQuote,
+  kSlash,
+  kHash,
+  kBackslash,
+};
+
+inline constexpr std::array<CharacterClass, 256> kCharacterClasses = [] {
+  std::array<CharacterClass, 256> classes{};
+  for (std::size_t byte = 0x20; byte <= 0x7E; ++byte) {
+    classes[byte] = CharacterClass::kPlain;
+  }
+  for (const char space : {'\t', '\n', '\r', ' '}) {
+    classes[static_cast<unsigned char>(space)] = CharacterClass::kWhiteSpace;
+  }
+  classes['"'] = CharacterClass::kQuote;
+  classes['/'] = CharacterClass::kSlash;
+  classes['#'] = CharacterClass::kHash;
+  classes['\\'] = CharacterClass::kBackslash;
+  return classes;
+}();
+
+inline CharacterClass classOf(char byte) {
+  return kCharacterClasses[static_cast<unsigned char>(byte)];
+}
+
+/// How a byte of a string is written: 0 as itself, 'u' as "\u00XX", anything else as a backslash
+/// and that letter.
+inline constexpr std::array<char, 256> kOutputEscapes = [] {
+  std::array<char, 256> escapes{};
+  for (std::size_t byte = 0; byte < escapes.size(); ++byte) {
+    escapes[byte] = byte >= 0x20 && byte <= 0x7E ? '\0' : 'u';
+  }
+  constexpr std::string_view kBytes = "\\/\"\b\t\n\f\r";
+  constexpr std::string_view kLetters = "\\/\"btnfr";
+  for (std::size_t i = 0; i < kBytes.size(); ++i) {
+    escapes[static_cast<unsigned char>(kBytes[i])] = kLetters[i];
+  }
+  return escapes;
+}();
+
+inline char outputEscapeOf(char byte) { return kOutputEscapes[static_cast<unsigned char>(byte)]; }
+
+}  // namespace json_detail

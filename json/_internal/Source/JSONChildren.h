@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+class JSONNode;
+
+/// The children of an array or object: separately allocated handles, owned, in insertion order.
+/// The container grows by fixed rules and never shrinks.
+class jsonChildren {
+ public:
+  jsonChildren() = default;
+  jsonChildren(const jsonChildren&) = delete;
+  jsonChildren& operator=(const jsonChildren&) = delete;
+  jsonChildren(jsonChildren&&) = delete;
+  jsonChildren& operator=(jsonChildren&&) = delete;
+  /// The handles must have been released before (releaseAll(), or by the release of the body).
+  ~jsonChildren() = default;
+
+  std::unique_ptr<JSONNode*[]> array;
+  unsigned int size = 0;
+  unsigned int capacity = 0;
+
+  [[nodiscard]] JSONNode** begin() const { return array.get(); }
+  [[nodiscard]] JSONNode** end() const { return array.get() + size; }
+
+  /// Makes room for one more: 8 slots at first, then twice as many.
+  void inc() {
+    if (size == capacity) {
+      resize(capacity == 0 ? kFirstCapacity : doubled(capacity));
+    }
+  }
+
+  /// Makes room for `n` more. A container without slots gets max(n, 8); any other doubles until
+  /// it has at least size + n. (When size + n is exactly the capacity the block is renewed at its
+  /// size; harmless, and kept.)
+  void inc(unsigned int n);
+
+  /// Room for `amount` children in all: exactly that many slots when there were none, else by the
+  /// rule of inc(amount - capacity).
+  static void reserve2(jsonChildren& container, unsigned int amount);
+
+  /// Appends an owned handle.
+  void push_back(JSONNode* child) {
+    inc();
+    array[size] = child;
+    ++size;
+  }
+
+  /// Puts `count` owned handles in front of the child at `position`.
+  void insert(unsigned int position, JSONNode* const* handles, unsigned int count);
+
+  /// Takes `count` slots out at `position` and moves the later handles down. The handles
+  /// themselves are the caller's to release, before this call.
+  void doerase(unsigned int position, unsigned int count);
+
+  /// Releases every handle and forgets them; the slots stay.
+  void releaseAll() noexcept;
+
+ private:
+  static constexpr unsigned int kFirstCapacity = 8;
+  static unsigned int doubled(unsigned int slots);
+  void resize(unsigned int slots);
+};

@@ -1,0 +1,146 @@
+// Stage one of parsing: one pass that drops white space and marks comments and escaped quotes.
+
+#include "json/_internal/Source/ByteScan.h"
+#include "json/_internal/Source/CharacterClass.h"
+#include "json/_internal/Source/JSONWorker.h"
+
+using json_detail::CharacterClass;
+using json_detail::classOf;
+using json_detail::copyUntilAnyOf;
+using json_detail::JSONSource;
+
+namespace {
+
+constexpr char kHiddenQuote = 0x01;
+constexpr char kCommentMark = '#';
+
+/// The pass over one text. What is written is never longer than what was read, apart from the
+/// closing mark of a line comment that the end of the text ends.
+class Compactor {
+ public:
+  Compactor(std::string_view text, char* output, bool escapeQuotes)
+      : at(text.data()), end(text.data() + text.size()), out(output), hidesQuotes(escapeQuotes) {}
+
+  /// Returns the end of the output. Stops without a word at what cannot be part of JSON.
+  char* run() {
+    bool proceeds = true;
+    while (proceeds && at != end) {
+      switch (classOf(*at)) {
+        case CharacterClass::kWhiteSpace:
+          ++at;
+          break;
+        case CharacterClass::kPlain:
+          *out++ = *at++;
+          break;
+        case CharacterClass::kBackslash:
+          sawEscape = true;
+          *out++ = *at++;
+          break;
+        case CharacterClass::kQuote:
+          proceeds = copyString();
+          break;
+        case CharacterClass::kSlash:
+          proceeds = copySlashComment();
+          break;
+        case CharacterClass::kHash:
+          copyLineComment(at + 1);
+          break;
+        case CharacterClass::kIllegal:
+          proceeds = false;
+          break;
+      }
+    }
+    return out;
+  }
+
+  [[nodiscard]] bool hasEscapes() const { return sawEscape; }
+  [[nodiscard]] bool hasComments() const { return sawComment; }
+
+ private:
+  /// False when the string is not closed.
+  bool copyString() {
+    *out++ = *at++;
+    for (;;) {
+      at = copyUntilAnyOf<'"', '\\'>(at, end, out);
+      if (at == end) {
+        return false;
+      }
+      const bool isEscape = *at == '\\';
+      *out++ = *at++;
+      if (!isEscape) {
+        return true;
+      }
+      sawEscape = true;
+      if (at == end) {
+        return false;
+      }
+      if (*at == '"' && hidesQuotes) {
+        *out++ = kHiddenQuote;
+        ++at;
+        JSONWorker::used_ascii_one = true;
+      } else {
+        *out++ = *at++;
+      }
+    }
+  }
+
+  /// False when the slash starts no comment, or one that is not closed.
+  bool copySlashComment() {
+    const char* const second = at + 1;
+    if (second == end) {
+      return false;
+    }
+    if (*second == '/') {
+      copyLineComment(second + 1);
+      return true;
+    }
+    return *second == '*' && copyBlockComment(second + 1);
+  }
+
+  void copyLineComment(const char* text) {
+    openComment(text);
+    at = copyUntilAnyOf<'\n'>(text, end, out);
+    *out++ = kCommentMark;
+  }
+
+  bool copyBlockComment(const char* text) {
+    openComment(text);
+    at = text;
+    for (;;) {
+      at = copyUntilAnyOf<'*'>(at, end, out);
+      const bool isClosed = end - at >= 2 && at[1] == '/';
+      if (isClosed || at == end) {
+        *out++ = kCommentMark;
+        at += isClosed ? 2 : 0;
+        return isClosed;
+      }
+      *out++ = *at++;
+    }
+  }
+
+  void openComment(const char* text) {
+    at = text;
+    *out++ = kCommentMark;
+    sawComment = true;
+    sawEscape = true;  // a name cut out of a damaged text may reach into the comment
+  }
+
+  const char* at;
+  const char* end;
+  char* out;
+  bool hidesQuotes;
+  bool sawEscape = false;
+  bool sawComment = false;
+};
+
+}  // namespace
+
+JSONSource JSONWorker::RemoveWhiteSpace(std::string_view text, bool escapeQuotes) {
+  JSONSource source(text.size() + 1);
+  Compactor compactor(text, source.data(), escapeQuotes);
+  const char* const end = compactor.run();
+  source.setSize(static_cast<std::size_t>(end - source.data()));
+  source.setMayHoldEscapes(compactor.hasEscapes());
+  source.setMayHoldComments(compactor.hasComments());
+  return source;
+}

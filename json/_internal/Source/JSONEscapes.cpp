@@ -1,0 +1,157 @@
+// The escapes of strings: undone when a string is read, made when it is written.
+
+#include <algorithm>
+#include <array>
+
+#include "json/_internal/Source/ByteScan.h"
+#include "json/_internal/Source/CharacterClass.h"
+#include "json/_internal/Source/JSONWorker.h"
+
+using json_detail::findAnyOf;
+using json_detail::outputEscapeOf;
+
+namespace {
+
+/// A byte that is no hex digit counts as 0.
+unsigned int hexDigit(char c) {
+  if (c >= '0' && c <= '9') {
+    return static_cast<unsigned int>(c - '0');
+  }
+  if (c >= 'A' && c <= 'F') {
+    return static_cast<unsigned int>(c - 'A') + 10;
+  }
+  if (c >= 'a' && c <= 'f') {
+    return static_cast<unsigned int>(c - 'a') + 10;
+  }
+  return 0;
+}
+
+/// A byte that is no octal digit counts as 0.
+unsigned int octalDigit(char c) {
+  return c >= '0' && c <= '7' ? static_cast<unsigned int>(c - '0') : 0;
+}
+
+bool isOctalDigit(char c) { return c >= '0' && c <= '7'; }
+
+/// The byte as a six-character escape.
+std::array<char, 6> unicodeEscape(unsigned char byte) {
+  constexpr std::string_view kHex = "0123456789ABCDEF";
+  return {'\\', 'u', '0', '0', kHex[byte >> 4U], kHex[byte & 0x0FU]};
+}
+
+}  // namespace
+
+char JSONWorker::Hex(std::string_view text, std::size_t& position) {
+  const unsigned int high = hexDigit(text[position + 1]);
+  const unsigned int low = hexDigit(text[position + 2]);
+  position += 2;
+  return static_cast<char>(high * 16 + low);
+}
+
+// One byte, on purpose: no UTF-8 is made of the code, and the first two digits are ignored. The
+// writer escapes byte by byte, so what it wrote comes back as it was.
+char JSONWorker::UTF8(std::string_view text, std::size_t& position) {
+  position += 2;
+  return Hex(text, position);
+}
+
+char JSONWorker::SpecialChar(std::string_view text, std::size_t& position) {
+  const std::size_t left = text.size() - position;
+  const char letter = text[position];
+  switch (letter) {
+    case '\x01':  // a hidden quote
+      return '"';
+    case 'b':
+      return '\b';
+    case 'f':
+      return '\f';
+    case 'n':
+      return '\n';
+    case 'r':
+      return '\r';
+    case 't':
+      return '\t';
+    case 'v':
+      return '\v';
+    case 'u':
+      return left < 5 ? '\0' : UTF8(text, position);
+    case 'x':
+      // One byte more than the escape needs, on purpose, here and for octal: at the very end of a
+      // string these forms give a zero byte, and their digits stay as characters.
+      return left < 4 ? '\0' : Hex(text, position);
+    default:
+      break;
+  }
+  if (!isOctalDigit(letter)) {
+    return letter;
+  }
+  if (left < 4) {
+    return '\0';
+  }
+  const unsigned int code =
+      octalDigit(letter) * 64 + octalDigit(text[position + 1]) * 8 + octalDigit(text[position + 2]);
+  position += 2;
+  return static_cast<char>(code & 0xFFU);
+}
+
+std::string JSONWorker::FixString(std::string_view text, bool& hadEscape) {
+  std::string fixed;
+  fixed.reserve(text.size());
+  hadEscape = false;
+  const char* const end = text.data() + text.size();
+  for (std::size_t position = 0; position < text.size(); ++position) {
+    const char* const from = text.data() + position;
+    const char* const backslash = findAnyOf<'\\'>(from, end);
+    fixed.append(from, backslash);
+    if (backslash == end) {
+      break;
+    }
+    hadEscape = true;
+    position = static_cast<std::size_t>(backslash - text.data()) + 1;
+    if (position < text.size()) {  // a backslash as the last byte stands for nothing
+      fixed += SpecialChar(text, position);
+    }
+  }
+  return fixed;
+}
+
+bool JSONWorker::FixInto(json_detail::JSONText& target, std::string_view text,
+                         const json_detail::JSONSource& source) {
+  if (!source.mayHoldEscapes() || text.find('\\') == std::string_view::npos) {
+    target.borrow(text);
+    return false;
+  }
+  bool hadEscape = false;
+  target.assign(FixString(text, hadEscape));
+  return hadEscape;
+}
+
+std::string JSONWorker::toUTF8(unsigned char byte) {
+  const auto escape = unicodeEscape(byte);
+  return {escape.begin(), escape.end()};
+}
+
+void JSONWorker::UnfixString(std::string_view text, bool encoded, std::string& output) {
+  if (!encoded) {
+    output.append(text);
+    return;
+  }
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  for (;;) {
+    const char* const plainEnd =
+        std::find_if(at, end, [](char byte) { return outputEscapeOf(byte) != '\0'; });
+    output.append(at, plainEnd);
+    if (plainEnd == end) {
+      return;
+    }
+    if (const char letter = outputEscapeOf(*plainEnd); letter == 'u') {
+      const auto escape = unicodeEscape(static_cast<unsigned char>(*plainEnd));
+      output.append(escape.data(), escape.size());
+    } else {
+      const std::array<char, 2> escape{'\\', letter};
+      output.append(escape.data(), escape.size());
+    }
+    at = plainEnd + 1;
+  }
+}

@@ -1,0 +1,228 @@
+#include "json/_internal/Source/JSONNode.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+
+#include "json/_internal/Source/internalJSONNode.h"
+
+using json_detail::FreeList;
+
+namespace {
+
+/// Ends the process for want of a member that the caller relies on. Not an exception: a request
+/// loop that swallows exceptions must not go on as if there had been a value.
+[[noreturn]] void missingMember(std::string_view name) {
+  constexpr std::size_t kShown = 64;
+  std::string shown(name.substr(0, kShown));
+  for (char& c : shown) {
+    if (c < ' ' || c > '~') {
+      c = '?';
+    }
+  }
+  static_cast<void>(std::fprintf(stderr, "json: the member \"%s\" is missing\n", shown.c_str()));
+  std::abort();
+}
+
+template <typename Pointer>
+auto& existing(Pointer child) {
+  if (child == nullptr) {
+    throw std::out_of_range("");
+  }
+  return *child;
+}
+
+JSONNode& existingMember(JSONNode** slot, std::string_view name) {
+  if (slot == nullptr) {
+    missingMember(name);
+  }
+  return **slot;
+}
+
+JSONNode& existingElement(JSONNode* child, unsigned int index) {
+  if (child == nullptr) {
+    missingMember(NumberToString::_uitoa(index));
+  }
+  return *child;
+}
+
+}  // namespace
+
+JSONNode::JSONNode(char type) : internal(internalJSONNode::newInternal(type)) {}
+
+JSONNode::JSONNode(std::string_view name, double value, std::string_view digits)
+    : JSONNode(JSON_NULL) {
+  internal->SetName(name);
+  internal->SetNumber(value, digits);
+}
+
+JSONNode::JSONNode(std::string_view name, long double value) : JSONNode(JSON_NULL) {
+  internal->SetName(name);
+  internal->Set(value);
+}
+
+JSONNode::JSONNode(std::string_view name, bool value) : JSONNode(JSON_NULL) {
+  internal->SetName(name);
+  internal->Set(value);
+}
+
+JSONNode::JSONNode(std::string_view name, std::string_view value) : JSONNode(JSON_NULL) {
+  internal->SetName(name);
+  internal->Set(value);
+}
+
+JSONNode::JSONNode(std::string_view name, const char* value) : JSONNode(JSON_NULL) {
+  internal->SetName(name);
+  internal->Set(value);
+}
+
+JSONNode::JSONNode(const JSONNode& other) noexcept : internal(other.internal) {
+  internal->addShare();
+}
+
+JSONNode::JSONNode(JSONNode&& other) noexcept : internal(std::exchange(other.internal, nullptr)) {}
+
+JSONNode& JSONNode::operator=(const JSONNode& other) noexcept { return *this = JSONNode(other); }
+
+JSONNode& JSONNode::operator=(JSONNode&& other) noexcept {
+  std::swap(internal, other.internal);
+  return *this;
+}
+
+JSONNode::~JSONNode() {
+  if (internal != nullptr) {
+    internal->dropShare();
+  }
+}
+
+JSONNode* JSONNode::newJSONNode(JSONNode&& node) {
+  return ::new (FreeList<JSONNode>::take()) JSONNode(std::move(node));
+}
+
+void JSONNode::deleteJSONNode(JSONNode* node) noexcept {
+  node->~JSONNode();
+  FreeList<JSONNode>::give(node);
+}
+
+JSONNode JSONNode::duplicate() const { return {Adopt{}, internalJSONNode::newInternal(*internal)}; }
+
+char JSONNode::type() const { return static_cast<char>(internal->type); }
+
+std::string JSONNode::name() const { return std::string(internal->name.view()); }
+
+void JSONNode::set_name(std::string_view name) {
+  makeUniqueInternal();
+  internal->SetName(name);
+}
+
+std::string JSONNode::get_comment() const { return std::string(internal->comment.view()); }
+
+void JSONNode::set_comment(std::string_view comment) {
+  makeUniqueInternal();
+  internal->comment.assign(comment);
+}
+
+unsigned int JSONNode::size() const {
+  internal->Fetch();
+  return internal->size();
+}
+
+bool JSONNode::operator==(const JSONNode& other) const {
+  return internal->IsEqualTo(*other.internal);
+}
+
+std::string JSONNode::as_string() const { return std::string(internal->AsText()); }
+
+long JSONNode::as_int() const { return static_cast<long>(static_cast<long long>(*internal)); }
+
+double JSONNode::as_float() const {
+  return static_cast<double>(static_cast<long double>(*internal));
+}
+
+bool JSONNode::as_bool() const { return static_cast<bool>(*internal); }
+
+JSONNode::operator long long() const { return static_cast<long long>(*internal); }
+
+JSONNode::operator unsigned long long() const { return static_cast<unsigned long long>(*internal); }
+
+JSONNode::operator long double() const { return static_cast<long double>(*internal); }
+
+JSONNode JSONNode::as_node() const {
+  JSONNode copy(*this);
+  copy.cast(JSON_NODE);
+  return copy;
+}
+
+JSONNode JSONNode::as_array() const {
+  JSONNode copy(*this);
+  copy.cast(JSON_ARRAY);
+  return copy;
+}
+
+void JSONNode::cast(char type) {
+  internal->Fetch();
+  if (internal->type != static_cast<unsigned char>(type)) {
+    makeUniqueInternal();
+    internal->Cast(type);
+  }
+}
+
+void JSONNode::makeUniqueInternal() { internal = internal->makeUnique(); }
+
+JSONNode& JSONNode::operator[](std::string_view name) {
+  makeUniqueInternal();
+  return existingMember(internal->at(name), name);
+}
+
+const JSONNode& JSONNode::operator[](std::string_view name) const {
+  return existingMember(internal->at(name), name);
+}
+
+JSONNode& JSONNode::operator[](unsigned int index) {
+  makeUniqueInternal();
+  return existingElement(internal->at(index), index);
+}
+
+const JSONNode& JSONNode::operator[](unsigned int index) const {
+  return existingElement(internal->at(index), index);
+}
+
+JSONNode& JSONNode::at(std::string_view name) {
+  makeUniqueInternal();
+  return *existing(internal->at(name));
+}
+
+const JSONNode& JSONNode::at(std::string_view name) const { return *existing(internal->at(name)); }
+
+JSONNode& JSONNode::at(unsigned int index) {
+  makeUniqueInternal();
+  return existing(internal->at(index));
+}
+
+const JSONNode& JSONNode::at(unsigned int index) const { return existing(internal->at(index)); }
+
+JSONNode& JSONNode::at_nocase(std::string_view name) {
+  makeUniqueInternal();
+  return *existing(internal->at_nocase(name));
+}
+
+const JSONNode& JSONNode::at_nocase(std::string_view name) const {
+  return *existing(internal->at_nocase(name));
+}
+
+std::string JSONNode::write(std::size_t reserve) const {
+  return writeAt(internalJSONNode::kNotFormatted, reserve);
+}
+
+std::string JSONNode::write_formatted(std::size_t reserve) const { return writeAt(0, reserve); }
+
+std::string JSONNode::writeAt(unsigned int level, std::size_t reserve) const {
+  std::string output;
+  if (internal->isContainer()) {
+    output.reserve(reserve);
+    internal->Write(level, true, output);
+  }
+  return output;
+}

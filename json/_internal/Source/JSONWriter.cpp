@@ -1,0 +1,209 @@
+// Writing: nodes to text, compact or indented.
+
+#include <algorithm>
+#include <array>
+#include <utility>
+#include <vector>
+
+#include "json/_internal/Source/JSONSingleton.h"
+#include "json/_internal/Source/JSONWorker.h"
+#include "json/_internal/Source/internalJSONNode.h"
+
+namespace {
+
+constexpr unsigned int kIndentsPerCache = 8;
+using IndentCache = std::array<std::string, kIndentsPerCache>;
+
+template <unsigned int First>
+const std::string& cachedIndent(unsigned int level) {
+  static const IndentCache cache = [] {
+    IndentCache indents;
+    for (unsigned int i = 0; i < kIndentsPerCache; ++i) {
+      indents[i].assign(First + i, '\t');
+    }
+    return indents;
+  }();
+  return cache[level - First];
+}
+
+/// That many tabs; the empty text for the compact form.
+std::string makeIndent(unsigned int level) {
+  if (level == internalJSONNode::kNotFormatted) {
+    return jsonSingletonEMPTY_JSON_STRING();
+  }
+  if (level < kIndentsPerCache) {
+    return cachedIndent<0>(level);
+  }
+  if (level < 2 * kIndentsPerCache) {
+    return cachedIndent<kIndentsPerCache>(level);
+  }
+  if (level < 3 * kIndentsPerCache) {
+    return cachedIndent<2 * kIndentsPerCache>(level);
+  }
+  return std::string(level, '\t');
+}
+
+void appendNewLine(unsigned int level, std::string& output) {
+  output += jsonSingletonNEW_LINE();
+  output += makeIndent(level);
+}
+
+void appendComment(std::string_view text, std::string& output) {
+  // "*/" would end the block before its end.
+  for (std::size_t close = text.find("*/"); close != std::string_view::npos;
+       close = text.find("*/")) {
+    output.append(text.substr(0, close + 1)).append(" ");
+    text.remove_prefix(close + 1);
+  }
+  output.append(text);
+}
+
+/// Appends compacted text without the comment runs between its values.
+void appendWithoutComments(std::string_view text, std::string& output) {
+  while (!text.empty()) {
+    const std::size_t stop = std::min(text.find_first_of("\"#"), text.size());
+    output.append(text.substr(0, stop));
+    text.remove_prefix(stop);
+    if (text.empty()) {
+      return;
+    }
+    const std::size_t close = text.find(text.front(), 1);
+    const std::size_t length = close == std::string_view::npos ? text.size() : close + 1;
+    if (text.front() == '"' || close == std::string_view::npos) {
+      output.append(text.substr(0, length));
+    }
+    text.remove_prefix(length);
+  }
+}
+
+char openingBracket(const internalJSONNode& body) { return body.type == JSON_ARRAY ? '[' : '{'; }
+char closingBracket(const internalJSONNode& body) { return body.type == JSON_ARRAY ? ']' : '}'; }
+
+}  // namespace
+
+void internalJSONNode::WriteName(bool formatted, bool arrayChild, std::string& output) const {
+  if (arrayChild) {
+    return;
+  }
+  output += '"';
+  JSONWorker::UnfixString(name.view(), nameEncoded, output);
+  output += formatted ? "\" : " : "\":";
+}
+
+void internalJSONNode::WriteComment(unsigned int level, std::string& output) const {
+  std::string_view lines = comment.view();
+  if (level == kNotFormatted || lines.empty()) {
+    return;
+  }
+  appendNewLine(level, output);
+  if (lines.find('\n') == std::string_view::npos) {
+    output += jsonSingletonSINGLELINE_COMMENT();
+    output += lines;
+  } else {
+    output += "/*";
+    for (bool more = true; more;) {
+      const std::size_t length = std::min(lines.find('\n'), lines.size());
+      appendNewLine(level + 1, output);
+      appendComment(lines.substr(0, length), output);
+      more = length < lines.size();
+      lines.remove_prefix(more ? length + 1 : length);
+    }
+    appendNewLine(level, output);
+    output += "*/";
+  }
+  appendNewLine(level, output);  // the value stands on a line of its own
+}
+
+void internalJSONNode::DumpRawString(std::string& output) const {
+  const std::size_t start = output.size();
+  if (source.mayHoldComments()) {
+    appendWithoutComments(text.view(), output);
+  } else {
+    output.append(text.view());
+  }
+  if (JSONWorker::used_ascii_one) {
+    std::replace(output.begin() + static_cast<std::ptrdiff_t>(start), output.end(), '\x01', '"');
+  }
+}
+
+// Writes a value as far as it goes without its children. True when there are children to write,
+// and the closing bracket behind them.
+bool internalJSONNode::WriteValue(unsigned int level, bool arrayChild, std::string& output) {
+  const bool formatted = level != kNotFormatted;
+  WriteComment(level, output);
+  if (formatted && isContainer()) {
+    Fetch();  // may find out that this is null
+  }
+  WriteName(formatted, arrayChild, output);
+  if (!fetched && (!formatted || type == JSON_STRING)) {
+    DumpRawString(output);
+    return false;
+  }
+  switch (type) {
+    case JSON_ARRAY:
+    case JSON_NODE:
+      output += openingBracket(*this);
+      if (size() != 0) {
+        return true;
+      }
+      output += closingBracket(*this);
+      return false;
+    case JSON_STRING:
+      output += '"';
+      JSONWorker::UnfixString(text.view(), textEncoded, output);
+      output += '"';
+      return false;
+    default:
+      output.append(text.view());
+      return false;
+  }
+}
+
+void internalJSONNode::Write(unsigned int level, bool arrayChild, std::string& output) {
+  if (WriteValue(level, arrayChild, output)) {
+    WriteChildren(level, output);
+    output += closingBracket(*this);
+  }
+}
+
+// The containers on the way down are kept in a list instead of on the call stack: no tree is too
+// deep to be written.
+void internalJSONNode::WriteChildren(unsigned int level, std::string& output) {
+  struct Open {
+    internalJSONNode* body;
+    unsigned int next;  // the child to write next
+  };
+  const bool formatted = level != kNotFormatted;
+  std::vector<Open> outer;
+  Open current{this, 0};
+  for (;;) {
+    jsonChildren& siblings = *current.body->children;
+    if (current.next == siblings.size) {
+      if (formatted) {
+        appendNewLine(level, output);
+      }
+      if (outer.empty()) {
+        return;
+      }
+      output += closingBracket(*current.body);
+      current = outer.back();
+      outer.pop_back();
+      level -= formatted ? 1 : 0;
+      continue;
+    }
+    if (current.next != 0) {
+      output += ',';
+    }
+    const unsigned int childLevel = formatted ? level + 1 : kNotFormatted;
+    if (formatted) {
+      appendNewLine(childLevel, output);
+    }
+    internalJSONNode& child = JSONNodeAccess::body(*siblings.array[current.next]);
+    ++current.next;
+    if (child.WriteValue(childLevel, current.body->type == JSON_ARRAY, output)) {
+      outer.push_back(current);
+      current = {&child, 0};
+      level = childLevel;
+    }
+  }
+}

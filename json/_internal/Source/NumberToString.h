@@ -1,0 +1,72 @@
+#pragma once
+
+#include <array>
+#include <concepts>
+#include <cstddef>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+/// Numbers as text, and text as numbers.
+class NumberToString {
+ public:
+  /// Decimal digits of a signed integer, "-" in front when negative. Also right for the most
+  /// negative value of the type.
+  template <std::signed_integral T>
+  static std::string _itoa(T value) {
+    return std::string(Digits(value).view());
+  }
+
+  /// Decimal digits of an unsigned integer.
+  template <std::unsigned_integral T>
+  static std::string _uitoa(T value) {
+    return std::string(Digits(value).view());
+  }
+
+  /// A floating-point value with six decimals ("%Lf").
+  static std::string _ftoa(long double value);
+
+  /// Whether a bare value is a number. Wider than the standard on purpose: a leading "+", octal-
+  /// and hexadecimal-looking texts, ".5" and "1." pass.
+  static bool isNumeric(std::string_view text);
+
+  /// The value of the number that starts the text, as atof() reads it (leading white space, hex,
+  /// "inf" included); 0 when none does.
+  static double _atof(std::string_view text);
+
+  /// Truncation toward zero. What no long long can hold becomes the nearest limit, NaN becomes 0.
+  static long long truncate(double value);
+  /// The same for unsigned long long: negative values become 0.
+  static unsigned long long truncateUnsigned(double value);
+
+  /// The digits of one integer, in a buffer of their own.
+  class Digits {
+   public:
+    template <std::integral T>
+    explicit Digits(T value) : start(kLongest) {
+      // Negating as unsigned is right for the most negative value too.
+      const bool negative = std::is_signed_v<T> && value < T{0};
+      auto rest = static_cast<unsigned long long>(value);
+      if (negative) {
+        rest = 0 - rest;
+      }
+      do {
+        buffer[--start] = static_cast<char>('0' + rest % 10);
+        rest /= 10;
+      } while (rest != 0);
+      if (negative) {
+        buffer[--start] = '-';
+      }
+    }
+    [[nodiscard]] std::string_view view() const {
+      return {buffer.data() + start, buffer.size() - start};
+    }
+
+   private:
+    static constexpr std::size_t kLongest =
+        std::numeric_limits<unsigned long long>::digits10 + 2;  // and a sign
+    std::array<char, kLongest> buffer;
+    std::size_t start;
+  };
+};

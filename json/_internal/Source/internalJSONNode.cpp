@@ -1,0 +1,247 @@
+#include "json/_internal/Source/internalJSONNode.h"
+
+#include <vector>
+
+#include "json/_internal/Source/JSONSingleton.h"
+
+using json_detail::FreeList;
+using json_detail::JSONSource;
+
+internalJSONNode* internalJSONNode::make(unsigned char type, bool fetched) {
+  return ::new (FreeList<internalJSONNode>::take()) internalJSONNode(type, fetched);
+}
+
+void internalJSONNode::destroyOne(internalJSONNode* body) noexcept {
+  dropChildren(*body);
+  body->~internalJSONNode();
+  FreeList<internalJSONNode>::give(body);
+}
+
+void internalJSONNode::makeChildren() {
+  children = ::new (FreeList<jsonChildren>::take()) jsonChildren();
+}
+
+void internalJSONNode::dropChildren(internalJSONNode& body) noexcept {
+  if (jsonChildren* const old = std::exchange(body.children, nullptr); old != nullptr) {
+    old->releaseAll();
+    old->~jsonChildren();
+    FreeList<jsonChildren>::give(old);
+  }
+}
+
+internalJSONNode* internalJSONNode::newInternal(char type) {
+  const auto code = static_cast<unsigned char>(type);
+  JSONNode owner = JSONNodeAccess::adopt(make(code <= JSON_NODE ? code : JSON_NULL, true));
+  internalJSONNode& body = JSONNodeAccess::body(owner);
+  // Empty values are written as valid JSON: an empty number is 0, an empty bool is false.
+  switch (body.type) {
+    case JSON_NULL:
+      body.text.borrow(jsonSingletonCONST_NULL());
+      break;
+    case JSON_NUMBER:
+      body.text.assign("0");
+      break;
+    case JSON_BOOL:
+      body.text.borrow(jsonSingletonCONST_FALSE());
+      break;
+    case JSON_ARRAY:
+    case JSON_NODE:
+      body.makeChildren();
+      break;
+    default:
+      break;
+  }
+  return JSONNodeAccess::release(std::move(owner));
+}
+
+internalJSONNode* internalJSONNode::copyWithoutChildren(const internalJSONNode& original) {
+  JSONNode owner = JSONNodeAccess::adopt(make(original.type, original.fetched));
+  internalJSONNode& body = JSONNodeAccess::body(owner);
+  body.name.copyFrom(original.name);
+  body.nameEncoded = original.nameEncoded;
+  body.text.copyFrom(original.text);
+  body.textEncoded = original.textEncoded;
+  body.value = original.value;
+  body.comment.copyFrom(original.comment);
+  body.source = original.source;
+  if (original.isContainer()) {
+    body.makeChildren();
+    jsonChildren::reserve2(*body.children, original.children->size);
+  }
+  return JSONNodeAccess::release(std::move(owner));
+}
+
+internalJSONNode* internalJSONNode::newInternal(const internalJSONNode& original) {
+  JSONNode owner = JSONNodeAccess::adopt(copyWithoutChildren(original));
+  struct Pair {
+    const internalJSONNode* from;
+    internalJSONNode* to;
+  };
+  std::vector<Pair> open;  // containers whose children are still to be copied
+  if (original.size() != 0) {
+    open.push_back({&original, &JSONNodeAccess::body(owner)});
+  }
+  while (!open.empty()) {
+    const Pair pair = open.back();
+    open.pop_back();
+    for (const JSONNode* child : *pair.from->children) {
+      const internalJSONNode& childBody = JSONNodeAccess::body(*child);
+      internalJSONNode* const copy = copyWithoutChildren(childBody);
+      // The slot is reserved, so appending cannot fail and the copy has its owner at once.
+      pair.to->children->push_back(JSONNode::newJSONNode(JSONNodeAccess::adopt(copy)));
+      if (childBody.size() != 0) {
+        open.push_back({&childBody, copy});
+      }
+    }
+  }
+  return JSONNodeAccess::release(std::move(owner));
+}
+
+// On the way down the handle that led to a body is of no more use as a handle: it remembers the
+// way back up, so that no tree is too deep to be released.
+void internalJSONNode::deleteInternal(internalJSONNode* body) noexcept {
+  internalJSONNode* parent = nullptr;
+  for (;;) {
+    if (body->children != nullptr && body->children->size != 0) {
+      JSONNode* const handle = body->children->array[body->children->size - 1];
+      internalJSONNode* const child = handle->internal;
+      const bool isLast = --child->refcount == 0;
+      if (isLast && child->children != nullptr && child->children->size != 0) {
+        handle->internal = std::exchange(parent, body);
+        body = child;
+        continue;
+      }
+      if (isLast) {
+        destroyOne(child);
+      }
+      FreeList<JSONNode>::give(handle);
+      --body->children->size;
+      continue;
+    }
+    destroyOne(body);
+    if (parent == nullptr) {
+      return;
+    }
+    body = parent;
+    JSONNode* const handle = body->children->array[body->children->size - 1];
+    parent = handle->internal;
+    FreeList<JSONNode>::give(handle);
+    --body->children->size;
+  }
+}
+
+internalJSONNode* internalJSONNode::makeUnique() {
+  if (refcount < 2) {
+    return this;
+  }
+  internalJSONNode* const copy = newInternal(*this);
+  --refcount;
+  return copy;
+}
+
+void internalJSONNode::Nullify() {
+  type = JSON_NULL;
+  text.borrow(jsonSingletonCONST_NULL());
+  textEncoded = false;
+  fetched = true;
+}
+
+void internalJSONNode::becomeScalar(unsigned char newType) {
+  dropChildren(*this);
+  type = newType;
+  textEncoded = newType == JSON_STRING;
+  fetched = true;
+}
+
+void internalJSONNode::becomeContainer(unsigned char newType) {
+  if (children == nullptr) {
+    makeChildren();
+  } else if (!isContainer()) {
+    children->releaseAll();  // left over from before the body became null
+  }
+  text.clear();
+  textEncoded = false;
+  type = newType;
+  fetched = true;
+}
+
+void internalJSONNode::Set(std::string_view newText) {
+  text.assign(newText);
+  becomeScalar(JSON_STRING);
+}
+
+void internalJSONNode::Set(bool truth) {
+  text.borrow(truth ? jsonSingletonCONST_TRUE() : jsonSingletonCONST_FALSE());
+  value = truth ? 1 : 0;
+  becomeScalar(JSON_BOOL);
+}
+
+void internalJSONNode::Set(long double number) {
+  SetNumber(static_cast<double>(number), NumberToString::_ftoa(number));
+}
+
+void internalJSONNode::SetNumber(double number, std::string_view digits) {
+  text.assign(digits);
+  value = number;
+  becomeScalar(JSON_NUMBER);
+}
+
+void internalJSONNode::SetName(std::string_view newName) {
+  name.assign(newName);
+  nameEncoded = true;
+}
+
+void internalJSONNode::Cast(char newType) {
+  Fetch();
+  if (type == static_cast<unsigned char>(newType)) {
+    return;
+  }
+  switch (newType) {
+    case JSON_STRING:
+      Set(std::string(AsText()));
+      break;
+    case JSON_NUMBER: {
+      const double number = numericValue();
+      const long long whole = NumberToString::truncate(number);
+      if (static_cast<double>(whole) == number) {
+        Set(whole);
+      } else {
+        Set(number);
+      }
+      break;
+    }
+    case JSON_BOOL:
+      Set(static_cast<bool>(*this));
+      break;
+    case JSON_ARRAY:
+      becomeContainer(JSON_ARRAY);
+      for (JSONNode* element : *children) {
+        element->set_name({});  // elements have no names
+      }
+      break;
+    case JSON_NODE:
+      becomeContainer(JSON_NODE);
+      break;
+    default:
+      becomeScalar(JSON_NULL);
+      Nullify();
+      break;
+  }
+}
+
+void internalJSONNode::push_back(JSONNode child) {
+  if (isContainer()) {
+    Fetch();
+    children->inc();
+    children->push_back(JSONNode::newJSONNode(std::move(child)));
+  }
+}
+
+void internalJSONNode::push_front(JSONNode child) {
+  if (isContainer()) {
+    Fetch();
+    children->inc();
+    JSONNode* const handle = JSONNode::newJSONNode(std::move(child));
+    children->insert(0, &handle, 1);
+  }
+}

@@ -1,0 +1,158 @@
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "json/_internal/Source/FreeList.h"
+#include "json/_internal/Source/JSONChildren.h"
+#include "json/_internal/Source/JSONNode.h"
+#include "json/_internal/Source/JSONText.h"
+#include "json/_internal/Source/NumberToString.h"
+
+/// The body behind one or more JSONNode handles: a value, its name and, for arrays and objects,
+/// its children. Made by newInternal(), ended by deleteInternal(); handles count their shares in
+/// it. A body made by the parser keeps its source text until its content is first needed (Fetch()).
+class internalJSONNode {
+ public:
+  /// The level that selects the compact form when writing.
+  static constexpr unsigned int kNotFormatted = 0xFFFFFFFF;
+
+  /// A new, empty body of a type, with one share.
+  static internalJSONNode* newInternal(char type);
+  /// A body for a name and a value in compacted text; both are slices of `source`. The first byte
+  /// of the value tells its type; what is not well formed at its ends becomes null.
+  static internalJSONNode* newInternal(std::string_view name, std::string_view value,
+                                       const json_detail::JSONSource& source);
+  /// A deep copy with one share: every child of every level is copied too.
+  static internalJSONNode* newInternal(const internalJSONNode& original);
+  /// Ends a body that nobody shares any more, and every body below that it was the last to hold.
+  /// Takes no stack in proportion to the depth.
+  static void deleteInternal(internalJSONNode* body) noexcept;
+
+  internalJSONNode(const internalJSONNode&) = delete;
+  internalJSONNode& operator=(const internalJSONNode&) = delete;
+  internalJSONNode(internalJSONNode&&) = delete;
+  internalJSONNode& operator=(internalJSONNode&&) = delete;
+
+  void addShare() noexcept { ++refcount; }
+  /// Gives one share back; the last one ends the body.
+  void dropShare() noexcept {
+    if (--refcount == 0) {
+      deleteInternal(this);
+    }
+  }
+  /// Copy-on-write: the body itself when it has one owner, else a copy that replaces the caller's
+  /// share.
+  [[nodiscard]] internalJSONNode* makeUnique();
+
+  [[nodiscard]] bool isContainer() const { return type == JSON_ARRAY || type == JSON_NODE; }
+  /// The number of children of a fetched container; 0 for anything else.
+  [[nodiscard]] unsigned int size() const { return isContainer() ? children->size : 0; }
+
+  /// Decodes the source text on first use; malformed text makes the body null.
+  void Fetch() {
+    if (!fetched) {
+      FetchNow();
+    }
+  }
+  /// Makes the value null. Children built before stay in memory but are not reachable.
+  void Nullify();
+
+  void Set(std::string_view newText);
+  void Set(const char* newText) { Set(std::string_view(newText)); }
+  void Set(const std::string& newText) { Set(std::string_view(newText)); }
+  void Set(bool truth);
+  void Set(long double number);
+  void Set(double number) { Set(static_cast<long double>(number)); }
+  void Set(float number) { Set(static_cast<long double>(number)); }
+  template <JSONInteger T>
+  void Set(T number) {
+    SetNumber(static_cast<double>(number), NumberToString::Digits(number).view());
+  }
+  /// A number and its text.
+  void SetNumber(double number, std::string_view digits);
+  void SetName(std::string_view newName);
+  /// Turns the value into another type; see JSONNode::cast().
+  void Cast(char newType);
+
+  /// The child's handle slot, or null when there is none or this is no container.
+  JSONNode** at(std::string_view key);
+  JSONNode** at_nocase(std::string_view key);
+  JSONNode* at(unsigned int index);
+
+  /// Appends a handle that shares the child's body. Does nothing on a body that is no container.
+  void push_back(JSONNode child);
+  void push_front(JSONNode child);
+
+  /// The text: a string's characters, a number as it was written, "true", "false", "null"; empty
+  /// for arrays and objects. Valid until the body changes.
+  std::string_view AsText();
+  explicit operator bool();
+  explicit operator long long();
+  explicit operator unsigned long long();
+  explicit operator long double();
+
+  /// Same type, name and value, and equal children in the same order. Numbers compare by value;
+  /// comments do not count.
+  bool IsEqualTo(internalJSONNode& other);
+  /// Equality of names without regard to the case of A to Z.
+  static bool AreEqualNoCase(std::string_view left, std::string_view right);
+
+  void Write(unsigned int level, bool arrayChild, std::string& output);
+
+  unsigned char type;
+  json_detail::JSONText name;
+  bool nameEncoded = false;  // the name must be escaped when it is written
+  json_detail::JSONText text;
+  bool textEncoded = false;  // the text is a string that must be escaped when it is written
+  double value = 0;          // of a number; 1 or 0 for a bool
+  std::size_t refcount = 1;
+  bool fetched;
+  json_detail::JSONText comment;
+  jsonChildren* children = nullptr;  // owned; made with the body for arrays and objects
+  json_detail::JSONSource source;    // what borrowed texts are slices of
+
+ private:
+  explicit internalJSONNode(unsigned char bodyType, bool isFetched)
+      : type(bodyType), fetched(isFetched) {}
+  ~internalJSONNode() = default;
+
+  static internalJSONNode* make(unsigned char type, bool fetched);
+  static void destroyOne(internalJSONNode* body) noexcept;
+  static internalJSONNode* copyWithoutChildren(const internalJSONNode& original);
+  void makeChildren();
+  static void dropChildren(internalJSONNode& body) noexcept;
+
+  void classify(std::string_view valueText);
+  void FetchNow();
+  void FetchString();
+  void FetchNumber();
+  void FetchArray();
+  void FetchNode();
+  void becomeScalar(unsigned char newType);
+  void becomeContainer(unsigned char newType);
+  double numericValue();
+  bool isEqualApartFromChildren(internalJSONNode& other);
+
+  void WriteName(bool formatted, bool arrayChild, std::string& output) const;
+  void WriteChildren(unsigned int level, std::string& output);
+  void WriteComment(unsigned int level, std::string& output) const;
+  void DumpRawString(std::string& output) const;
+  bool WriteValue(unsigned int level, bool arrayChild, std::string& output);
+};
+
+/// The way between a handle and its body, for the library's own sources.
+struct JSONNodeAccess {
+  static internalJSONNode& body(const JSONNode& node) { return *node.internal; }
+  /// A handle that takes over one share.
+  static JSONNode adopt(internalJSONNode* body) noexcept {
+    return JSONNode(JSONNode::Adopt{}, body);
+  }
+  /// The share of a handle that is done with it.
+  static internalJSONNode* release(JSONNode&& node) noexcept {
+    return std::exchange(node.internal, nullptr);
+  }
+};

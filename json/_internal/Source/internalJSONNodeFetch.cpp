@@ -1,0 +1,246 @@
+// What a body says when it is read: decoding its source text, conversions, lookup, equality.
+
+#include <algorithm>
+#include <vector>
+
+#include "json/_internal/Source/JSONSingleton.h"
+#include "json/_internal/Source/JSONWorker.h"
+#include "json/_internal/Source/internalJSONNode.h"
+
+using json_detail::FreeList;
+using json_detail::JSONSource;
+
+internalJSONNode* internalJSONNode::newInternal(std::string_view name, std::string_view value,
+                                                const JSONSource& source) {
+  JSONNode owner = JSONNodeAccess::adopt(make(JSON_NULL, true));
+  internalJSONNode& body = JSONNodeAccess::body(owner);
+  body.source = source;
+  // A parsed name is written back as it is, even when it held escapes: nameEncoded stays false.
+  JSONWorker::FixInto(body.name, name, source);
+  body.classify(value);
+  return JSONNodeAccess::release(std::move(owner));
+}
+
+void internalJSONNode::classify(std::string_view valueText) {
+  const auto enclosedBy = [valueText](char last) {
+    return valueText.size() >= 2 && valueText.back() == last;
+  };
+  const auto becomeUnfetched = [this, valueText](unsigned char newType) {
+    type = newType;
+    text.borrow(valueText);
+    fetched = false;
+  };
+  Nullify();
+  if (valueText.empty()) {
+    return;
+  }
+  switch (valueText.front()) {
+    case '"':
+      // One double quote by itself is no string: it becomes null.
+      if (enclosedBy('"')) {
+        becomeUnfetched(JSON_STRING);
+      }
+      break;
+    case 'n':
+    case 'N':
+      break;  // null, or not well formed and therefore null
+    case 't':
+    case 'T':
+      if (valueText == jsonSingletonCONST_TRUE()) {
+        Set(true);
+      }
+      break;
+    case 'f':
+    case 'F':
+      if (valueText == jsonSingletonCONST_FALSE()) {
+        Set(false);
+      }
+      break;
+    case '[':
+      if (enclosedBy(']')) {
+        makeChildren();
+        becomeUnfetched(JSON_ARRAY);
+      }
+      break;
+    case '{':
+      if (enclosedBy('}')) {
+        makeChildren();
+        becomeUnfetched(JSON_NODE);
+      }
+      break;
+    default:
+      if (NumberToString::isNumeric(valueText)) {
+        becomeUnfetched(JSON_NUMBER);
+      }
+      break;
+  }
+}
+
+void internalJSONNode::FetchNow() {
+  switch (type) {
+    case JSON_STRING:
+      FetchString();
+      break;
+    case JSON_NUMBER:
+      FetchNumber();
+      break;
+    case JSON_ARRAY:
+      FetchArray();
+      break;
+    case JSON_NODE:
+      FetchNode();
+      break;
+    default:
+      Nullify();
+      break;
+  }
+  fetched = true;
+}
+
+void internalJSONNode::FetchString() {
+  const std::string_view quoted = text.view();
+  if (quoted.size() < 2 || quoted.front() != '"' || quoted.back() != '"') {
+    Nullify();
+    return;
+  }
+  textEncoded = JSONWorker::FixInto(text, quoted.substr(1, quoted.size() - 2), source);
+}
+
+void internalJSONNode::FetchNumber() { value = NumberToString::_atof(text.view()); }
+
+void internalJSONNode::FetchArray() {
+  const std::string_view whole = text.view();
+  if (whole.size() < 2 || whole.front() != '[' || whole.back() != ']') {
+    Nullify();
+    return;
+  }
+  JSONWorker::DoArray(*this, whole);
+  if (type == JSON_ARRAY) {
+    text.clear();
+  }
+}
+
+void internalJSONNode::FetchNode() {
+  const std::string_view whole = text.view();
+  if (whole.size() < 2 || whole.front() != '{' || whole.back() != '}') {
+    Nullify();
+    return;
+  }
+  JSONWorker::DoNode(*this, whole);
+  if (type == JSON_NODE) {
+    text.clear();
+  }
+}
+
+JSONNode** internalJSONNode::at(std::string_view key) {
+  if (!isContainer()) {
+    return nullptr;
+  }
+  Fetch();
+  if (!isContainer()) {
+    return nullptr;
+  }
+  for (JSONNode*& child : *children) {
+    if (JSONNodeAccess::body(*child).name.view() == key) {
+      return &child;
+    }
+  }
+  return nullptr;
+}
+
+JSONNode** internalJSONNode::at_nocase(std::string_view key) {
+  Fetch();
+  if (!isContainer()) {
+    return nullptr;
+  }
+  JSONNode** const found = std::find_if(children->begin(), children->end(), [key](JSONNode* child) {
+    return AreEqualNoCase(JSONNodeAccess::body(*child).name.view(), key);
+  });
+  return found == children->end() ? nullptr : found;
+}
+
+JSONNode* internalJSONNode::at(unsigned int index) {
+  Fetch();
+  return index < size() ? children->array[index] : nullptr;
+}
+
+std::string_view internalJSONNode::AsText() {
+  Fetch();
+  return text.view();
+}
+
+double internalJSONNode::numericValue() {
+  Fetch();
+  if (type == JSON_NULL) {
+    return 0;
+  }
+  if (type == JSON_STRING) {
+    value = NumberToString::_atof(text.view());
+  }
+  return value;
+}
+
+internalJSONNode::operator bool() {
+  Fetch();
+  switch (type) {
+    case JSON_NULL:
+      return false;
+    case JSON_STRING:
+      return !text.view().empty();
+    case JSON_ARRAY:
+    case JSON_NODE:
+      return size() != 0;
+    default:
+      return value != 0;
+  }
+}
+
+internalJSONNode::operator long long() { return NumberToString::truncate(numericValue()); }
+
+internalJSONNode::operator unsigned long long() {
+  return NumberToString::truncateUnsigned(numericValue());
+}
+
+internalJSONNode::operator long double() { return numericValue(); }
+
+bool internalJSONNode::AreEqualNoCase(std::string_view left, std::string_view right) {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                    [lower](char a, char b) { return lower(a) == lower(b); });
+}
+
+bool internalJSONNode::isEqualApartFromChildren(internalJSONNode& other) {
+  Fetch();
+  other.Fetch();
+  if (type != other.type || name.view() != other.name.view() || size() != other.size()) {
+    return false;
+  }
+  switch (type) {
+    case JSON_STRING:
+      return text.view() == other.text.view();
+    case JSON_NUMBER:
+    case JSON_BOOL:
+      return value == other.value;
+    default:
+      return true;
+  }
+}
+
+bool internalJSONNode::IsEqualTo(internalJSONNode& other) {
+  std::vector<std::pair<internalJSONNode*, internalJSONNode*>> open{{this, &other}};
+  while (!open.empty()) {
+    const auto [left, right] = open.back();
+    open.pop_back();
+    if (left == right) {
+      continue;
+    }
+    if (!left->isEqualApartFromChildren(*right)) {
+      return false;
+    }
+    for (unsigned int i = 0; i < left->size(); ++i) {
+      open.emplace_back(&JSONNodeAccess::body(*left->children->array[i]),
+                        &JSONNodeAccess::body(*right->children->array[i]));
+    }
+  }
+  return true;
+}
