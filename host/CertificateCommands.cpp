@@ -1,0 +1,53 @@
+#include "host/Pkcs11NativeMessagingHost.h"
+
+/// Answers a token command that comes before any Initialize; true when it did.
+bool Pkcs11NativeMessagingHost::refuseBeforeInitialize() {
+  if (componentInitialized) {
+    return false;
+  }
+  // Command 2 is intentionally named whichever of the three was asked for.
+  SendNativeErrorMessage(2, "Not initialized");
+  return true;
+}
+
+/// Runs one operation of the signing service, a callable that takes the service and returns text,
+/// and answers with its result and error state.
+template <typename Operation>
+void Pkcs11NativeMessagingHost::serveWithToken(int command, const char* resultName,
+                                               Operation operation) {
+  DigitalSignatureUtil* util = GetDigitalSignatureUtil();
+  LoadPin(*util);
+  const std::string result = operation(*util);
+  SetPinModuleName(*util);
+  SendResponse(command, util, JSONNode(resultName, result));
+}
+
+void Pkcs11NativeMessagingHost::GetDigitalSignatureCertificates(JSONNode* /*request*/) {
+  if (refuseBeforeInitialize()) {
+    return;
+  }
+  serveWithToken(2, "certificates", [this](DigitalSignatureUtil& util) {
+    return util.ListCertificates(caSubjectNames);
+  });
+}
+
+void Pkcs11NativeMessagingHost::GetCertificate(JSONNode* request) {
+  if (refuseBeforeInitialize()) {
+    return;
+  }
+  const std::string certId = (*request)["certId"].as_string();
+  serveWithToken(4, "certificate", [&certId](DigitalSignatureUtil& util) {
+    return util.GetCertificateBase64(certId);
+  });
+}
+
+void Pkcs11NativeMessagingHost::SignPkcs1(JSONNode* request) {
+  if (refuseBeforeInitialize()) {
+    return;
+  }
+  const std::string certId = (*request)["certId"].as_string();
+  const std::string digest = (*request)["digest"].as_string();
+  serveWithToken(5, "pkcs1", [&certId, &digest](DigitalSignatureUtil& util) {
+    return util.SignPkcs1Base64(certId, digest);
+  });
+}

@@ -1,0 +1,86 @@
+#include "host/MessageChannel.h"
+
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+namespace {
+constexpr auto kEndedInputPause = std::chrono::milliseconds(200);
+}  // namespace
+
+MessageChannel MessageChannel::standardStreams() { return {STDIN_FILENO, STDOUT_FILENO}; }
+
+/// Waits for more input; false at its end. Call only when everything buffered is consumed.
+bool MessageChannel::refill() {
+  ssize_t count = 0;
+  do {
+    count = ::read(input, buffer.data(), buffer.size());
+  } while (count < 0 && errno == EINTR);
+  next = 0;
+  end = count > 0 ? static_cast<std::size_t>(count) : 0;
+  return end > 0;
+}
+
+void MessageChannel::consume(std::size_t count) {
+  explicit_bzero(buffer.data() + next, count);
+  next += count;
+}
+
+void MessageChannel::read(std::span<char> bytes) {
+  while (!bytes.empty() && !inputFailed) {
+    if (next == end && !refill()) {
+      inputFailed = true;
+      return;
+    }
+    const std::size_t count = std::min(bytes.size(), end - next);
+    std::memcpy(bytes.data(), buffer.data() + next, count);
+    consume(count);
+    bytes = bytes.subspan(count);
+  }
+}
+
+std::string MessageChannel::readLine() {
+  std::string line;
+  if (inputEnded) {
+    std::this_thread::sleep_for(kEndedInputPause);
+  }
+  while (next != end || refill()) {
+    inputEnded = false;
+    const char* start = buffer.data() + next;
+    const auto* lineFeed = static_cast<const char*>(std::memchr(start, '\n', end - next));
+    const std::size_t count =
+        lineFeed != nullptr ? static_cast<std::size_t>(lineFeed - start) : end - next;
+    line.append(start, count);
+    consume(count);
+    if (lineFeed != nullptr) {
+      consume(1);
+      return line;
+    }
+  }
+  inputEnded = true;
+  return line;
+}
+
+void MessageChannel::write(std::string_view head, std::string_view body) const {
+  while (!head.empty() || !body.empty()) {
+    // writev takes pointers to non-const but only reads.
+    std::array<iovec, 2> parts{{{const_cast<char*>(head.data()), head.size()},
+                                {const_cast<char*>(body.data()), body.size()}}};
+    const ssize_t written = ::writev(output, parts.data(), static_cast<int>(parts.size()));
+    if (written < 0 && errno == EINTR) {
+      continue;
+    }
+    if (written <= 0) {
+      return;
+    }
+    const auto count = static_cast<std::size_t>(written);
+    const std::size_t ofHead = std::min(count, head.size());
+    head.remove_prefix(ofHead);
+    body.remove_prefix(count - ofHead);
+  }
+}

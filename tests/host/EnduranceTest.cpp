@@ -1,0 +1,132 @@
+// A long conversation leaves the process as it was after its first few hundred requests.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <random>
+
+#include "tests/host/TokenHost.h"
+
+namespace {
+
+using nlohmann::json;
+
+// A sanitized process is an order of magnitude slower.
+constexpr int kMixedRequests = kSanitized ? 5'000 : 100'000;
+constexpr int kSignings = kSanitized ? 100 : 1'000;
+constexpr int kWarmUp = 500;
+constexpr long kToleranceKilobytes = 512;
+
+/// What a process holds that a leak would make more of.
+struct Holdings {
+  explicit Holdings(pid_t process)
+      : kilobytes(statusNumber(process, "VmRSS")), threads(statusNumber(process, "Threads")) {
+    std::error_code denied;  // Only root may look into the protected process's descriptors.
+    const std::filesystem::directory_iterator folder("/proc/" + std::to_string(process) + "/fd",
+                                                     denied);
+    descriptors = std::distance(begin(folder), end(folder));
+  }
+  long kilobytes;
+  long threads;
+  long descriptors = 0;
+};
+
+void expectSame(const Holdings& before, const Holdings& after) {
+  EXPECT_EQ(after.threads, before.threads);
+  EXPECT_EQ(after.descriptors, before.descriptors);
+  if (!kSanitized) EXPECT_LT(after.kilobytes, before.kilobytes + kToleranceKilobytes);
+}
+
+struct Exchange {
+  int weight;
+  std::string bytes;  ///< as they go to standard input
+  int answers;
+};
+
+TEST(Endurance, MixedRequestsOnTheFakeToken) {
+  const auto frame = [](std::string_view text) { return HostProcess::frame(text); };
+  const std::int32_t tooLong = 1000;
+  const std::string tooLongLength(reinterpret_cast<const char*>(&tooLong), sizeof tooLong);
+  const Exchange exchanges[] = {
+      {20, frame(kVersionRequest), 1},
+      {20, frame(R"({"command":6,"pinChar":"1"})"), 1},
+      {25, frame(R"({"command":7})"), 1},
+      {5, frame(setPinRequest("1234567890123456789012345678901234567890")), 1},
+      {40, frame(kListRequest), 1},
+      {20, frame(R"({"command":4,"certId":"oQ=="})"), 1},
+      {5, frame(R"({"command":4,"certId":"not base64"})"), 1},  // Leaves its session open.
+      {40, frame(kSignRequest), 1},
+      {5, frame(R"({"command":5,"certId":"oQ==","digest":"AAEC"})"), 1},
+      {1, frame(initializeRequest()), 1},
+      {1, frame(R"({"command":0,"signature":"AA==","domains":"","currentDomain":"",)"
+                R"("caSubjectNames":""})") +
+              frame(kListRequest) + frame(initializeRequest()),
+       3},
+      {5, frame("not json"), 0},
+      {5, frame("{\"command\":8"), 0},
+      {5, frame(R"({"command":99,"deep":[[[[{"a":[1,2,{"b":"\u00e9"}]}]]]]})"), 0},
+      {5, frame("{\"command\" 8}"), 0},
+      {5, tooLongLength, 1},
+      {2, tooLongLength + tooLongLength + frame(kVersionRequest), 3},
+  };
+  std::vector<int> weights;
+  for (const Exchange& exchange : exchanges) weights.push_back(exchange.weight);
+  std::discrete_distribution<std::size_t> choose(weights.begin(), weights.end());
+  std::minstd_rand order(7);
+
+  TemporaryFolder folder;
+  folder.write("script", "pin *\naccept second C_Initialize\nkey a1\ncertificate a1 hex 3003020101\n");
+  HostProcess host({}, {{"SIGNING_HOST_PKCS11_MODULE", FAKE_TOKEN_MODULE},
+                        {"FAKE_TOKEN_SCRIPT", folder.file("script")}});
+  host.ask(initializeRequest());
+  host.ask(kSignRequest);
+  host.ask(setPinRequest("1"));
+  std::optional<Holdings> early;
+  for (int sent = 0; sent < kMixedRequests; ++sent) {
+    const Exchange& exchange = exchanges[choose(order)];
+    host.send(exchange.bytes);
+    for (int answer = 0; answer < exchange.answers; ++answer) {
+      const std::optional<std::string> text = host.receiveFrame();
+      ASSERT_TRUE(text && text->starts_with("{\n\t\"command\" : ")) << exchange.bytes;
+    }
+    if (sent == kWarmUp) early.emplace(host.pid());
+  }
+  EXPECT_FALSE(json::parse(host.ask(kSignRequest))["pkcs1"].empty());
+  expectSame(*early, Holdings(host.pid()));
+  host.sendFrame(R"({"command":1})");
+  EXPECT_EQ(host.receiveRest(), "");
+  EXPECT_EQ(host.wait(), 0);
+  EXPECT_EQ(host.standardError(), "");
+}
+
+TEST(Endurance, SigningsOnSoftHsm) {
+  TemporaryFolder folder;
+  std::filesystem::create_directory(folder.file("tokens"));
+  folder.write("softhsm2.conf", "directories.tokendir = " + folder.file("tokens") + "\n");
+  const std::string setUp =
+      "cd '" + folder.file(".") + "' && export SOFTHSM2_CONF=softhsm2.conf && " +
+      "openssl genpkey -quiet -algorithm RSA -pkeyopt rsa_keygen_bits:2048 -out key.pem && " +
+      "softhsm2-util --init-token --free --label t --pin 1234 --so-pin 1234 && " +
+      "softhsm2-util --import key.pem --token t --label k --id a1 --pin 1234";
+  ASSERT_EQ(std::system((setUp + " >set-up.log 2>&1").c_str()), 0);
+  HostProcess host({}, {{"SIGNING_HOST_PKCS11_MODULE", SOFTHSM_MODULE},
+                        {"SOFTHSM2_CONF", folder.file("softhsm2.conf")}});
+  host.ask(initializeRequest());
+  host.ask(kSignRequest);
+  host.ask(setPinRequest("1234"));
+  const std::string first = host.ask(kSignRequest);
+  ASSERT_EQ(json::parse(first)["lastError"], 0) << first;
+  std::optional<Holdings> early;
+  for (int signings = 0; signings < kSignings; ++signings) {
+    ASSERT_EQ(host.ask(kSignRequest), first) << "PKCS#1 v1.5 gives one signature for one digest";
+    if (signings == kSignings / 10) early.emplace(host.pid());
+    host.send(HostProcess::frame("{\"command\"") + HostProcess::frame("]"));
+  }
+  expectSame(*early, Holdings(host.pid()));
+  host.sendFrame(R"({"command":1})");
+  EXPECT_EQ(host.wait(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,314 @@
+// Every fault of a token, through the real process. After each: exactly one well-formed answer, the
+// documented codes, the clean-up calls in order, and a host that goes on serving.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "tests/host/TokenHost.h"
+#include "tests/support/TestCertificate.h"
+
+namespace {
+
+using nlohmann::json;
+using test_support::base64;
+using test_support::hex;
+
+constexpr std::string_view kRetrieveRequest = R"({"command":4,"certId":"oQ=="})";
+
+/// One PKCS#11 call of an operation and what follows when it fails.
+struct Step {
+  std::string function;
+  const char* label;    ///< the error message; null where the call's result is not tested
+  const char* cleanUp;  ///< calls after the failure
+  std::string result;   ///< what is answered all the same
+};
+
+struct Operation {
+  std::string_view request;
+  const char* member;
+  std::string result;
+  std::vector<Step> steps;
+};
+
+constexpr unsigned long kPinIncorrect = 0xA0;
+constexpr unsigned long kPinLocked = 0xA4;
+constexpr unsigned long kCodes[] = {
+    0x02,           // CKR_HOST_MEMORY
+    0x05,           // CKR_GENERAL_ERROR
+    0x06,           // CKR_FUNCTION_FAILED
+    0x30,           // CKR_DEVICE_ERROR
+    0x32,           // CKR_DEVICE_REMOVED
+    kPinIncorrect,  //
+    0xA3,           // CKR_PIN_EXPIRED: a failure of the token, not of the PIN
+    kPinLocked,     //
+    0xB3,           // CKR_SESSION_HANDLE_INVALID
+    0xE0,           // CKR_TOKEN_NOT_PRESENT
+    0x150,          // CKR_BUFFER_TOO_SMALL
+    0x190,          // CKR_CRYPTOKI_NOT_INITIALIZED
+    0x80000005,     // vendor-defined
+    ~0UL,
+};
+
+class FaultSweep : public testing::Test {
+ protected:
+  /// The listing reduced to one letter a certificate; any other result as it is.
+  static std::string reduced(const Operation& operation, const json& answer) {
+    const std::string text = answer.value(operation.member, "(no result)");
+    if (operation.member != std::string("certificates")) return text;
+    std::string letters;
+    for (const auto& [id, letter] : {std::pair("|oQ==", 'A'), std::pair("|sg==", 'B')}) {
+      if (text.find(id) != std::string::npos) letters += letter;
+    }
+    return letters;
+  }
+
+  const std::string derA = test_support::makeCertificate({});
+  const std::string derB = test_support::makeCertificate({});
+  const std::string objects = "certificate a1 hex " + hex(derA) + "\ncertificate b2 hex " +
+                              hex(derB) + "\nkey a1\nsignature 3\n";
+  const Operation list{
+      kListRequest,
+      "certificates",
+      "AB",
+      {{"Initialize", "C_Initialize failed", "", ""},
+       {"GetSlotList", "get slot list", "Finalize", ""},
+       {"GetSlotList", "get slot list", "Finalize", ""},
+       {"OpenSession", "open session", "Finalize", ""},
+       {"FindObjectsInit", "Find objects init", "FindObjectsFinal CloseSession Finalize", ""},
+       {"FindObjects", "Find first object", "FindObjectsFinal CloseSession Finalize", ""},
+       {"GetAttributeValue", "get attribute value",
+        "FindObjects GetAttributeValue GetAttributeValue FindObjects FindObjectsFinal "
+        "CloseSession Finalize",
+        "B"},
+       {"GetAttributeValue", "get attribute value",
+        "FindObjects GetAttributeValue GetAttributeValue FindObjects FindObjectsFinal "
+        "CloseSession Finalize",
+        "B"},
+       {"FindObjects", "Find other objects", "FindObjectsFinal CloseSession Finalize", "A"},
+       {"GetAttributeValue", "get attribute value",
+        "FindObjects FindObjectsFinal CloseSession Finalize", "A"},
+       {"GetAttributeValue", "get attribute value",
+        "FindObjects FindObjectsFinal CloseSession Finalize", "A"},
+       {"FindObjects", "Find other objects", "FindObjectsFinal CloseSession Finalize", "AB"},
+       {"FindObjectsFinal", nullptr, "", ""},
+       {"CloseSession", nullptr, "", ""},
+       {"Finalize", nullptr, "", ""}}};
+  const Operation retrieve{
+      kRetrieveRequest,
+      "certificate",
+      nssBase64(derA),
+      {{"Initialize", "C_Initialize failed", "", ""},
+       {"GetSlotList", "get slot list", "Finalize", ""},
+       {"GetSlotList", "get slot list", "Finalize", ""},
+       {"OpenSession", "open session", "Finalize", ""},
+       {"FindObjectsInit", "Find objects init", "CloseSession Finalize", ""},
+       {"FindObjects", "Find first object", "FindObjectsFinal CloseSession Finalize", ""},
+       {"GetAttributeValue", "get attribute value", "FindObjectsFinal CloseSession Finalize", ""},
+       {"GetAttributeValue", "get attribute value", "FindObjectsFinal CloseSession Finalize", ""},
+       {"FindObjectsFinal", nullptr, "", ""},
+       {"CloseSession", nullptr, "", ""},
+       {"Finalize", nullptr, "", ""}}};
+  const Operation sign{
+      kSignRequest,
+      "pkcs1",
+      base64("\x30\x20\x32"),  // The fake token's pattern over a DigestInfo.
+      {{"Initialize", "C_Initialize failed", "", ""},
+       {"GetSlotList", "get slot list", "Finalize", ""},
+       {"GetSlotList", "get slot list", "Finalize", ""},
+       {"OpenSession", "open session", "Finalize", ""},
+       {"Login", "C_Login", "CloseSession Finalize", ""},
+       {"FindObjectsInit", "Find objects init", "Logout CloseSession Finalize", ""},
+       {"FindObjects", "Find first object", "FindObjectsFinal Logout CloseSession Finalize", ""},
+       {"FindObjectsFinal", nullptr, "", ""},
+       {"SignInit", "sign init new", "Logout CloseSession Finalize", ""},
+       {"Sign", "sign final", "Logout CloseSession Finalize", ""},
+       {"Logout", nullptr, "", ""},
+       {"CloseSession", nullptr, "", ""},
+       {"Finalize", nullptr, "", ""}}};
+
+  /// Base64 as the host writes it, a line break after each 64 characters.
+  static std::string nssBase64(const std::string& bytes) {
+    std::string text = base64(bytes);
+    for (std::size_t at = 64; at < text.size(); at += 66) text.insert(at, "\r\n");
+    return text;
+  }
+};
+
+TEST_F(FaultSweep, EveryCallAtEveryOccurrenceWithEveryCode) {
+  TokenHost host;
+  host.givePin("0");
+  int rejections = 0;
+  int cases = 0;
+  for (const Operation* operation : {&list, &retrieve, &sign}) {
+    const std::vector<Step>& steps = operation->steps;
+    for (std::size_t at = 0; at < steps.size(); ++at) {
+      int occurrence = 0;
+      std::string calls;
+      for (std::size_t before = 0; before < steps.size(); ++before) {
+        if (before > at && steps[at].label != nullptr) break;
+        occurrence += before <= at && steps[before].function == steps[at].function ? 1 : 0;
+        calls += (calls.empty() ? "" : " ") + steps[before].function;
+      }
+      const Step& step = steps[at];
+      if (*step.cleanUp != '\0') calls += std::string(" ") + step.cleanUp;
+      for (const unsigned long code : kCodes) {
+        const std::string fault = "fail C_" + step.function + " " + std::to_string(occurrence) +
+                                  " " + std::to_string(code);
+        SCOPED_TRACE(std::string(operation->request) + " " + fault);
+        host.script(objects + fault + "\n# " + std::to_string(++cases));
+        host.takeCalls();
+        const json answer = host.ask(operation->request);
+        EXPECT_EQ(host.takeCalls(), calls);
+        if (step.label == nullptr) {
+          EXPECT_EQ(answer.value("lastError", -1), 0);
+          EXPECT_EQ(reduced(*operation, answer), operation->result);
+          continue;
+        }
+        const bool pinCode = code == kPinIncorrect || code == kPinLocked;
+        const bool rejected = pinCode && step.function == "Login";
+        EXPECT_EQ(answer.value("lastError", -1), pinCode ? 5 : 12);
+        EXPECT_EQ(answer.value("lastLowLevelError", 0L), static_cast<long>(code));
+        EXPECT_EQ(answer.value("errorMessage", ""),
+                  rejected ? "Pin invalido para Certificado ZORAL" : step.label);
+        EXPECT_EQ(reduced(*operation, answer), step.result);
+        EXPECT_EQ(answer.value("invalidPin", !rejected), rejected);
+        EXPECT_EQ(answer.value("pinRetryCount", -1), rejected ? ++rejections : 0);
+        if (rejected) {  // The token is left alone until another PIN is typed.
+          EXPECT_EQ(host.ask(operation->request).value("lastError", -1), 5);
+          EXPECT_EQ(host.takeCalls(), "");
+          host.ask(setPinRequest(std::to_string(rejections)));
+        }
+      }
+    }
+  }
+  // And nothing of it has stuck.
+  host.script(objects);
+  for (const Operation* operation : {&list, &retrieve, &sign}) {
+    EXPECT_EQ(reduced(*operation, host.ask(operation->request)), operation->result);
+  }
+  EXPECT_EQ(static_cast<std::size_t>(cases), 39 * std::size(kCodes));
+}
+
+TEST_F(FaultSweep, AModuleThatLies) {
+  std::string random = "\x30\x82\xff\xff";
+  std::minstd_rand noise(1);
+  while (random.size() < 65536) random += static_cast<char>(noise());
+  const std::string large =
+      test_support::makeCertificate({.extensions = {{"nsComment", std::string(60'000, 'x')}}});
+  const auto certificates = [&](const std::string& bytes) {
+    return "certificate a1 hex " + hex(bytes) + "\ncertificate b2 hex " + hex(derB) + "\n";
+  };
+  struct Lie {
+    const Operation* operation;
+    std::string script;
+    int error;
+    std::string result;
+  };
+  const std::string signature = sign.result;
+  const Lie lies[] = {
+      {&list, objects + "lie slots 1 1000", 0, "AB"},
+      {&list, objects + "lie slots 1 ones", 12, ""},
+      {&list, objects + "lie slots 1 0", 12, ""},
+      {&list, objects + "lie slots 2 ones", 0, "AB"},
+      {&list, objects + "lie slots 2 0", 12, ""},
+      {&list, objects + "slots 7 9\nlie slots 1 1", 12, ""},
+      {&list, objects + "lie found 1 5", 0, "AB"},
+      {&list, objects + "lie found 1 0", 0, ""},
+      {&list, objects + "lie length CKA_VALUE asked 0 1", 12, "B"},
+      {&list, objects + "lie length CKA_VALUE both 0 1", 0, "B"},
+      {&list, objects + "lie length CKA_ID both 0 1", 0, "B"},
+      {&list, objects + "lie length CKA_VALUE asked ones 1", 12, "B"},
+      {&list, objects + "lie length CKA_ID both ones 1", 12, "B"},
+      {&list, objects + "lie length CKA_VALUE asked 5 1", 12, "B"},
+      {&list, objects + "lie length CKA_VALUE asked 0x7fffffffffffffff 1", 12, "B"},
+      {&list, objects + "lie length CKA_VALUE asked 0xffffffff 1", 12, "B"},
+      {&list, objects + "lie length CKA_VALUE read 100000 1", 12, "B"},
+      {&list, objects + "lie length CKA_VALUE read ones 1", 12, "B"},
+      {&list, objects + "lie length CKA_VALUE read 3 1", 0, "B"},
+      {&list, objects + "lie length CKA_ID read 9 1", 12, "B"},
+      {&list, certificates(""), 0, "B"},
+      {&list, certificates("0"), 0, "B"},
+      {&list, certificates(derA.substr(0, derA.size() - 1)), 0, "B"},
+      {&list, certificates(derA.substr(0, derA.size() / 2)), 0, "B"},
+      {&list, certificates(random.substr(4, 300)), 0, "B"},
+      {&list, certificates(random), 0, "B"},
+      {&list, certificates(large), 0, "AB"},
+      {&retrieve, certificates(large), 0, nssBase64(large)},
+      {&retrieve, certificates(random), 0, nssBase64(random)},
+      {&retrieve, objects + "lie length CKA_VALUE both 0", 0, ""},
+      {&retrieve, objects + "lie length CKA_VALUE both ones", 12, ""},
+      {&retrieve, objects + "lie length CKA_VALUE read ones", 12, ""},
+      {&retrieve, objects + "lie found 1 ones", 0, retrieve.result},
+      {&sign, objects + "lie found 1 7", 0, signature},
+      {&sign, objects + "lie found 1 0", 0, ""},
+      {&sign, objects + "lie signature 1 0", 0, ""},
+      {&sign, objects + "lie signature 1 2049", 12, ""},
+      {&sign, objects + "lie signature 1 ones", 12, ""},
+      {&sign, objects + "signature 2049", 12, ""},
+  };
+  TokenHost host;
+  host.givePin("0");
+  for (const Lie& lie : lies) {
+    SCOPED_TRACE(lie.script.substr(lie.script.size() - std::min<std::size_t>(60, lie.script.size())));
+    host.script(lie.script);
+    host.takeCalls();
+    const json answer = host.ask(lie.operation->request);
+    EXPECT_EQ(answer.value("lastError", -1), lie.error);
+    EXPECT_EQ(reduced(*lie.operation, answer), lie.result);
+    const std::string calls = host.takeCalls();
+    EXPECT_TRUE(calls.ends_with(" Finalize"));
+    EXPECT_EQ(calls.find("OpenSession") == std::string::npos,
+              calls.find("CloseSession") == std::string::npos);
+  }
+  // A search without end is the token's affair, but what an object took is given back at once.
+  host.script(certificates(random) + "lie search 2000");
+  const long before = statusNumber(host.process.pid(), "VmRSS");
+  host.ask(kListRequest);
+  EXPECT_GT(host.takeCalls().size(), 2000 * sizeof "FindObjects");
+  if (!kSanitized) EXPECT_LT(statusNumber(host.process.pid(), "VmHWM"), before + 2000);
+}
+
+TEST(BadModule, NeverDisturbsAByteOfTheConversation) {
+  enum Outcome { kServes, kCannotStart, kDies };
+  struct Case {
+    const char* module;
+    std::string script;
+    Outcome outcome;
+  };
+  const Case cases[] = {
+      {"/nonexistent/module.so", "", kCannotStart},
+      {NOT_A_LIBRARY, "", kCannotStart},
+      {WITHOUT_SIGN_MODULE, "", kCannotStart},
+      {LIST_ONLY_MODULE, "", kServes},
+      {PRINTS_ON_LOAD_MODULE, "", kServes},
+      {FAKE_TOKEN_MODULE, "print C_Initialize * {\nprint C_Login * \"\nprint C_Sign * }", kServes},
+      {CRASHES_ON_LOAD_MODULE, "", kDies},
+      {FAKE_TOKEN_MODULE, "crash C_Login 1", kDies},
+      {FAKE_TOKEN_MODULE, "exit C_Sign 1 3", kDies},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(std::string(test.module) + " " + test.script);
+    TokenHost host(test.module);
+    host.script("key a1\nsignature 1\n" + test.script);
+    if (test.outcome != kDies) {
+      const bool serves = test.outcome == kServes;
+      EXPECT_EQ(host.ask(kListRequest).value("lastError", -1), serves ? 0 : 12);
+      host.givePin("1");
+      const json answer = host.ask(kSignRequest);
+      EXPECT_EQ(answer.value("errorMessage", "?"), serves ? "" : "C_Initialize failed");
+      EXPECT_EQ(answer.value("pkcs1", "?"), serves ? "MA==" : "");
+      continue;
+    }
+    for (const std::string_view request : {kSignRequest, kSignRequest}) {
+      host.process.sendFrame(request);
+      host.process.sendFrame(setPinRequest("1"));
+    }
+    while (const auto frame = host.process.receiveFrame()) {
+      EXPECT_TRUE(json::parse(*frame, nullptr, false).is_object()) << *frame;
+    }
+    EXPECT_EQ(host.process.receiveRest(), "");
+    EXPECT_NE(host.process.wait().value_or(0), 0);
+  }
+}
+
+}  // namespace
