@@ -1,0 +1,176 @@
+// The token commands through the host against the bare PKCS#11 calls, and as whole processes
+// against pkcs11-tool and p11tool, in turns.
+//
+//   token_bench HOST BARE_TOKEN TOKENS PIN INITIALIZE [--quick]
+//
+// TOKENS holds one token folder for each number of certificates, named by that number.
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+
+#include "bench/driver/Records.h"
+#include "bench/token/TokenConversation.h"
+
+namespace {
+
+constexpr std::array<std::size_t, 4> kCertificateCounts{1, 10, 100, 1000};
+
+/// A card for signing holds a few certificates.
+constexpr std::size_t kUsualCount = 10;
+
+struct Programs {
+  std::string host;
+  std::string bare;
+  std::string tokens;
+  std::string pin;
+  std::string initialize;
+  bool quick;
+
+  [[nodiscard]] BenchToken token(std::size_t count) const {
+    return {tokens + "/" + std::to_string(count), pin, initialize};
+  }
+};
+
+void require(bool holds, const char* what) {
+  if (!holds) {
+    std::fprintf(stderr, "benchmark: %s\n", what);
+    std::exit(EXIT_FAILURE);
+  }
+}
+
+double timed(const std::function<void()>& work) {
+  const auto start = Clock::now();
+  work();
+  return nanosecondsSince(start);
+}
+
+/// Enough repetitions for a median; fewer of what takes long.
+int repetitions(const Programs& programs, std::size_t count) {
+  const int wanted = count >= 1000 ? 25 : 101;
+  return programs.quick ? std::max(3, wanted / 20) : wanted;
+}
+
+/// One host and one bare program, both started and logged in, on a token with `count` certificates.
+void againstBareCalls(const Programs& programs, std::size_t count) {
+  const BenchToken token = programs.token(count);
+  TokenConversation host(programs.host, token);
+  Child bare({programs.bare, BENCH_PKCS11_MODULE, programs.pin}, token.environment);
+  require(host.list() == count, "the host did not list every certificate");
+  bare.ask("list");
+  host.enterPin();
+  host.sign();
+
+  struct Operation {
+    const char* name;
+    std::function<void()> throughHost;
+  };
+  std::vector<Operation> operations{{"list", [&] { host.list(); }}};
+  if (count == kUsualCount) {
+    operations.push_back({"get", [&] { host.retrieve(); }});
+    operations.push_back({"sign", [&] { host.sign(); }});
+  }
+  for (int repetition = 0; repetition < repetitions(programs, count); ++repetition) {
+    for (const Operation& operation : operations) {
+      const std::string name = std::string(operation.name) + "/" + std::to_string(count);
+      const auto runHost = [&] {
+        record("token", name, "host", "ns", timed(operation.throughHost));
+      };
+      const auto runBare = [&] {
+        record("token", name, "bare_calls", "ns", std::stod(std::string(bare.ask(operation.name))));
+      };
+      // Whoever goes second finds the token's files warmer: take turns.
+      if (repetition % 2 == 0) {
+        runHost();
+        runBare();
+      } else {
+        runBare();
+        runHost();
+      }
+    }
+  }
+}
+
+/// From the start of a process to its end, for one job.
+void asWholeProcesses(const Programs& programs, std::size_t count) {
+  const BenchToken token = programs.token(count);
+  const std::string digestInfo = programs.tokens + "/digest-info";
+  constexpr std::array<unsigned char, 19> kSha256Prefix{0x30, 0x31, 0x30, 0x0d, 0x06, 0x09, 0x60,
+                                                        0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02,
+                                                        0x01, 0x05, 0x00, 0x04, 0x20};
+  std::ofstream(digestInfo, std::ios::binary)
+      << std::string(kSha256Prefix.begin(), kSha256Prefix.end()) << std::string(32, '\0');
+
+  const std::vector<std::string> pkcs11Tool{"pkcs11-tool", "--module", BENCH_PKCS11_MODULE};
+  const std::vector<std::string> p11tool{"p11tool", "--provider", BENCH_PKCS11_MODULE};
+  const auto run = [&](std::vector<std::string> command, const std::vector<std::string>& options) {
+    command.insert(command.end(), options.begin(), options.end());
+    return runToEnd(command, token.environment);
+  };
+  struct Subject {
+    const char* job;
+    const char* name;
+    std::function<double()> peakAfterRun;
+  };
+  std::vector<Subject> subjects{
+      {"list", "host",
+       [&] {
+         TokenConversation host(programs.host, token);
+         host.list();
+         return host.process().finish();
+       }},
+      {"list", "pkcs11-tool",
+       [&] {
+         return run(pkcs11Tool, {"--list-objects", "--type", "cert"});
+       }},
+      {"list", "p11tool", [&] { return run(p11tool, {"--list-all-certs"}); }},
+  };
+  if (count == kUsualCount) {
+    subjects.insert(subjects.end(),
+                    {{"sign", "host",
+                      [&] {
+                        TokenConversation host(programs.host, token);
+                        host.list();
+                        host.enterPin();
+                        host.sign();
+                        return host.process().finish();
+                      }},
+                     {"sign", "pkcs11-tool",
+                      [&] {
+                        return run(pkcs11Tool, {"--sign", "--mechanism", "RSA-PKCS", "--id", "01",
+                                                "--pin", programs.pin, "--input-file", digestInfo,
+                                                "--output-file", "/dev/null"});
+                      }},
+                     {"sign", "p11tool", [&] {
+                        return run(p11tool, {"--login", "--set-pin", programs.pin, "--test-sign",
+                                             "pkcs11:id=%01;type=private"});
+                      }}});
+  }
+  const int rounds = std::max(3, repetitions(programs, count) / 4);
+  for (int repetition = 0; repetition < rounds; ++repetition) {
+    for (const Subject& subject : subjects) {
+      const std::string name = std::string(subject.job) + "/" + std::to_string(count);
+      double peak = 0;
+      record("token_process", name, subject.name, "ns",
+             timed([&] { peak = subject.peakAfterRun(); }));
+      record("token_process", name, subject.name, "peak_kb", peak);
+    }
+    std::rotate(subjects.begin(), subjects.begin() + 1, subjects.end());
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 6) {
+    return EXIT_FAILURE;
+  }
+  const Programs programs{argv[1], argv[2], argv[3], argv[4], argv[5], quickRun(argc, argv)};
+  for (const std::size_t count : kCertificateCounts) {
+    againstBareCalls(programs, count);
+    asWholeProcesses(programs, count);
+  }
+  return EXIT_SUCCESS;
+}
