@@ -383,6 +383,8 @@ export class SigningClient {
   #transport;
   #timeoutMs;
   #isOpen = false;
+  /** Why the connection is not open. */
+  #lost = connectionError("closed");
   /** @type {Promise<unknown>} */ #queue = Promise.resolve();
   /** @type {{command: number, resolve: Function, reject: Function} | null} */ #underWay = null;
   /** Why the host refuses this page: it says so once and then sends empty successes. */
@@ -503,7 +505,7 @@ export class SigningClient {
     const request = { command, ...members };
     this.#check(request);
     const turn = this.#queue.then(() => new Promise((resolve, reject) => {
-      if (!this.#isOpen) return reject(connectionError("closed"));
+      if (!this.#isOpen) return reject(this.#lost);
       const timer = setTimeout(() => this.#lose(connectionError("no-answer")), this.#timeoutMs);
       this.#underWay = { command, resolve, reject, timer };
       this.#transport.send(request);
@@ -555,6 +557,7 @@ export class SigningClient {
   /** The conversation is over: answers carry no number, so a late one could be taken for another's. */
   #lose(error) {
     this.#isOpen = false;
+    this.#lost = error;
     this.#transport.close();
     this.#finish("reject", error);
   }

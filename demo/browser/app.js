@@ -131,6 +131,7 @@ function card(id, certificate, isChecked) {
   Object.assign(input, { type: "radio", name: "certificate", value: id, checked: isChecked });
   const body = make("span");
   const days = Math.max(0, Math.ceil((notAfter - Date.now()) / kDay));
+  const left = days > 730 ? `${Math.floor(days / 365.25)} years` : days === 1 ? "1 day" : `${days} days`;
   const bar = make("span", days < 30 ? "bar soon" : "bar");
   const rest = make("i");
   rest.style.width = `${Math.max(2, Math.min(100, (100 * (notAfter - Date.now())) / (notAfter - notBefore)))}%`;
@@ -139,7 +140,7 @@ function card(id, certificate, isChecked) {
   body.append(
     make("strong", "", nameWords(subject)), make("em", "", detailWords(subject)),
     make("em", "", `Issued by ${nameWords(issuer)}`),
-    make("small", "", `Valid ${dateWords(notBefore)} to ${dateWords(notAfter)} (${days} ${days === 1 ? "day" : "days"} left)`), bar);
+    make("small", "", `Valid ${dateWords(notBefore)} to ${dateWords(notAfter)} (${left} left)`), bar);
   label.append(input, body);
   return label;
 }
@@ -179,8 +180,11 @@ async function sign() {
   const id = document.querySelector('input[name="certificate"]:checked').value;
   const digest = new Uint8Array(await crypto.subtle.digest("SHA-256", data));
   say("Working with the card…");
-  const start = performance.now();
-  const base64 = await withToken(() => client.sign(id, digest));
+  let start;
+  const base64 = await withToken(() => {
+    start = performance.now(); // without the time a person takes for the PIN
+    return client.sign(id, digest);
+  });
   const milliseconds = Math.round(performance.now() - start);
   signed = { data, digest, base64, milliseconds, certificate: certificates.get(id), name: chosenKind() === "text" ? "text.txt" : file.name };
   showSigned(await verify(signed.certificate, base64, data));
