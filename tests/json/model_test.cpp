@@ -1,0 +1,143 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+
+#include "json/_internal/Source/internalJSONNode.h"
+#include "json/json.h"
+
+namespace {
+
+std::size_t shares(const JSONNode& node) { return JSONNodeAccess::body(node).refcount; }
+
+TEST(CopyOnWrite, CountsSharesAndCopiesOnTheFirstChange) {
+  JSONNode first = JSONWorker::parse(R"({"a":{"b":1},"c":[2]})");
+  EXPECT_EQ(shares(first), 1U);
+  JSONNode second = first;
+  EXPECT_EQ(shares(first), 2U);
+  EXPECT_EQ(&JSONNodeAccess::body(first), &JSONNodeAccess::body(second));
+  EXPECT_EQ(first.size(), 2U);  // reading shares on
+  EXPECT_EQ(shares(second), 2U);
+
+  second["a"].push_back(JSONNode("x", 9));
+  EXPECT_EQ(shares(first), 1U);
+  EXPECT_EQ(shares(second), 1U);
+  EXPECT_EQ(first.write(), R"({"a":{"b":1},"c":[2]})");
+  EXPECT_EQ(second.write(), R"({"a":{"b":1,"x":9},"c":[2]})");
+  // The copy is deep: not even an untouched child is shared.
+  const JSONNode& left = first;
+  const JSONNode& right = second;
+  EXPECT_NE(&JSONNodeAccess::body(left["c"]), &JSONNodeAccess::body(right["c"]));
+}
+
+TEST(CopyOnWrite, ProtectsTheParentFromTheFirstHandle) {
+  JSONNode child(JSON_NODE);
+  JSONNode parent(JSON_NODE);
+  parent.push_back(child);
+  EXPECT_EQ(shares(child), 2U);
+  child.push_back(JSONNode("late", 1));
+  EXPECT_EQ(parent.write(), R"({"":{}})");
+  EXPECT_EQ(child.size(), 1U);
+  EXPECT_EQ(shares(child), 1U);
+  // A node may be appended to a copy of itself.
+  child.push_back(child);
+  EXPECT_EQ(child.write(), R"({"late":1,"":{"late":1}})");
+}
+
+TEST(CopyOnWrite, HoldsForEveryOperationThatCanChange) {
+  using Change = void (*)(JSONNode&);
+  const Change changes[] = {
+      [](JSONNode& n) { n.push_back(JSONNode("x", 1)); },
+      [](JSONNode& n) { n.push_front(JSONNode("x", 1)); },
+      [](JSONNode& n) { n.set_name("x"); },
+      [](JSONNode& n) { n.set_comment("x"); },
+      [](JSONNode& n) { n.cast(JSON_ARRAY); },
+      [](JSONNode& n) { n.pop_back("b"); },
+      [](JSONNode& n) { n.pop_back_nocase("B"); },
+      [](JSONNode& n) { n.pop_back(0U); },
+      [](JSONNode& n) { n.erase(n.begin()); },
+      [](JSONNode& n) { n.erase(n.rbegin(), n.rend()); },
+      [](JSONNode& n) { n.insert(n.end(), JSONNode("x", 1)); },
+      [](JSONNode& n) { n.reserve(100); },
+      [](JSONNode& n) { n["a"].set_name("x"); },
+      [](JSONNode& n) { n[0U].set_name("x"); },
+      [](JSONNode& n) { n.at("a").set_name("x"); },
+      [](JSONNode& n) { n.at_nocase("A").set_name("x"); },
+      [](JSONNode& n) { n.find("a")->set_name("x"); },
+      [](JSONNode& n) { n.begin()->set_name("x"); },
+      [](JSONNode& n) {
+        JSONNode taker(JSON_NODE);
+        taker.merge(n);
+      },
+  };
+  for (const Change change : changes) {
+    JSONNode node = JSONWorker::parse(R"({"a":1,"b":[true]})");
+    const JSONNode copy = node;
+    change(node);
+    EXPECT_EQ(copy.write(), R"({"a":1,"b":[true]})") << &change - changes;
+    EXPECT_EQ(copy.name() + copy.get_comment(), "");
+    EXPECT_EQ(shares(copy), 1U) << &change - changes;
+  }
+}
+
+TEST(Lifetime, OfAMemberIsItsOwn) {
+  JSONNode member;
+  {
+    JSONNode root =
+        JSONWorker::parse(R"({"long name of a member":"a text of more than 23 bytes"})");
+    member = root[0U];
+  }
+  EXPECT_EQ(member.name(), "long name of a member");
+  EXPECT_EQ(member.as_string(), "a text of more than 23 bytes");
+  const JSONNode copy = member.duplicate();
+  member.set_name(std::string(30, 'n'));
+  member.set_name(std::string(23, 'm'));
+  EXPECT_EQ(member.name(), std::string(23, 'm'));
+  EXPECT_EQ(copy.name(), "long name of a member");
+  JSONNode moved = std::move(member);
+  EXPECT_EQ(moved.as_string(), copy.as_string());
+}
+
+TEST(Laziness, ShowsInWhatIsFetched) {
+  JSONNode root = JSONWorker::parse(R"({"s":"x","n":1,"a":[1],"t":true,"z":null})");
+  const auto fetched = [&root](const char* name) {
+    return JSONNodeAccess::body(root[name]).fetched;
+  };
+  EXPECT_FALSE(JSONNodeAccess::body(root).fetched);
+  EXPECT_FALSE(fetched("s") || fetched("n") || fetched("a"));
+  EXPECT_TRUE(JSONNodeAccess::body(root).fetched && fetched("t") && fetched("z"));
+  EXPECT_EQ(root["n"].as_int(), 1);
+  EXPECT_TRUE(fetched("n") && !fetched("a"));
+  EXPECT_TRUE(JSONNodeAccess::body(root).text.view().empty());
+}
+
+TEST(Equality, IsAboutTypesNamesValuesAndOrder) {
+  const JSONNode node = JSONWorker::parse(R"({"a":1,"b":["x",true,null]})");
+  EXPECT_TRUE(node == JSONWorker::parse(R"(/*c*/{"a":1.0,"b":["\u0078",true,nul]})"));
+  for (const char* other :
+       {R"({"b":["x",true,null],"a":1})", R"({"a":2,"b":["x",true,null]})",
+        R"({"a":"1","b":["x",true,null]})", R"({"A":1,"b":["x",true,null]})",
+        R"({"a":1,"b":["x",false,null]})", R"({"a":1,"b":["y",true,null]})",
+        R"({"a":1,"b":["x",true]})", R"({"a":1,"b":{"":"x","":true,"":null}})"}) {
+    EXPECT_FALSE(node == JSONWorker::parse(other)) << other;
+  }
+  EXPECT_TRUE(internalJSONNode::AreEqualNoCase("aZ[1", "Az[1"));
+  EXPECT_FALSE(internalJSONNode::AreEqualNoCase("a[", "a{"));  // only letters fold
+  EXPECT_FALSE(internalJSONNode::AreEqualNoCase("a", "ab"));
+}
+
+TEST(Threads, MayEachHaveTheirOwnTrees) {
+  JSONNode here = JSONWorker::parse(R"({"a":[1,2,3]})");
+  std::string there;
+  std::thread([&there] {
+    JSONNode node(JSON_NODE);
+    for (int i = 0; i < 100; ++i) {
+      node.push_back(JSONNode("n", i));
+    }
+    there = node[99U].as_string();
+  }).join();
+  EXPECT_EQ(there, "99");
+  EXPECT_EQ(here["a"].size(), 3U);
+}
+
+}  // namespace

@@ -1,0 +1,84 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+
+#include "json/json.h"
+
+namespace {
+
+TEST(Validator, AcceptsWellFormedText) {
+  for (const std::string_view text :
+       {"{}", "[]", R"({"a":1,"b":[true,false,null,"x",-1.5e3,{}]})", R"([[],[[]],{"":""}])",
+        R"(["\"\\\/\b\f\n\r\t\v\u00e9\x41\101"])", "#c#{#d##e#\"a\":1}", "[#c#1]",
+        "[\"\\\x01\xC3\xB1\"]"}) {
+    EXPECT_TRUE(JSONValidator::isValidRoot(text)) << text;
+    EXPECT_FALSE(JSONValidator::isValidRoot(std::string(text) + "x")) << text;
+    EXPECT_TRUE(JSONValidator::isValidPartialRoot(std::string(text) + "[x")) << text;
+    for (std::size_t cut = 0; cut < text.size(); ++cut) {
+      EXPECT_FALSE(JSONValidator::isValidPartialRoot(text.substr(0, cut))) << text << cut;
+    }
+  }
+}
+
+TEST(Validator, RefusesEverythingElse) {
+  for (const std::string_view text : {"",
+                                      "1",
+                                      "\"a\"",
+                                      "{1}",
+                                      "{a:1}",
+                                      R"({"a"})",
+                                      R"({"a" :1})",
+                                      R"({"a":1,})",
+                                      "{,}",
+                                      "[1,]",
+                                      "[,1]",
+                                      "[1 2]",
+                                      "[tru]",
+                                      "[nul]",
+                                      "[True]",
+                                      "[01x]",
+                                      "[-]",
+                                      R"(["\q"])",
+                                      R"(["\u00g1"])",
+                                      R"(["\x4"])",
+                                      R"(["\18 "])",
+                                      "[1}",
+                                      "{]",
+                                      "[[]",
+                                      "#c{}",
+                                      "[1#c#]",
+                                      R"({"a":#c#1})"}) {
+    EXPECT_FALSE(JSONValidator::isValidRoot(text)) << text;
+  }
+}
+
+TEST(Validator, TakesPartsFromTheFront) {
+  std::string_view members = R"("a":1,"b":[2]}rest)";
+  EXPECT_TRUE(JSONValidator::isValidObject(members, 1));
+  EXPECT_EQ(members, "rest");
+  std::string_view elements = "1,2]]";
+  EXPECT_TRUE(JSONValidator::isValidArray(elements, 1));
+  EXPECT_EQ(elements, "]");
+  std::string_view member = R"(name":"v",)";
+  EXPECT_TRUE(JSONValidator::isValidNamedObject(member, 1));
+  EXPECT_EQ(member, ",");
+  std::string_view number = "0x1F]";
+  EXPECT_TRUE(JSONValidator::isValidNumber(number));
+  EXPECT_EQ(number, "]");
+}
+
+TEST(Validator, StopsAtADepthThatTheStackStands) {
+  const auto nested = [](std::size_t depth) {
+    return std::string(depth, '[') + std::string(depth, ']');
+  };
+  EXPECT_TRUE(JSONValidator::isValidRoot(nested(JSONValidator::kMaxDepth)));
+  EXPECT_FALSE(JSONValidator::isValidRoot(nested(JSONValidator::kMaxDepth + 1)));
+  std::string objects;
+  for (int i = 0; i < 100'000; ++i) {
+    objects += "{\"a\":";
+  }
+  EXPECT_FALSE(JSONValidator::isValidRoot(objects));
+}
+
+}  // namespace

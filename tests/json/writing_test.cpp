@@ -1,0 +1,125 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "json/json.h"
+
+namespace {
+
+std::string escaped(std::string_view text) {
+  std::string output;
+  JSONWorker::UnfixString(text, true, output);
+  return output;
+}
+
+/// The rule told another way than by the library's table.
+std::string expectedEscape(unsigned char byte) {
+  constexpr std::string_view kLetters = "\\\\//\"\"\bb\tt\nn\ff\rr";
+  for (std::size_t i = 0; i < kLetters.size(); i += 2) {
+    if (kLetters[i] == static_cast<char>(byte)) {
+      return {'\\', kLetters[i + 1]};
+    }
+  }
+  if (byte >= 0x20 && byte <= 0x7E) {
+    return {static_cast<char>(byte)};
+  }
+  char hex[8];
+  std::snprintf(hex, sizeof hex, "\\u%04X", static_cast<unsigned int>(byte));
+  EXPECT_EQ(JSONWorker::toUTF8(byte), hex);
+  return hex;
+}
+
+TEST(Escapes, AreMadeForEveryByteOutsidePrintableAscii) {
+  for (unsigned int code = 0; code < 256; ++code) {
+    const auto byte = static_cast<unsigned char>(code);
+    const std::string text{'a', static_cast<char>(byte), 'z'};
+    EXPECT_EQ(escaped(text), "a" + expectedEscape(byte) + "z");
+    JSONNode node(JSON_ARRAY);
+    node.push_back(JSONNode("", text));
+    EXPECT_EQ(JSONWorker::parse(node.write())[0U].as_string(), text);
+  }
+  EXPECT_EQ(escaped("\xC3\xB1\x0B\x7F\x01"), "\\u00C3\\u00B1\\u000B\\u007F\\u0001");
+  EXPECT_EQ(escaped(""), "");
+}
+
+TEST(Writing, FixesEveryByteOfBothForms) {
+  JSONNode answer(JSON_NODE);
+  EXPECT_EQ(answer.write(), "{}");
+  EXPECT_EQ(answer.write_formatted(), "{}");
+  answer.push_back(JSONNode("command", 3));
+  answer.push_back(JSONNode("error", "x/y"));
+  EXPECT_EQ(answer.write(1024), R"({"command":3,"error":"x\/y"})");
+  EXPECT_EQ(answer.write_formatted(2048), "{\n\t\"command\" : 3,\n\t\"error\" : \"x\\/y\"\n}");
+
+  JSONNode list(JSON_ARRAY);
+  list.push_back(JSONNode("ignored", 1));
+  list.push_back(JSONNode("", true));
+  JSONNode tree(JSON_NODE);
+  tree.set_name("root");  // never written
+  tree.push_back(JSONNode("t/\"\xC3", "tab\tline\nquote\""));
+  JSONNode empty(JSON_ARRAY);
+  empty.set_name("e");
+  tree.push_back(empty);
+  list.set_name("l");
+  tree.push_back(list);
+  JSONNode null(JSON_NULL);
+  null.set_name("n");
+  tree.push_back(null);
+  EXPECT_EQ(tree.write(),
+            "{\"t\\/\\\"\\u00C3\":\"tab\\tline\\nquote\\\"\",\"e\":[],\"l\":[1,true],\"n\":null}");
+  EXPECT_EQ(tree.write_formatted(),
+            "{\n\t\"t\\/\\\"\\u00C3\" : \"tab\\tline\\nquote\\\"\",\n\t\"e\" : [],\n\t\"l\" : [\n"
+            "\t\t1,\n\t\ttrue\n\t],\n\t\"n\" : null\n}");
+}
+
+TEST(Writing, GivesNothingForARootThatIsNoContainer) {
+  EXPECT_EQ(JSONNode("n", "text").write(), "");
+  EXPECT_EQ(JSONNode("n", 1).write_formatted(), "");
+}
+
+TEST(Writing, IndentsByOneTabPerLevelHoweverDeep) {
+  constexpr std::size_t kDepth = 30;  // beyond the three caches of eight
+  JSONNode root = JSONWorker::parse(std::string(kDepth, '[') + "1" + std::string(kDepth, ']'));
+  std::string expected = "[";
+  for (std::size_t level = 1; level <= kDepth; ++level) {
+    expected += "\n" + std::string(level, '\t') + (level < kDepth ? "[" : "1");
+  }
+  for (std::size_t level = kDepth; level-- > 0;) {
+    expected += "\n" + std::string(level, '\t') + "]";
+  }
+  EXPECT_EQ(root.write_formatted(), expected);
+}
+
+TEST(Writing, GivesBackWhatWasNotReadAsItCameIn) {
+  const std::string text =
+      "/*c*/ { \"a/\xC3\" : \"b/\xC3\" , \"n\":[ 1.50, 007, tru ],/*x*/ \"q\\\"\":\"\\\"\\u00e9\" "
+      "}";
+  JSONNode root = JSONWorker::parse(text);
+  EXPECT_EQ(root.write(), "{\"a/\xC3\":\"b/\xC3\",\"n\":[1.50,007,tru],\"q\\\"\":\"\\\"\\u00e9\"}");
+  // Read: values without an escape keep their bytes, others are escaped anew; names stay raw.
+  EXPECT_EQ(root["a/\xC3"].as_string(), "b/\xC3");
+  EXPECT_EQ(root["q\""].as_string(), "\"\xE9");
+  EXPECT_EQ(root.write(), "{\"a/\xC3\":\"b/\xC3\",\"n\":[1.50,007,tru],\"q\"\":\"\\\"\\u00E9\"}");
+  EXPECT_EQ(root["n"].size(), 3U);
+  EXPECT_EQ(root["n"].write(), "[1.50,007,null]");
+  // Formatted: what is malformed shows as null, unread strings keep their text.
+  EXPECT_EQ(JSONWorker::parse(R"({"a":[1:2],"s":"\/"})").write_formatted(),
+            "{\n\t\"a\" : null,\n\t\"s\" : \"\\/\"\n}");
+  EXPECT_EQ(JSONWorker::parse("[1,//a\n\"#\",[/*\"*/]]//\n]").write(), "[1,\"#\",[]]]");
+}
+
+TEST(Writing, PutsCommentsOnLinesOfTheirOwn) {
+  JSONNode root = JSONWorker::parse("//top\n{/*one*/\"a\":1,/*x*//*y*/\"b\":2}");
+  EXPECT_EQ(root.write_formatted(),
+            "\n//top\n{\n\t\n\t//one\n\t\"a\" : 1,\n\t\n\t/*\n\t\tx\n\t\ty\n\t*/\n\t\"b\" : 2\n}");
+  const JSONNode again = JSONWorker::parse(root.write_formatted());
+  EXPECT_EQ(again.get_comment(), "top");
+  EXPECT_TRUE(again == root);
+  EXPECT_EQ(root.write(), R"({"a":1,"b":2})");
+  root.set_comment("a*/b\n*/");
+  EXPECT_EQ(root.write_formatted().substr(0, 18), "\n/*\n\ta* /b\n\t* /\n*/");
+}
+
+}  // namespace
