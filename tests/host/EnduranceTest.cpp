@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <random>
 
@@ -36,7 +36,9 @@ struct Holdings {
 void expectSame(const Holdings& before, const Holdings& after) {
   EXPECT_EQ(after.threads, before.threads);
   EXPECT_EQ(after.descriptors, before.descriptors);
-  if (!kSanitized) EXPECT_LT(after.kilobytes, before.kilobytes + kToleranceKilobytes);
+  if (!kSanitized) {
+    EXPECT_LT(after.kilobytes, before.kilobytes + kToleranceKilobytes);
+  }
 }
 
 struct Exchange {
@@ -60,9 +62,10 @@ TEST(Endurance, MixedRequestsOnTheFakeToken) {
       {40, frame(kSignRequest), 1},
       {5, frame(R"({"command":5,"certId":"oQ==","digest":"AAEC"})"), 1},
       {1, frame(initializeRequest()), 1},
-      {1, frame(R"({"command":0,"signature":"AA==","domains":"","currentDomain":"",)"
-                R"("caSubjectNames":""})") +
-              frame(kListRequest) + frame(initializeRequest()),
+      {1,
+       frame(R"({"command":0,"signature":"AA==","domains":"","currentDomain":"",)"
+             R"("caSubjectNames":""})") +
+           frame(kListRequest) + frame(initializeRequest()),
        3},
       {5, frame("not json"), 0},
       {5, frame("{\"command\":8"), 0},
@@ -77,7 +80,8 @@ TEST(Endurance, MixedRequestsOnTheFakeToken) {
   std::minstd_rand order(7);
 
   TemporaryFolder folder;
-  folder.write("script", "pin *\naccept second C_Initialize\nkey a1\ncertificate a1 hex 3003020101\n");
+  folder.write("script",
+               "pin *\naccept second C_Initialize\nkey a1\ncertificate a1 hex 3003020101\n");
   HostProcess host({}, {{"SIGNING_HOST_PKCS11_MODULE", FAKE_TOKEN_MODULE},
                         {"FAKE_TOKEN_SCRIPT", folder.file("script")}});
   host.ask(initializeRequest());
@@ -102,25 +106,20 @@ TEST(Endurance, MixedRequestsOnTheFakeToken) {
 }
 
 TEST(Endurance, SigningsOnSoftHsm) {
-  TemporaryFolder folder;
-  std::filesystem::create_directory(folder.file("tokens"));
-  folder.write("softhsm2.conf", "directories.tokendir = " + folder.file("tokens") + "\n");
-  const std::string setUp =
-      "cd '" + folder.file(".") + "' && export SOFTHSM2_CONF=softhsm2.conf && " +
-      "openssl genpkey -quiet -algorithm RSA -pkeyopt rsa_keygen_bits:2048 -out key.pem && " +
-      "softhsm2-util --init-token --free --label t --pin 1234 --so-pin 1234 && " +
-      "softhsm2-util --import key.pem --token t --label k --id a1 --pin 1234";
-  ASSERT_EQ(std::system((setUp + " >set-up.log 2>&1").c_str()), 0);
-  HostProcess host({}, {{"SIGNING_HOST_PKCS11_MODULE", SOFTHSM_MODULE},
-                        {"SOFTHSM2_CONF", folder.file("softhsm2.conf")}});
+  std::ifstream file(SOFT_TOKEN_FOLDER "/token.json");
+  const json token = json::parse(file);
+  const std::string request =
+      R"({"command":5,"certId":"AQ==","digest":"AAECAwQFBgcICQoLDA0ODw=="})";
+  HostProcess host({}, {{"SIGNING_HOST_PKCS11_MODULE", token["module"]},
+                        {"SOFTHSM2_CONF", token["softhsm2Conf"]}});
   host.ask(initializeRequest());
-  host.ask(kSignRequest);
-  host.ask(setPinRequest("1234"));
-  const std::string first = host.ask(kSignRequest);
+  host.ask(request);
+  host.ask(setPinRequest(token["pin"]));
+  const std::string first = host.ask(request);
   ASSERT_EQ(json::parse(first)["lastError"], 0) << first;
   std::optional<Holdings> early;
   for (int signings = 0; signings < kSignings; ++signings) {
-    ASSERT_EQ(host.ask(kSignRequest), first) << "PKCS#1 v1.5 gives one signature for one digest";
+    ASSERT_EQ(host.ask(request), first) << "PKCS#1 v1.5 gives one signature for one digest";
     if (signings == kSignings / 10) early.emplace(host.pid());
     host.send(HostProcess::frame("{\"command\"") + HostProcess::frame("]"));
   }

@@ -249,7 +249,8 @@ TEST_F(FaultSweep, AModuleThatLies) {
   TokenHost host;
   host.givePin("0");
   for (const Lie& lie : lies) {
-    SCOPED_TRACE(lie.script.substr(lie.script.size() - std::min<std::size_t>(60, lie.script.size())));
+    SCOPED_TRACE(
+        lie.script.substr(lie.script.size() - std::min<std::size_t>(60, lie.script.size())));
     host.script(lie.script);
     host.takeCalls();
     const json answer = host.ask(lie.operation->request);
@@ -265,7 +266,9 @@ TEST_F(FaultSweep, AModuleThatLies) {
   const long before = statusNumber(host.process.pid(), "VmRSS");
   host.ask(kListRequest);
   EXPECT_GT(host.takeCalls().size(), 2000 * sizeof "FindObjects");
-  if (!kSanitized) EXPECT_LT(statusNumber(host.process.pid(), "VmHWM"), before + 2000);
+  if (!kSanitized) {
+    EXPECT_LT(statusNumber(host.process.pid(), "VmHWM"), before + 2000);
+  }
 }
 
 TEST(BadModule, NeverDisturbsAByteOfTheConversation) {

@@ -94,8 +94,8 @@ TEST_P(Secrets, OnceInTheRegistryHoweverThePinWasTyped) {
        }},
       {"as a number", [](TokenHost& host, const std::string& own,
                          const std::string&) { host.ask("{\"command\":3,\"pin\":" + own + "}"); }},
-      {"by character", [](TokenHost& host, const std::string& own,
-                          const std::string&) { typePin(host, own); }},
+      {"by character",
+       [](TokenHost& host, const std::string& own, const std::string&) { typePin(host, own); }},
       {"by character, corrected",
        [](TokenHost& host, const std::string& own, const std::string& wrong) {
          typePin(host, wrong);
@@ -162,7 +162,8 @@ TEST_P(Secrets, NowhereOnceTheRegistryIsCleared) {
 
 // A short one stands inside the string objects, a long one on the heap.
 INSTANTIATE_TEST_SUITE_P(Pins, Secrets,
-                         testing::Values("831792645027194", "8317926450271946385017264938561702948371"));
+                         testing::Values("831792645027194",
+                                         "8317926450271946385017264938561702948371"));
 
 /// What another process of the same user can open of a process, as "environ mem ptrace".
 std::string openTo(pid_t process, bool dropRoot) {
@@ -196,7 +197,12 @@ TEST(Protection, NoProcessOfTheSameUserCanReadOrTraceTheHost) {
   if (isRoot) {
     std::filesystem::permissions(folder.file("."), std::filesystem::perms(0755));
     std::filesystem::copy_file(SIGNING_HOST_BINARY, folder.file("signing-host"));
-    launcher = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "sh", "-c",
+    launcher = {"setpriv",
+                "--reuid=65534",
+                "--regid=65534",
+                "--clear-groups",
+                "sh",
+                "-c",
                 "exec " + folder.file("signing-host")};
   }
   HostProcess host({}, {}, launcher);

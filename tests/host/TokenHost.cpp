@@ -1,5 +1,6 @@
 #include "tests/host/TokenHost.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -23,13 +24,12 @@ void TemporaryFolder::write(const std::string& name, std::string_view bytes) con
 }
 
 std::string initializeRequest() {
-  static const std::string request =
-      json{{"command", 0},
-           {"signature", test_support::signSha1(DOMAINS_PRIVATE_KEY, "a.test|")},
-           {"domains", "a.test|"},
-           {"currentDomain", "https://a.test/"},
-           {"caSubjectNames", ""}}
-          .dump();
+  static const std::string request = json{
+      {"command", 0},
+      {"signature", test_support::signSha1(DOMAINS_PRIVATE_KEY, "a.test|")},
+      {"domains", "a.test|"},
+      {"currentDomain", "https://a.test/"},
+      {"caSubjectNames", ""}}.dump();
   return request;
 }
 
