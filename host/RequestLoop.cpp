@@ -7,7 +7,7 @@
 void Pkcs11NativeMessagingHost::Execute() {
   while (!exitRequested) {
     serveOneRequest();
-    wipeStack();
+    wipeStack<kMessageStackDepth>();
   }
 }
 
