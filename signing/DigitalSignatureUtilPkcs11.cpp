@@ -77,6 +77,6 @@ void DigitalSignatureUtilPkcs11::SetErrorInfo() {
   }
   lastLowLevelError = PR_GetError();
   std::string text(static_cast<std::size_t>(PR_GetErrorTextLength()) + 1, '\0');
-  PR_GetErrorText(text.data());
-  errorMessage = text.c_str();  // up to the terminator
+  text.resize(static_cast<std::size_t>(PR_GetErrorText(text.data())));  // without terminator
+  errorMessage = std::move(text);
 }
