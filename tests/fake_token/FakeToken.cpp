@@ -163,7 +163,8 @@ std::vector<CK_OBJECT_HANDLE> FakeToken::search(const Attributes& wanted) const 
 }
 
 Bytes FakeToken::signature(CK_OBJECT_HANDLE key, const Bytes& data) const {
-  const std::string& pemPath = current.keyFiles.at(object(key)->at(CKA_ID));
+  const Bytes& id = object(key)->at(CKA_ID);
+  const std::string& pemPath = current.keyFiles.at({id.begin(), id.end()});
   if (!pemPath.empty()) return rsaSignature(pemPath, data);
   Bytes pattern(current.patternSignatureLength);
   for (std::size_t at = 0; at < pattern.size(); ++at) {

@@ -252,8 +252,8 @@ CK_RV C_GetAttributeValue(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
                          for (CK_ULONG at = 0; at < count; ++at) {
                            const CK_RV own = giveAttribute(token, object, attributes[at]);
                            if (own != CKR_OK) value = own;
-                           results += " " + hexNumber(attributes[at].type) + ":" +
-                                      std::to_string(attributes[at].ulValueLen);
+                           results.append(" ").append(hexNumber(attributes[at].type));
+                           results.append(":").append(std::to_string(attributes[at].ulValueLen));
                          }
                          return value;
                        });

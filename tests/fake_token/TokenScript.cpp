@@ -151,7 +151,7 @@ void addStatement(TokenScript& script, const std::string& verb, Words& words) {
   } else if (verb == "key") {
     const Bytes id = hexBytes(word(words));
     script.objects.push_back({{CKA_CLASS, numberBytes(CKO_PRIVATE_KEY)}, {CKA_ID, id}});
-    script.keyFiles[id] = rest(words);
+    script.keyFiles[std::string(id.begin(), id.end())] = rest(words);
   } else if (verb == "signature") {
     script.patternSignatureLength = number(word(words));
   } else if (verb == "accept") {

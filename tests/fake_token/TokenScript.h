@@ -64,7 +64,7 @@ struct TokenScript {
   std::vector<CK_SLOT_ID> slots{1};
   std::string pin = "1234";
   std::vector<Attributes> objects;
-  std::map<Bytes, std::string> keyFiles;  ///< PEM files by CKA_ID
+  std::map<std::string, std::string> keyFiles;  ///< PEM files by the bytes of the CKA_ID
   CK_ULONG patternSignatureLength = 256;
   bool acceptSecondInitialize = false;
   bool logPin = false;
