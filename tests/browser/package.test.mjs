@@ -1,0 +1,87 @@
+// Installed as users install it: the Debian package, and the registration for one user.
+import assert from "node:assert/strict";
+import { execFileSync, spawnSync } from "node:child_process";
+import { createHash } from "node:crypto";
+import { existsSync, mkdirSync, readdirSync, readFileSync, writeFileSync } from "node:fs";
+import path from "node:path";
+import { test } from "node:test";
+import { build, domainList, extensionFor, hostProgram, inPage, isRoot, makeHome, root, servePages, startChromium, temporaryFolder, until } from "./support.mjs";
+
+const manifest = JSON.parse(readFileSync(path.join(root, "extension/manifest.json")));
+const chromiumId = [...createHash("sha256").update(Buffer.from(manifest.key, "base64")).digest("hex").slice(0, 32)]
+  .map((digit) => String.fromCharCode(97 + parseInt(digit, 16))).join("");
+const kSystemManifests = [
+  "/etc/opt/chrome/native-messaging-hosts", "/etc/chromium/native-messaging-hosts", "/etc/opt/edge/native-messaging-hosts",
+  "/usr/lib/mozilla/native-messaging-hosts"].map((folder) => `${folder}/org.signing_host.host.json`);
+
+function assertNamesTheExtension(file, host) {
+  const registered = JSON.parse(readFileSync(file));
+  assert.equal(registered.path, host);
+  const ids = registered.allowed_origins ?? registered.allowed_extensions;
+  const expected = /mozilla/.test(file) ? manifest.browser_specific_settings.gecko.id : `chrome-extension://${chromiumId}/`;
+  assert.deepEqual(ids, [expected], file);
+}
+
+const everything = (folder) => readdirSync(folder, { recursive: true }).sort();
+const isInstalled = () => spawnSync("dpkg", ["-s", "signing-host"]).status === 0;
+
+test("the Debian package", {
+  timeout: 900_000,
+  skip: !isRoot ? "installing a package needs root" : isInstalled() && "signing-host is installed on this machine and stays as it is",
+}, async (t) => {
+  const key = path.join(build, "development-key/domains-public.pem");
+  execFileSync(path.join(root, "script/package"), [`-DDOMAINS_PUBLIC_KEY=${key}`], { stdio: ["ignore", "ignore", "inherit"] });
+  const folder = path.join(root, "build/package");
+  const archive = path.join(folder, readdirSync(folder).find((name) => name.endsWith(".deb")));
+  assert.match(execFileSync("dpkg-deb", ["--field", archive, "Depends"], { encoding: "utf8" }), /libnss3.*libc6|libc6.*libnss3/);
+
+  t.after(() => spawnSync("dpkg", ["--purge", "signing-host"]));
+  execFileSync("dpkg", ["--install", archive], { stdio: "ignore" });
+  for (const file of kSystemManifests) assertNamesTheExtension(file, "/usr/bin/signing-host");
+
+  await t.test("Chromium finds the host in the system's folder", async (t) => {
+    const home = makeHome(t, { register: false });
+    const address = await servePages(t);
+    const browser = await startChromium(t, home, extensionFor(home.home, "http://signer.localhost/*"));
+    const page = await browser.newPage();
+    await page.goto(address("signer.localhost"));
+    const listed = await inPage(page, async ({ SigningClient }, credentials) => {
+      const client = new SigningClient();
+      await client.open();
+      await client.initialise(credentials);
+      return client.list();
+    }, domainList("signer.localhost"));
+    assert.equal(listed.length, 1);
+  });
+
+  const files = execFileSync("dpkg", ["-L", "signing-host"], { encoding: "utf8" }).trim().split("\n");
+  const own = files.filter((file) => /signing.host/.test(file));
+  assert.ok(own.length >= 5, own.join());
+  execFileSync("dpkg", ["--remove", "signing-host"], { stdio: "ignore" });
+  assert.deepEqual(own.filter(existsSync), [], "removal leaves nothing");
+  await until("its record is gone", () => !isInstalled());
+});
+
+test("registration for one user is undone exactly", (t) => {
+  const home = temporaryFolder(t);
+  const env = { PATH: process.env.PATH, HOME: home };
+  const run = (script, ...args) => spawnSync(path.join(root, "script", script), args, { env, encoding: "utf8" });
+  mkdirSync(path.join(home, ".config/chromium/NativeMessagingHosts"), { recursive: true });
+  const before = everything(home);
+
+  assert.equal(run("install-user", hostProgram).status, 0);
+  const manifests = everything(home).filter((name) => name.endsWith(".json"));
+  assert.equal(manifests.length, 6);
+  for (const name of manifests) assertNamesTheExtension(path.join(home, name), hostProgram);
+  assert.equal(run("install-user", hostProgram).status, 0, "a second time changes nothing");
+  assert.equal(run("uninstall-user").status, 0);
+  assert.deepEqual(everything(home), before);
+
+  // What another installation or the user put there is left alone.
+  const foreign = path.join(home, ".config/chromium/NativeMessagingHosts/org.signing_host.host.json");
+  writeFileSync(foreign, "theirs");
+  assert.match(run("install-user", hostProgram).stderr, /was not made by this script/);
+  run("uninstall-user");
+  assert.equal(readFileSync(foreign, "utf8"), "theirs");
+  assert.match(run("install-user", path.join(home, "absent")).stderr, /there is no host at .*absent/);
+});
