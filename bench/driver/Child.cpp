@@ -1,6 +1,7 @@
 #include "bench/driver/Child.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -70,11 +71,33 @@ double waitForEnd(pid_t process) {
   return static_cast<double>(usage.ru_maxrss);
 }
 
+void keepTo(int processor, pid_t process) {
+  cpu_set_t only;
+  CPU_ZERO(&only);
+  CPU_SET(static_cast<std::size_t>(processor), &only);
+  require(sched_setaffinity(process, sizeof only, &only) == 0, "sched_setaffinity");
+}
+
 }  // namespace
 
 double nanosecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
 }
+
+std::vector<int> usableProcessors() {
+  cpu_set_t usable;
+  CPU_ZERO(&usable);
+  require(sched_getaffinity(0, sizeof usable, &usable) == 0, "sched_getaffinity");
+  std::vector<int> result;
+  for (int processor = 0; processor < CPU_SETSIZE; ++processor) {
+    if (CPU_ISSET(static_cast<std::size_t>(processor), &usable)) {
+      result.push_back(processor);
+    }
+  }
+  return result;
+}
+
+void runThisProcessOn(int processor) { keepTo(processor, 0); }
 
 Child::Child(const std::vector<std::string>& command, const std::vector<std::string>& environment)
     : incoming(std::size_t{1} << 20U) {
@@ -127,6 +150,8 @@ double Child::kilobytes(std::string_view field) const {
   }
   fail("no such field: " + std::string(field));
 }
+
+void Child::runOn(int processor) const { keepTo(processor, process); }
 
 double Child::finish() {
   close(toChild);

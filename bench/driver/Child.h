@@ -12,6 +12,12 @@ using Clock = std::chrono::steady_clock;
 /// Nanoseconds since `start`.
 double nanosecondsSince(Clock::time_point start);
 
+/// The processors that this process may use.
+std::vector<int> usableProcessors();
+
+/// Keeps this process to one processor.
+void runThisProcessOn(int processor);
+
 /// A program under measurement that speaks native messaging over pipes: 32-bit length, text.
 /// Any failure of a call or of the conversation ends the benchmark with a message.
 class Child {
@@ -30,6 +36,9 @@ class Child {
 
   /// A field of the process's status in kB, "VmRSS" (resident now) or "VmHWM" (its peak).
   [[nodiscard]] double kilobytes(std::string_view field) const;
+
+  /// Keeps the child to one processor.
+  void runOn(int processor) const;
 
   /// Closes the child's input and waits for its end. Returns its peak resident size in kB.
   double finish();
