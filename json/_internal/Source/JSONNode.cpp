@@ -1,30 +1,16 @@
 #include "json/_internal/Source/JSONNode.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
 
+#include "json/_internal/Source/MissingMember.h"
 #include "json/_internal/Source/internalJSONNode.h"
 
 using json_detail::FreeList;
+using json_detail::missingMember;
 
 namespace {
-
-/// Ends the process for want of a member that the caller relies on. Not an exception: a request
-/// loop that swallows exceptions must not go on as if there had been a value.
-[[noreturn]] void missingMember(std::string_view name) {
-  constexpr std::size_t kShown = 64;
-  std::string shown(name.substr(0, kShown));
-  for (char& c : shown) {
-    if (c < ' ' || c > '~') {
-      c = '?';
-    }
-  }
-  static_cast<void>(std::fprintf(stderr, "json: the member \"%s\" is missing\n", shown.c_str()));
-  std::abort();
-}
 
 template <typename Pointer>
 auto& existing(Pointer child) {
