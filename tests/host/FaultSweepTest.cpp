@@ -196,7 +196,7 @@ TEST_F(FaultSweep, AModuleThatLies) {
   const std::string large =
       test_support::makeCertificate({.extensions = {{"nsComment", std::string(60'000, 'x')}}});
   const auto certificates = [&](const std::string& bytes) {
-    return "certificate a1 hex " + hex(bytes) + "\ncertificate b2 hex " + hex(derB) + "\n";
+    return "certificate a1 hex " + (bytes.empty() ? "-" : hex(bytes)) + "\ncertificate b2 hex " + hex(derB) + "\n";
   };
   struct Lie {
     const Operation* operation;
@@ -214,18 +214,18 @@ TEST_F(FaultSweep, AModuleThatLies) {
       {&list, objects + "slots 7 9\nlie slots 1 1", 12, ""},
       {&list, objects + "lie found 1 5", 0, "AB"},
       {&list, objects + "lie found 1 0", 0, ""},
-      {&list, objects + "lie length CKA_VALUE asked 0 1", 12, "B"},
-      {&list, objects + "lie length CKA_VALUE both 0 1", 0, "B"},
-      {&list, objects + "lie length CKA_ID both 0 1", 0, "B"},
-      {&list, objects + "lie length CKA_VALUE asked ones 1", 12, "B"},
-      {&list, objects + "lie length CKA_ID both ones 1", 12, "B"},
-      {&list, objects + "lie length CKA_VALUE asked 5 1", 12, "B"},
-      {&list, objects + "lie length CKA_VALUE asked 0x7fffffffffffffff 1", 12, "B"},
-      {&list, objects + "lie length CKA_VALUE asked 0xffffffff 1", 12, "B"},
-      {&list, objects + "lie length CKA_VALUE read 100000 1", 12, "B"},
-      {&list, objects + "lie length CKA_VALUE read ones 1", 12, "B"},
-      {&list, objects + "lie length CKA_VALUE read 3 1", 0, "B"},
-      {&list, objects + "lie length CKA_ID read 9 1", 12, "B"},
+      {&list, objects + "lie length CKA_VALUE asked 0 object 1", 12, "B"},
+      {&list, objects + "lie length CKA_VALUE both 0 object 1", 0, "B"},
+      {&list, objects + "lie length CKA_ID both 0 object 1", 0, "B"},
+      {&list, objects + "lie length CKA_VALUE asked ones object 1", 12, "B"},
+      {&list, objects + "lie length CKA_ID both ones object 1", 12, "B"},
+      {&list, objects + "lie length CKA_VALUE asked 5 object 1", 12, "B"},
+      {&list, objects + "lie length CKA_VALUE asked 0x7fffffffffffffff object 1", 12, "B"},
+      {&list, objects + "lie length CKA_VALUE asked 0xffffffff object 1", 12, "B"},
+      {&list, objects + "lie length CKA_VALUE read 100000 object 1", 12, "B"},
+      {&list, objects + "lie length CKA_VALUE read ones object 1", 12, "B"},
+      {&list, objects + "lie length CKA_VALUE read 3 object 1", 0, "B"},
+      {&list, objects + "lie length CKA_ID read 9 object 1", 12, "B"},
       {&list, certificates(""), 0, "B"},
       {&list, certificates("0"), 0, "B"},
       {&list, certificates(derA.substr(0, derA.size() - 1)), 0, "B"},
@@ -298,7 +298,7 @@ TEST(BadModule, NeverDisturbsAByteOfTheConversation) {
       EXPECT_EQ(host.ask(kListRequest).value("lastError", -1), serves ? 0 : 12);
       host.givePin("1");
       const json answer = host.ask(kSignRequest);
-      EXPECT_EQ(answer.value("errorMessage", "?"), serves ? "" : "C_Initialize failed");
+      EXPECT_EQ(answer.value("lastLowLevelError", -1), serves ? 0 : 5);
       EXPECT_EQ(answer.value("pkcs1", "?"), serves ? "MA==" : "");
       continue;
     }
