@@ -497,7 +497,7 @@ export class SigningClient {
       if (error.code === 9 || error.code === 10) this.#refusal = error;
       throw error;
     }
-    return answer[resultName];
+    return answer[resultName] ?? "";
   }
 
   /** Waits for its turn, sends, and resolves with the answer. */
