@@ -68,9 +68,10 @@ std::string MessageChannel::readLine() {
 
 void MessageChannel::write(std::string_view head, std::string_view body) const {
   while (!head.empty() || !body.empty()) {
-    // writev takes pointers to non-const but only reads.
+    // NOLINTBEGIN(cppcoreguidelines-pro-type-const-cast): writev only reads, iovec cannot say so.
     std::array<iovec, 2> parts{{{const_cast<char*>(head.data()), head.size()},
                                 {const_cast<char*>(body.data()), body.size()}}};
+    // NOLINTEND(cppcoreguidelines-pro-type-const-cast)
     const ssize_t written = ::writev(output, parts.data(), static_cast<int>(parts.size()));
     if (written < 0 && errno == EINTR) {
       continue;

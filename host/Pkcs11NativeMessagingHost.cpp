@@ -1,7 +1,5 @@
 #include "host/Pkcs11NativeMessagingHost.h"
 
-#include <utility>
-
 namespace {
 /// Longer than any small-string buffer, so that the PIN's bytes stand in a heap block, which is
 /// wiped when it is released, and never inside the string object.
@@ -10,7 +8,7 @@ constexpr std::size_t kPendingPinCapacity = 64;
 
 Pkcs11NativeMessagingHost::Pkcs11NativeMessagingHost(bool websocketModeChosen,
                                                      MessageChannel messageChannel)
-    : websocketMode(websocketModeChosen), channel(std::move(messageChannel)) {
+    : websocketMode(websocketModeChosen), channel(messageChannel) {
   pendingPin.reserve(kPendingPinCapacity);
 }
 
