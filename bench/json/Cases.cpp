@@ -1,0 +1,71 @@
+#include "bench/json/Cases.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+/// Base64-looking text in which every sixteenth character is a slash.
+std::string base64Text(std::size_t length) {
+  std::string text(length, 'A');
+  for (std::size_t i = 0; i < length; ++i) {
+    text[i] = i % 16 == 15 ? '/' : static_cast<char>('A' + i * 7 % 26);
+  }
+  return text;
+}
+
+}  // namespace
+
+const std::string& initializeRequest() {
+  static const std::string request =
+      R"({"command":0,"signature":")" + std::string(172, 'k') +
+      R"(","domains":"sede.example.es|firma.example.es|tramites.example.org|oficina.example.net")"
+      R"(,"currentDomain":"https://sede.example.es/tramites/firma/solicitud?expediente=2041")"
+      R"(,"caSubjectNames":"CN=AC Firma Ejemplo, OU=Certificados, O=Autoridad de Ejemplo, C=ES|)"
+      R"(CN=AC Raiz Ejemplo 2, OU=Certificados, O=Autoridad de Ejemplo, C=ES|CN=AC Componentes)"
+      R"( Ejemplo, OU=Ceres, O=Otra Autoridad de Ejemplo, L=Madrid, C=ES"})";
+  return request;
+}
+
+const std::string& signingRequest() {
+  static const std::string request = R"({"command":5,"certId":"q83vASNFZ4mrze8BI0VniavN7wE=",)"
+                                     R"("digest":"47DEQpj8HBSa+TImW+5JCeuQeRkm5NMpJWZG3hSuFUA="})";
+  return request;
+}
+
+const Envelope& signatureEnvelope() {
+  static const Envelope envelope{5, "Certificado ZORAL", 3, "pkcs1", base64Text(344)};
+  return envelope;
+}
+
+const Envelope& listingEnvelope() {
+  static const Envelope envelope = [] {
+    std::string list;
+    for (const char* name : {"MUÑOZ IBÁÑEZ, JOSÉ", "GARCÍA PEÑA, MARÍA", "NÚÑEZ LEÓN, ÍÑIGO"}) {
+      list += list.empty() ? "" : "|";
+      list += "CN=AC Firma Ejemplo, OU=Certificación, O=Autoridad de Ejemplo, C=ES|CN=\"";
+      list += name;
+      list += "\", SERIALNUMBER=IDCES-00000000T, C=ES|" + base64Text(28);
+    }
+    return Envelope{2, "Certificado ZORAL", 3, "certificates", list};
+  }();
+  return envelope;
+}
+
+std::string lineOfMembers(std::size_t bytes) {
+  constexpr std::size_t kMember = 100;
+  std::string line = "{";
+  for (std::size_t i = 0; line.size() + kMember <= bytes; ++i) {
+    std::string member = "\"member" + std::to_string(i) + "\":\"";
+    member.append(kMember - member.size() - 2, 'v');
+    line += member + "\",";
+  }
+  return line + "\"last\":42}";
+}
+
+void requireRight(bool right, std::string_view subject) {
+  if (!right) {
+    std::fprintf(stderr, "%s: wrong result\n", std::string(subject).c_str());
+    std::exit(1);
+  }
+}

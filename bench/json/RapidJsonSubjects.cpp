@@ -1,0 +1,164 @@
+#include <rapidjson/document.h>
+#include <rapidjson/prettywriter.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "bench/json/Cases.h"
+
+namespace {
+
+using Pool = rapidjson::MemoryPoolAllocator<>;
+using Document = rapidjson::GenericDocument<rapidjson::UTF8<>, Pool, Pool>;
+
+rapidjson::Value::StringRefType reference(const std::string& text) {
+  return {text.data(), static_cast<rapidjson::SizeType>(text.size())};
+}
+
+std::string copied(const rapidjson::Value& value) {
+  return {value.GetString(), value.GetStringLength()};
+}
+
+/// The documented way to avoid the allocator for small texts: buffers of the caller. The object is
+/// made once and cleared for every document.
+struct Buffers {
+  static constexpr std::size_t kSize = 4096;
+  std::vector<char> values = std::vector<char>(kSize);
+  std::vector<char> parsing = std::vector<char>(kSize);
+};
+
+template <bool InSitu>
+class RapidJson {
+ public:
+  static constexpr const char* kName = InSitu ? "rapidjson_in_situ" : "rapidjson_dom";
+  explicit RapidJson(const std::string& request) : text(request), copy(request.size() + 1) {}
+
+  InitializeTexts readInitialize() {
+    return withRoot([](const Document& root) -> InitializeTexts {
+      return {root["command"].GetInt(), copied(root["signature"]), copied(root["domains"]),
+              copied(root["currentDomain"]), copied(root["caSubjectNames"])};
+    });
+  }
+
+  SigningTexts readSigning() {
+    return withRoot([](const Document& root) -> SigningTexts {
+      return {root["command"].GetInt(), copied(root["certId"]), copied(root["digest"])};
+    });
+  }
+
+  long readLast() {
+    return withRoot([](const Document& root) -> long { return root["last"].GetInt(); });
+  }
+
+ private:
+  template <typename Read>
+  auto withRoot(Read read) {
+    Pool values(buffers.values.data(), Buffers::kSize);
+    Pool parsing(buffers.parsing.data(), Buffers::kSize);
+    Document root(&values, Buffers::kSize / 2, &parsing);
+    if constexpr (InSitu) {
+      std::memcpy(copy.data(), text.c_str(), copy.size());  // parsing in place eats its input
+      root.ParseInsitu(copy.data());
+    } else {
+      root.Parse(text.data(), text.size());
+    }
+    return read(root);
+  }
+
+  const std::string& text;
+  std::vector<char> copy;
+  Buffers buffers;
+};
+
+/// Builds a document and writes it.
+class RapidJsonDomWriter {
+ public:
+  static constexpr const char* kName = "rapidjson_dom";
+
+  static std::string write(const Envelope& e, bool indented) {
+    static Buffers buffers;
+    Pool pool(buffers.values.data(), Buffers::kSize);
+    rapidjson::Value answer(rapidjson::kObjectType);
+    answer.AddMember("command", e.command, pool);
+    answer.AddMember("error", false, pool);
+    answer.AddMember("errorMessage", "", pool);
+    answer.AddMember("lastError", 0, pool);
+    answer.AddMember("lastLowLevelError", 0, pool);
+    answer.AddMember("pinModuleName", reference(e.pinModuleName), pool);
+    answer.AddMember("missingPin", false, pool);
+    answer.AddMember("invalidPin", false, pool);
+    answer.AddMember("pinLength", 0U, pool);
+    answer.AddMember("pinRetryCount", e.pinRetryCount, pool);
+    answer.AddMember(reference(e.resultName), reference(e.result), pool);
+    rapidjson::StringBuffer buffer(nullptr, 2048);
+    if (indented) {
+      rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+      writer.SetIndent('\t', 1);
+      answer.Accept(writer);
+    } else {
+      rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+      answer.Accept(writer);
+    }
+    return {buffer.GetString(), buffer.GetSize()};
+  }
+};
+
+/// Writes the values as they come, without a document.
+class RapidJsonStreamWriter {
+ public:
+  static constexpr const char* kName = "rapidjson_writer";
+
+  static std::string write(const Envelope& e, bool indented) {
+    rapidjson::StringBuffer buffer(nullptr, 2048);
+    if (indented) {
+      rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+      writer.SetIndent('\t', 1);
+      emit(e, writer);
+    } else {
+      rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+      emit(e, writer);
+    }
+    return {buffer.GetString(), buffer.GetSize()};
+  }
+
+ private:
+  template <typename Writer>
+  static void emit(const Envelope& e, Writer& writer) {
+    const auto text = [&writer](const std::string& value) {
+      writer.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
+    };
+    writer.StartObject();
+    writer.Key("command");
+    writer.Int(e.command);
+    writer.Key("error");
+    writer.Bool(false);
+    writer.Key("errorMessage");
+    writer.String("");
+    writer.Key("lastError");
+    writer.Int(0);
+    writer.Key("lastLowLevelError");
+    writer.Int64(0);
+    writer.Key("pinModuleName");
+    text(e.pinModuleName);
+    writer.Key("missingPin");
+    writer.Bool(false);
+    writer.Key("invalidPin");
+    writer.Bool(false);
+    writer.Key("pinLength");
+    writer.Uint64(0);
+    writer.Key("pinRetryCount");
+    writer.Int(e.pinRetryCount);
+    text(e.resultName);
+    text(e.result);
+    writer.EndObject();
+  }
+};
+
+const bool registered = registerSubject<RapidJson<true>>() && registerSubject<RapidJson<false>>() &&
+                        registerSubject<RapidJsonDomWriter>() &&
+                        registerSubject<RapidJsonStreamWriter>();
+
+}  // namespace
