@@ -99,6 +99,7 @@ LengthLie lengthLie(Words& words) {
   const std::string when = word(words);
   lie.whenAsked = when == "asked" || when == "both";
   lie.whenRead = when == "read" || when == "both";
+  if (!lie.whenAsked && !lie.whenRead) throw std::invalid_argument("when? " + when);
   lie.length = number(word(words));
   std::string object;
   lie.object = words >> object ? number(word(words)) : 0;
@@ -112,9 +113,9 @@ void addLie(TokenScript& script, Words& words) {
   } else if (what == "search") {
     script.searchLie = number(word(words));
   } else {
-    const char* function = what == "slots"   ? "C_GetSlotList"
-                           : what == "found" ? "C_FindObjects"
-                                             : "C_Sign";
+    static const std::map<std::string, std::string, std::less<>> functions{
+        {"slots", "C_GetSlotList"}, {"found", "C_FindObjects"}, {"signature", "C_Sign"}};
+    const std::string& function = functions.at(what);
     const unsigned long when = occurrence(words);
     script.countLies.push_back({function, when, number(word(words))});
   }
