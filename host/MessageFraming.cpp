@@ -57,7 +57,11 @@ std::unique_ptr<JSONNode> Pkcs11NativeMessagingHost::ReceiveWebsocketMessage(
 }
 
 void Pkcs11NativeMessagingHost::SendMessage(JSONNode node) {
-  websocketMode ? SendWebsocketMessage(std::move(node)) : SendNativeMessage(std::move(node));
+  if (websocketMode) {
+    SendWebsocketMessage(std::move(node));
+  } else {
+    SendNativeMessage(std::move(node));
+  }
 }
 
 void Pkcs11NativeMessagingHost::SendNativeMessage(JSONNode node) {

@@ -40,12 +40,12 @@ inline CharacterClass classOf(char byte) {
 /// and that letter.
 inline constexpr std::array<char, 256> kOutputEscapes = [] {
   std::array<char, 256> escapes{};
-  for (std::size_t byte = 0; byte < escapes.size(); ++byte) {
+  for (std::size_t byte = 0; byte != escapes.size(); ++byte) {
     escapes[byte] = byte >= 0x20 && byte <= 0x7E ? '\0' : 'u';
   }
   constexpr std::string_view kBytes = "\\/\"\b\t\n\f\r";
   constexpr std::string_view kLetters = "\\/\"btnfr";
-  for (std::size_t i = 0; i < kBytes.size(); ++i) {
+  for (std::size_t i = 0; i != kBytes.size(); ++i) {
     escapes[static_cast<unsigned char>(kBytes[i])] = kLetters[i];
   }
   return escapes;
