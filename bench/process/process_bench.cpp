@@ -30,7 +30,7 @@ void measureStarts(const std::string& host, const std::string& minimal, const st
     std::vector<std::string> command;
   };
   std::array<Subject, 3> subjects{
-      {{"host", {host}}, {"minimal_cpp", {minimal}}, {"python", {"python3", python}}}};
+      {{"host", {host}}, {"minimal_cpp", {minimal}}, {"python", {"/usr/bin/python3", python}}}};
   for (int repetition = 0; repetition < repetitions; ++repetition) {
     for (const Subject& subject : subjects) {
       measureStart(subject.name, subject.command);

@@ -45,7 +45,7 @@ int main(int argc, char** argv) {
   Child host({argv[1]});
   const std::size_t answerSize = host.ask(kVersionRequest).size();
   Child echo({argv[2], std::to_string(answerSize)});
-  Child python({"python3", argv[3]});
+  Child python({"/usr/bin/python3", argv[3]});
   std::array<Subject, 3> subjects{{{"host", &host}, {"minimal_c", &echo}, {"python", &python}}};
   const std::vector<int> processors = usableProcessors();
   runThisProcessOn(processors.front());
