@@ -99,14 +99,17 @@ TEST_F(DomainAuthorization, AnUndecodableSignatureIsNotAttributedToThePins) {
   EXPECT_EQ(service.LastError(), 10);
 }
 
-TEST_F(DomainAuthorization, WithoutNssNothingIsChecked) {
+TEST_F(DomainAuthorization, NssIsStoppedOnlyByTheServiceThatStartedIt) {
   auto service = authorizedService();
-  ASSERT_TRUE(service->IsAuthorized());
-  Service* const other = new Service("", "", "");
-  EXPECT_TRUE(other->IsInitialized());
-  delete other;  // did not start NSS, so does not stop it
+  EXPECT_TRUE(service->IsAuthorized());
+  EXPECT_TRUE(Service("", "", "").IsInitialized());
   EXPECT_FALSE(service->NeedConfigDir());
-  NSS_Shutdown();
+  service.reset();
+  EXPECT_FALSE(NSS_IsInitialized());
+  ASSERT_EQ(NSS_NoDB_Init(nullptr), SECSuccess);
+  service = authorizedService();
+  EXPECT_TRUE(service->IsAuthorized());
+  EXPECT_EQ(NSS_Shutdown(), SECSuccess);
   EXPECT_TRUE(service->NeedConfigDir());
   EXPECT_TRUE(service->IsAuthorized());  // the verdict needs no NSS
 }

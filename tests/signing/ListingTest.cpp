@@ -1,6 +1,5 @@
 // Listing and retrieval of certificates against the fake token.
 #include <gtest/gtest.h>
-#include <nss.h>
 
 #include "signing/Base64.h"
 #include "tests/signing/ServiceFixture.h"
@@ -11,7 +10,7 @@ using test_support::CertificateFields;
 using test_support::hex;
 using test_support::makeCertificate;
 
-constexpr char kBefore[] = "Initialize GetSlotList GetSlotList OpenSession ";
+const std::string kBefore = "Initialize GetSlotList GetSlotList OpenSession ";
 
 std::string certificateLine(const std::string& id, const CertificateFields& fields) {
   return "certificate " + id + " hex " + hex(makeCertificate(fields)) + "\n";
@@ -21,13 +20,6 @@ CertificateFields named(const char* name) { return {.subject = {{"CN", name}}}; 
 
 class Listing : public ServiceTest {
  protected:
-  ~Listing() override {
-    service.reset();
-    EXPECT_TRUE(Service("", "", "").IsInitialized());
-    // Nothing of NSS was left behind: the last service that started it could stop it.
-    EXPECT_EQ(NSS_IsInitialized(), PR_FALSE);
-  }
-
   static void script(const std::string& text) {
     FakeToken::instance().reset();
     FakeToken::instance().script(text);
@@ -90,50 +82,38 @@ TEST_F(Listing, AFailedReadSkipsTheObjectAndAFailedSearchEndsTheListing) {
   const std::string both = certificateLine("01", named("a")) + certificateLine("02", named("b"));
   const std::string one = "CN=Test Authority|CN=a|AQ==";
   const std::string other = "CN=Test Authority|CN=b|Ag==";
+  const std::string init = kBefore + "FindObjectsInit ";
   const std::string read = "FindObjects GetAttributeValue GetAttributeValue ";
   const std::string end = "FindObjectsFinal CloseSession Finalize";
-  struct Case {
-    std::string script, calls, error, listing;
-  };
-  const Case kCases[]{
-      {"fail C_FindObjectsInit 1 CKR_DEVICE_ERROR", "FindObjectsInit " + end,
-       "12 48 Find objects init", ""},
-      {"fail C_FindObjects 1 CKR_DEVICE_ERROR", "FindObjectsInit FindObjects " + end,
+  const Outcome kCases[]{
+      {"fail C_FindObjectsInit 1 CKR_DEVICE_ERROR", init + end, "12 48 Find objects init", ""},
+      {"fail C_FindObjects 1 CKR_DEVICE_ERROR", init + "FindObjects " + end,
        "12 48 Find first object", ""},
-      {"fail C_FindObjects 2 CKR_DEVICE_ERROR", "FindObjectsInit " + read + "FindObjects " + end,
+      {"fail C_FindObjects 2 CKR_DEVICE_ERROR", init + read + "FindObjects " + end,
        "12 48 Find other objects", one},
       {"fail C_GetAttributeValue 1 CKR_DEVICE_ERROR",
-       "FindObjectsInit FindObjects GetAttributeValue " + read + "FindObjects " + end,
+       init + "FindObjects GetAttributeValue " + read + "FindObjects " + end,
        "12 48 get attribute value", other},
-      {"fail C_GetAttributeValue 2 CKR_DEVICE_ERROR",
-       "FindObjectsInit " + read + read + "FindObjects " + end, "12 48 get attribute value", other},
+      {"fail C_GetAttributeValue 2 CKR_DEVICE_ERROR", init + read + read + "FindObjects " + end,
+       "12 48 get attribute value", other},
       {"lie length CKA_ID asked ones object 1",
-       "FindObjectsInit FindObjects GetAttributeValue " + read + "FindObjects " + end,
+       init + "FindObjects GetAttributeValue " + read + "FindObjects " + end,
        "12 19 get attribute value", other},
       {"lie length CKA_VALUE asked 1048577 object 1",
-       "FindObjectsInit FindObjects GetAttributeValue " + read + "FindObjects " + end,
+       init + "FindObjects GetAttributeValue " + read + "FindObjects " + end,
        "12 19 get attribute value", other},
-      {"lie length CKA_ID read 2 object 1", "FindObjectsInit " + read + read + "FindObjects " + end,
+      {"lie length CKA_ID read 2 object 1", init + read + read + "FindObjects " + end,
        "12 336 get attribute value", other},
-      {"lie length CKA_VALUE read ones object 1",
-       "FindObjectsInit " + read + read + "FindObjects " + end, "12 336 get attribute value",
+      {"lie length CKA_VALUE read ones object 1", init + read + read + "FindObjects " + end,
+       "12 336 get attribute value", other},
+      {"lie length CKA_VALUE read 0 object 1", init + read + read + "FindObjects " + end, "0 0 ",
        other},
-      {"lie length CKA_VALUE read 0 object 1",
-       "FindObjectsInit " + read + read + "FindObjects " + end, "0 0 ", other},
-      {"lie length CKA_ID both 0 object 1", "FindObjectsInit " + read + read + "FindObjects " + end,
-       "0 0 ", other},
-      {"lie found 1 5", "FindObjectsInit " + read + read + "FindObjects " + end, "0 0 ",
-       one + "|" + other},
+      {"lie length CKA_ID both 0 object 1", init + read + read + "FindObjects " + end, "0 0 ",
+       other},
+      {"lie found 1 5", init + read + read + "FindObjects " + end, "0 0 ", one + "|" + other},
       {"fail C_CloseSession 1 CKR_DEVICE_ERROR\nfail C_FindObjectsFinal 1 CKR_DEVICE_ERROR",
-       "FindObjectsInit " + read + read + "FindObjects " + end, "0 0 ", one + "|" + other}};
-  for (const Case& each : kCases) {
-    script(both + each.script);
-    auto fresh = authorizedService();
-    EXPECT_EQ(fresh->ListCertificates(""), each.listing) << each.script;
-    EXPECT_EQ(calls(), kBefore + each.calls) << each.script;
-    EXPECT_EQ(errorOf(*fresh), each.error) << each.script;
-    EXPECT_FALSE(FakeToken::instance().isInitialized()) << each.script;
-  }
+       init + read + read + "FindObjects " + end, "0 0 ", one + "|" + other}};
+  expectOutcomes(both, kCases, [](Service& fresh) { return fresh.ListCertificates(""); });
 }
 
 TEST_F(Listing, RetrievalFindsByIdAndReadsTheFirstMatch) {
@@ -142,7 +122,7 @@ TEST_F(Listing, RetrievalFindsByIdAndReadsTheFirstMatch) {
   std::string bytes = der;
   EXPECT_EQ(service->GetCertificateBase64("Aas="),
             encodeBase64({reinterpret_cast<unsigned char*>(bytes.data()), bytes.size()}));
-  EXPECT_EQ(calls(), std::string(kBefore) +
+  EXPECT_EQ(calls(), kBefore +
                          "FindObjectsInit FindObjects GetAttributeValue GetAttributeValue "
                          "FindObjectsFinal CloseSession Finalize");
   EXPECT_EQ(FakeToken::instance().callsOf("C_FindObjectsInit").front(),
@@ -154,36 +134,29 @@ TEST_F(Listing, RetrievalFindsByIdAndReadsTheFirstMatch) {
 }
 
 TEST_F(Listing, AFailedRetrievalIsEmptyAndEndsWhatItBegan) {
+  const std::string init = kBefore + "FindObjectsInit ";
   const std::string end = "FindObjectsFinal CloseSession Finalize";
-  struct Case {
-    std::string script, calls, error;
-  };
-  const Case kCases[]{
+  const Outcome kCases[]{
       // Unlike the listing, no find is finalised that did not begin.
-      {"fail C_FindObjectsInit 1 CKR_PIN_LOCKED", "FindObjectsInit CloseSession Finalize",
+      {"fail C_FindObjectsInit 1 CKR_PIN_LOCKED", init + "CloseSession Finalize",
        "5 164 Find objects init"},
-      {"fail C_FindObjects 1 CKR_DEVICE_ERROR", "FindObjectsInit FindObjects " + end,
+      {"fail C_FindObjects 1 CKR_DEVICE_ERROR", init + "FindObjects " + end,
        "12 48 Find first object"},
-      {"lie found 1 0", "FindObjectsInit FindObjects " + end, "0 0 "},
-      {"fail C_GetAttributeValue 1 CKR_DEVICE_ERROR",
-       "FindObjectsInit FindObjects GetAttributeValue " + end, "12 48 get attribute value"},
-      {"fail C_GetAttributeValue 2 CKR_DEVICE_ERROR",
-       "FindObjectsInit FindObjects GetAttributeValue GetAttributeValue " + end,
+      {"lie found 1 0", init + "FindObjects " + end, "0 0 "},
+      {"fail C_GetAttributeValue 1 CKR_DEVICE_ERROR", init + "FindObjects GetAttributeValue " + end,
        "12 48 get attribute value"},
-      {"lie length CKA_VALUE asked ones", "FindObjectsInit FindObjects GetAttributeValue " + end,
+      {"fail C_GetAttributeValue 2 CKR_DEVICE_ERROR",
+       init + "FindObjects GetAttributeValue GetAttributeValue " + end,
+       "12 48 get attribute value"},
+      {"lie length CKA_VALUE asked ones", init + "FindObjects GetAttributeValue " + end,
        "12 19 get attribute value"},
       {"lie length CKA_VALUE read 5000",
-       "FindObjectsInit FindObjects GetAttributeValue GetAttributeValue " + end,
+       init + "FindObjects GetAttributeValue GetAttributeValue " + end,
        "12 336 get attribute value"},
       {"lie length CKA_VALUE asked 0\nlie length CKA_VALUE read 0",
-       "FindObjectsInit FindObjects GetAttributeValue GetAttributeValue " + end, "0 0 "}};
-  for (const Case& each : kCases) {
-    script("certificate 01 hex 0011223344\n" + each.script);
-    auto fresh = authorizedService();
-    EXPECT_EQ(fresh->GetCertificateBase64("AQ=="), "") << each.script;
-    EXPECT_EQ(calls(), kBefore + each.calls) << each.script;
-    EXPECT_EQ(errorOf(*fresh), each.error) << each.script;
-  }
+       init + "FindObjects GetAttributeValue GetAttributeValue " + end, "0 0 "}};
+  expectOutcomes("certificate 01 hex 0011223344\n", kCases,
+                 [](Service& fresh) { return fresh.GetCertificateBase64("AQ=="); });
 }
 
 TEST_F(Listing, ABadCertIdLeavesTheSessionOpenAndTheLibraryInitialised) {

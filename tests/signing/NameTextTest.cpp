@@ -41,15 +41,16 @@ TEST(EscapeAndQuote, WritesEachModeByItsRules) {
   const Case kCases[]{
       {"", "", "", ""},
       {"plain", "plain", "plain", "plain"},
-      {"a,b", "a,b", "\"a,b\"", "a\\,b"},
-      {"=+<>#;", "=+<>#;", "\"=+<>#;\"", "\\=\\+\\<\\>\\#\\;"},
-      {"a\nb", "a\\0ab", "a\\0ab", "a\\0ab"},  // an escaped line feed is not a reason for quotes
+      {"a,b", "a,b", R"("a,b")", R"(a\,b)"},
+      {"=+<>#;", "=+<>#;", R"("=+<>#;")", R"(\=\+\<\>\#\;)"},
+      {"a\nb", R"(a\0ab)", R"(a\0ab)",
+       R"(a\0ab)"},  // an escaped line feed is not a reason for quotes
       {"\xC3\xA9\x7F", "\\c3\\a9\x7F", "\\c3\\a9\x7F", "\\c3\\a9\x7F"},
-      {"a\"\\", "a\\\"\\\\", "a\\\"\\\\", "a\\\"\\\\"},
+      {R"(a"\)", R"(a\"\\)", R"(a\"\\)", R"(a\"\\)"},
       {"a b", "a b", "a b", "a b"},
-      {"a  b", "a  b", "\"a  b\"", "a  b"},
-      {" a", " a", "\" a\"", " a"},
-      {"a\r", "a\\0d", "\"a\\0d\"", "a\\0d"},  // at the end it is
+      {"a  b", "a  b", R"("a  b")", "a  b"},
+      {" a", " a", R"(" a")", " a"},
+      {"a\r", R"(a\0d)", R"("a\0d")", R"(a\0d)"},  // at the end it is
       {std::string("\0", 1), "\\00", "\\00", "\\00"},
   };
   for (const Case& each : kCases) {
@@ -65,7 +66,7 @@ TEST(EscapeAndQuote, WritesEachModeByItsRules) {
 /// What an append leaves: the text written and the space left. The buffer is filled with '?'.
 template <typename Append>
 std::pair<std::string, unsigned int> appended(unsigned int space, Append append) {
-  std::array<char, 32> buffer;
+  std::array<char, 32> buffer{};
   buffer.fill('?');
   unsigned int left = space;
   char* const end = append(buffer.data(), &left);

@@ -68,7 +68,7 @@ TEST(DistinguishedName, SplitsAtEveryEqualsSignAndComma) {
       {"CN=a,b", {{"cn", "b"}}},
       {"CN=a=b", {{"a", "b"}}},
       {"CN=a,CN=b", {{"cn", "b"}}},
-      {"CN=\"a\\,b\"", {{"cn", "b\""}}},
+      {R"(CN="a\,b")", {{"cn", R"(b")"}}},
       {"S=San Jose", {{"st", "san jose"}}},
       {"OID.2.5.4.5=1", {{"serialnumber", "1"}}},
       {"Identificador de  objeto (2 5 4 5)=1", {{"serialnumber", "1"}}},

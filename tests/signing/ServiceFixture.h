@@ -32,6 +32,11 @@ inline std::string errorOf(const DigitalSignatureUtil& service) {
          " " + service.LastErrorMessage();
 }
 
+/// A token's misbehaviour, and what an operation then does and leaves.
+struct Outcome {
+  std::string script, calls, error, result{};
+};
+
 /// An empty registry and an empty token before every test; the service for an authorised page.
 class ServiceTest : public testing::Test {
  protected:
@@ -55,6 +60,20 @@ class ServiceTest : public testing::Test {
       text += function.substr(2);
     }
     return text;
+  }
+
+  /// Runs the operation on a token with these objects once for each misbehaviour.
+  template <typename Cases, typename Operation>
+  static void expectOutcomes(const std::string& objects, const Cases& cases, Operation operation) {
+    for (const Outcome& each : cases) {
+      SCOPED_TRACE(each.script);
+      FakeToken::instance().reset();
+      FakeToken::instance().script(objects + each.script);
+      const auto service = authorizedService();
+      EXPECT_EQ(operation(*service), each.result);
+      EXPECT_EQ(calls(), each.calls);
+      EXPECT_EQ(errorOf(*service), each.error);
+    }
   }
 
   static std::string log() {

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <nss.h>
 
 #include "signing/Base64.h"
 #include "tests/signing/ServiceFixture.h"
@@ -9,17 +8,13 @@ namespace {
 using test_support::base64;
 using test_support::hex;
 
-constexpr char kLoggedIn[] = "Initialize GetSlotList GetSlotList OpenSession Login ";
-constexpr char kEnd[] = "Logout CloseSession Finalize";
+const std::string kLoggedIn = "Initialize GetSlotList GetSlotList OpenSession Login ";
+const std::string kEnd = "Logout CloseSession Finalize";
 constexpr char kCertId[] = "Aas=";
 
 class Signing : public ServiceTest {
  protected:
   Signing() { DigitalSignatureUtil::SetPin(kModule, "1234"); }
-  ~Signing() override {
-    service.reset();
-    EXPECT_EQ(NSS_IsInitialized(), PR_FALSE) << "an NSS object was not released";
-  }
 
   static void script(const std::string& text) {
     FakeToken::instance().reset();
@@ -60,12 +55,12 @@ TEST_F(Signing, WrapsTheDigestByItsLength) {
 }
 
 TEST_F(Signing, BadInputIsRefusedOnlyAfterTheLogin) {
-  for (const std::size_t length : {1, 15, 17, 19, 21, 31, 33, 48, 64}) {
+  for (const unsigned int length : {1U, 15U, 17U, 19U, 21U, 31U, 33U, 48U, 64U}) {
     script("");
     EXPECT_EQ(service->SignPkcs1Base64(kCertId, digest(length)), "");
     EXPECT_EQ(service->LastError(), 3) << length;
     EXPECT_EQ(service->LastErrorMessage(), "");
-    EXPECT_EQ(calls(), std::string(kLoggedIn) + kEnd);
+    EXPECT_EQ(calls(), kLoggedIn + kEnd);
   }
   const std::pair<std::string, std::string> kCases[]{
       {kCertId, ""}, {kCertId, "!"}, {"!", digest(32)}, {"", digest(32)}};
@@ -74,35 +69,30 @@ TEST_F(Signing, BadInputIsRefusedOnlyAfterTheLogin) {
     EXPECT_EQ(service->SignPkcs1Base64(certId, text), "");
     EXPECT_EQ(service->LastError(), 3);
     EXPECT_NE(service->LastLowLevelError(), 0);
-    EXPECT_EQ(calls(), std::string(kLoggedIn) + kEnd);
+    EXPECT_EQ(calls(), kLoggedIn + kEnd);
   }
 }
 
 TEST_F(Signing, AFailedCallEndsWhatWasBegun) {
-  const std::string found = "FindObjectsInit FindObjects FindObjectsFinal ";
-  struct Case {
-    std::string script, calls, error;
-  };
-  const Case kCases[]{
-      {"fail C_FindObjectsInit 1 CKR_DEVICE_ERROR", "FindObjectsInit ", "12 48 Find objects init"},
-      {"fail C_FindObjects 1 CKR_DEVICE_ERROR", found, "12 48 Find first object"},
-      {"lie found 1 0", found, "0 0 "},  // no such key
-      {"fail C_SignInit 1 CKR_KEY_FUNCTION_NOT_PERMITTED", found + "SignInit ",
+  const std::string found = kLoggedIn + "FindObjectsInit FindObjects FindObjectsFinal ";
+  const Outcome kCases[]{
+      {"fail C_FindObjectsInit 1 CKR_DEVICE_ERROR", kLoggedIn + "FindObjectsInit " + kEnd,
+       "12 48 Find objects init"},
+      {"fail C_FindObjects 1 CKR_DEVICE_ERROR", found + kEnd, "12 48 Find first object"},
+      {"lie found 1 0", found + kEnd, "0 0 "},  // no such key
+      {"fail C_SignInit 1 CKR_KEY_FUNCTION_NOT_PERMITTED", found + "SignInit " + kEnd,
        "12 104 sign init new"},
-      {"fail C_Sign 1 CKR_PIN_INCORRECT", found + "SignInit Sign ", "5 160 sign final"},
-      {"signature 2049", found + "SignInit Sign ", "12 336 sign final"},
-      {"lie signature 1 2049", found + "SignInit Sign ", "12 336 sign final"},
-      {"lie signature 1 ones", found + "SignInit Sign ", "12 336 sign final"},
-      {"lie signature 1 0", found + "SignInit Sign ", "0 0 "}};
-  for (const Case& each : kCases) {
-    script(each.script);
-    auto fresh = authorizedService();
-    EXPECT_EQ(fresh->SignPkcs1Base64(kCertId, digest(32)), "") << each.script;
-    EXPECT_EQ(calls(), kLoggedIn + each.calls + kEnd) << each.script;
-    EXPECT_EQ(errorOf(*fresh), each.error) << each.script;
+      {"fail C_Sign 1 CKR_PIN_INCORRECT", found + "SignInit Sign " + kEnd, "5 160 sign final"},
+      {"signature 2049", found + "SignInit Sign " + kEnd, "12 336 sign final"},
+      {"lie signature 1 2049", found + "SignInit Sign " + kEnd, "12 336 sign final"},
+      {"lie signature 1 ones", found + "SignInit Sign " + kEnd, "12 336 sign final"},
+      {"lie signature 1 0", found + "SignInit Sign " + kEnd, "0 0 "}};
+  expectOutcomes("key 01ab\n", kCases, [](Service& fresh) {
+    const std::string signature = fresh.SignPkcs1Base64(kCertId, digest(32));
     EXPECT_FALSE(MissingPin() || InvalidPin());  // only a login changes the registry
     EXPECT_EQ(DigitalSignatureUtil::InvalidPinRetries(kModule), 0);
-  }
+    return signature;
+  });
 }
 
 TEST_F(Signing, FailuresOfTheEndingCallsDoNotSpoilTheSignature) {
@@ -112,8 +102,8 @@ TEST_F(Signing, FailuresOfTheEndingCallsDoNotSpoilTheSignature) {
       "fail C_Finalize 1 CKR_DEVICE_ERROR");
   EXPECT_NE(service->SignPkcs1Base64(kCertId, digest(32)), "");
   EXPECT_EQ(errorOf(*service), "0 0 ");
-  EXPECT_EQ(calls(), std::string(kLoggedIn) +
-                         "FindObjectsInit FindObjects FindObjectsFinal SignInit Sign " + kEnd);
+  EXPECT_EQ(calls(),
+            kLoggedIn + "FindObjectsInit FindObjects FindObjectsFinal SignInit Sign " + kEnd);
 }
 
 TEST_F(Signing, ASecondSigningLogsInAgainAndAKeyOfAnotherIdIsNotFound) {

@@ -29,12 +29,7 @@ TEST_F(TokenSession, APinProblemStopsEveryOperationBeforeTheToken) {
 }
 
 TEST_F(TokenSession, TheFirstSlotWithATokenIsUsed) {
-  struct Case {
-    const char* script;
-    const char* calls;
-    const char* error;
-  };
-  const Case kCases[]{
+  const Outcome kCases[]{
       {"slots 7 9",
        "Initialize GetSlotList GetSlotList OpenSession FindObjectsInit FindObjects "
        "FindObjectsFinal CloseSession Finalize",
@@ -55,19 +50,15 @@ TEST_F(TokenSession, TheFirstSlotWithATokenIsUsed) {
        "12 336 get slot list"},
       {"fail C_OpenSession 1 CKR_PIN_LOCKED",
        "Initialize GetSlotList GetSlotList OpenSession Finalize", "5 164 open session"}};
-  for (const Case& each : kCases) {
-    FakeToken::instance().reset();
-    FakeToken::instance().script(each.script);
-    auto fresh = authorizedService();
-    EXPECT_EQ(fresh->ListCertificates(""), "");
-    EXPECT_EQ(calls(), each.calls) << each.script;
-    EXPECT_EQ(errorOf(*fresh), each.error) << each.script;
-    EXPECT_FALSE(FakeToken::instance().isInitialized()) << each.script;
-    if (std::string_view(each.script).starts_with("slots 7")) {
-      EXPECT_NE(log().find("C_OpenSession slot=7 flags=0x4 application=null notify=null"),
-                std::string::npos);
+  expectOutcomes("", kCases, [](Service& fresh) {
+    std::string listing = fresh.ListCertificates("");
+    EXPECT_FALSE(FakeToken::instance().isInitialized());
+    for (const std::string& call : FakeToken::instance().callsOf("C_OpenSession")) {
+      EXPECT_EQ(call.find("slot=9"), std::string::npos);
+      EXPECT_NE(call.find(" flags=0x4 application=null notify=null"), std::string::npos);
     }
-  }
+    return listing;
+  });
 }
 
 TEST_F(TokenSession, EveryRefusalOfALoginIsClassed) {
