@@ -1,5 +1,6 @@
 #include "host/MessageChannel.h"
 
+#include <poll.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -10,7 +11,19 @@
 #include <thread>
 
 namespace {
+
 constexpr auto kEndedInputPause = std::chrono::milliseconds(200);
+
+/// After a failed call: true when it is to be made again, once the stream is ready. Whoever starts
+/// the host may have made its pipes non-blocking.
+bool mayRetry(int descriptor, short event) {
+  if (errno == EAGAIN) {
+    pollfd ready{descriptor, event, 0};
+    return ::poll(&ready, 1, -1) > 0 || errno == EINTR;
+  }
+  return errno == EINTR;
+}
+
 }  // namespace
 
 MessageChannel MessageChannel::standardStreams() { return {STDIN_FILENO, STDOUT_FILENO}; }
@@ -20,7 +33,7 @@ bool MessageChannel::refill() {
   ssize_t count = 0;
   do {
     count = ::read(input, buffer.data(), buffer.size());
-  } while (count < 0 && errno == EINTR);
+  } while (count < 0 && mayRetry(input, POLLIN));
   next = 0;
   end = count > 0 ? static_cast<std::size_t>(count) : 0;
   return end > 0;
@@ -73,7 +86,7 @@ void MessageChannel::write(std::string_view head, std::string_view body) const {
                                 {const_cast<char*>(body.data()), body.size()}}};
     // NOLINTEND(cppcoreguidelines-pro-type-const-cast)
     const ssize_t written = ::writev(output, parts.data(), static_cast<int>(parts.size()));
-    if (written < 0 && errno == EINTR) {
+    if (written < 0 && mayRetry(output, POLLOUT)) {
       continue;
     }
     if (written <= 0) {

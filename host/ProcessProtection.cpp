@@ -19,16 +19,28 @@ namespace {
 /// A duplicate that programs started by a token module do not inherit.
 int privateDuplicate(int descriptor) { return fcntl(descriptor, F_DUPFD_CLOEXEC, 3); }
 
+/// Makes `descriptor` lead where `target` does, or nowhere at all when that is not possible.
+void redirect(int descriptor, int target) {
+  if (dup2(target, descriptor) < 0) {
+    close(descriptor);
+  }
+}
+
+bool isOpen(int descriptor) { return fcntl(descriptor, F_GETFD) >= 0; }
+
 }  // namespace
 
 MessageChannel claimMessageChannel() {
   const int input = privateDuplicate(STDIN_FILENO);
   const int output = privateDuplicate(STDOUT_FILENO);
   const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
-  dup2(nowhere, STDIN_FILENO);
-  if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
-    dup2(nowhere, STDOUT_FILENO);  // Started without a standard error.
+  // A standard descriptor left closed would go to the next file that a library opens, and a
+  // diagnostic would then be written into that file.
+  if (!isOpen(STDERR_FILENO)) {
+    redirect(STDERR_FILENO, nowhere);
   }
+  redirect(STDIN_FILENO, nowhere);
+  redirect(STDOUT_FILENO, STDERR_FILENO);
   if (nowhere > STDERR_FILENO) {
     close(nowhere);
   }

@@ -8,8 +8,10 @@
 
 std::string indented(std::string_view compact) {
   std::string text;
+  bool inString = false;
   for (const char byte : compact) {
-    switch (byte) {
+    inString = inString != (byte == '"');
+    switch (inString ? '"' : byte) {
       case '{':
         text += "{\n\t";
         break;

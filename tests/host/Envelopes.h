@@ -16,7 +16,7 @@ inline constexpr std::string_view kInitialized =
 inline constexpr std::string_view kNotInitialized =
     R"({"command":2,"error":true,"message":"Not initialized"})";
 
-/// The native mode's form of a compact one-level object whose strings hold no `:`, `,` or brace.
+/// The native mode's form of a compact one-level object whose strings hold no double quote.
 std::string indented(std::string_view compact);
 
 /// Processor time that a process has used, in seconds.

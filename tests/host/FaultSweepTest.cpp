@@ -196,7 +196,8 @@ TEST_F(FaultSweep, AModuleThatLies) {
   const std::string large =
       test_support::makeCertificate({.extensions = {{"nsComment", std::string(60'000, 'x')}}});
   const auto certificates = [&](const std::string& bytes) {
-    return "certificate a1 hex " + (bytes.empty() ? "-" : hex(bytes)) + "\ncertificate b2 hex " + hex(derB) + "\n";
+    return "certificate a1 hex " + (bytes.empty() ? "-" : hex(bytes)) + "\ncertificate b2 hex " +
+           hex(derB) + "\n";
   };
   struct Lie {
     const Operation* operation;

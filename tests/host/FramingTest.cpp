@@ -42,6 +42,14 @@ TEST(NativeFraming, EndsAtAZeroLengthAndAtTheEndOfInputWithoutOutput) {
   }
 }
 
+TEST(NativeFraming, ALengthCutOffByTheEndOfInputCountsAsFarAsItCame) {
+  HostProcess host;
+  host.send("\xe8\x03"s);  // 1000 in its two lower bytes
+  host.closeInput();
+  EXPECT_EQ(host.receiveRest(), HostProcess::frame(indented(kTooLong)));
+  EXPECT_EQ(host.wait(), 0);
+}
+
 // A frame cut off by the end of input holds the bytes that came, and nothing of earlier requests.
 TEST(NativeFraming, TakesWhatArrivedOfACutOffFrame) {
   HostProcess host;

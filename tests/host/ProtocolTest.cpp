@@ -83,6 +83,9 @@ TEST(CommandCode, IsTheFirstPlainCommandMemberTruncatedToItsLow32Bits) {
       {R"({"command":[8]})", kDropped},
       {R"({"command":{"command":8}})", kDropped},
       {R"({"command":{},"command":8})", kVersion},
+      {R"({"command":{x},"command":8})", kVersion},
+      {R"({"command":8,"x":})", kVersion},
+      {R"({"command":8,"x"})", kDropped},
       {R"({"command":7,"command":8})", kPinDeleted},
       {R"({"Command":8})", kDropped},
       {R"({"\u0063ommand":8})", kVersion},
@@ -145,11 +148,13 @@ TEST(MissingMember, EndsTheProcessWithOneLineAndNoAnswer) {
     const std::string error = host.standardError();
     EXPECT_EQ(error.find('\n'), error.size() - 1) << error;
   }
-  HostProcess host;
-  EXPECT_EQ(host.ask(kInitialize), indented(kInitialized));
-  host.sendFrame(R"({"command":5,"certId":"YQ=="})");
-  EXPECT_EQ(host.receiveRest(), "");
-  EXPECT_NE(host.wait(), 0);
+  for (const char* request :
+       {R"({"command":4})", R"({"command":5,"certId":"YQ=="})", R"({"command":5,"digest":""})"}) {
+    HostProcess relay({"ws"});
+    relay.send(std::string(kInitialize) + "\n" + request + "\n" + R"({"command":8})" + "\n");
+    EXPECT_EQ(relay.receiveRest(), std::string(kInitialized) + "\n") << request;
+    EXPECT_NE(relay.wait(), 0);
+  }
 }
 
 }  // namespace

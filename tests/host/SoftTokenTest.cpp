@@ -194,11 +194,15 @@ TEST_F(SoftTokenTest, RefusesPagesThatTheListDoesNotCover) {
   };
   EXPECT_EQ(listAs("https://demo.example.test", kDomains)["lastError"], 0);
   EXPECT_EQ(listAs("https://other.example.test", kDomains)["lastError"], 9);
+  // Intended: a refusal is told once; then it is silent.
+  const auto expectSilentRefusal = [&] {
+    const json again = ask({{"command", 2}});
+    EXPECT_EQ(again["lastError"], 0);
+    EXPECT_EQ(again["certificates"], "");
+  };
+  expectSilentRefusal();
   EXPECT_EQ(listAs("https://demo.example.test", "demo.example.test")["lastError"], 10);
-  // Intended: a wrong signature is told once; then the refusal is silent.
-  const json again = ask({{"command", 2}});
-  EXPECT_EQ(again["lastError"], 0);
-  EXPECT_EQ(again["certificates"], "");
+  expectSilentRefusal();
 }
 
 }  // namespace
