@@ -36,12 +36,12 @@ inline CharacterClass classOf(char byte) {
   return kCharacterClasses[static_cast<unsigned char>(byte)];
 }
 
-/// How a byte of a string is written: 0 as itself, 'u' as "\u00XX", anything else as a backslash
-/// and that letter.
+/// How a byte that needs an escape is written: 'u' as "\u00XX", anything else as a backslash and
+/// that letter.
 inline constexpr std::array<char, 256> kOutputEscapes = [] {
   std::array<char, 256> escapes{};
   for (std::size_t byte = 0; byte != escapes.size(); ++byte) {
-    escapes[byte] = byte >= 0x20 && byte <= 0x7E ? '\0' : 'u';
+    escapes[byte] = 'u';
   }
   constexpr std::string_view kBytes = "\\/\"\b\t\n\f\r";
   constexpr std::string_view kLetters = "\\/\"btnfr";

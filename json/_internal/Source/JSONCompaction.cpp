@@ -25,19 +25,23 @@ class Compactor {
   char* run() {
     bool proceeds = true;
     while (proceeds && at != end) {
-      switch (classOf(*at)) {
+      // The two usual classes are tested for apart: foreseen better than one jump for all.
+      const CharacterClass kind = classOf(*at);
+      if (kind == CharacterClass::kQuote) {
+        proceeds = copyString();
+        continue;
+      }
+      if (kind == CharacterClass::kPlain) {
+        *out++ = *at++;
+        continue;
+      }
+      switch (kind) {
         case CharacterClass::kWhiteSpace:
           ++at;
-          break;
-        case CharacterClass::kPlain:
-          *out++ = *at++;
           break;
         case CharacterClass::kBackslash:
           sawEscape = true;
           *out++ = *at++;
-          break;
-        case CharacterClass::kQuote:
-          proceeds = copyString();
           break;
         case CharacterClass::kSlash:
           proceeds = copySlashComment();
@@ -45,7 +49,7 @@ class Compactor {
         case CharacterClass::kHash:
           copyLineComment(at + 1);
           break;
-        case CharacterClass::kIllegal:
+        default:
           proceeds = false;
           break;
       }

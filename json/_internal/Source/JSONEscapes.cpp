@@ -1,6 +1,5 @@
 // The escapes of strings: undone when a string is read, made when it is written.
 
-#include <algorithm>
 #include <array>
 
 #include "json/_internal/Source/ByteScan.h"
@@ -139,8 +138,7 @@ void JSONWorker::UnfixString(std::string_view text, bool encoded, std::string& o
   const char* at = text.data();
   const char* const end = at + text.size();
   for (;;) {
-    const char* const plainEnd =
-        std::find_if(at, end, [](char byte) { return outputEscapeOf(byte) != '\0'; });
+    const char* const plainEnd = json_detail::findFirst<json_detail::NeedsEscape>(at, end);
     output.append(at, plainEnd);
     if (plainEnd == end) {
       return;

@@ -39,27 +39,31 @@ JSONNode& existingElement(JSONNode* child, unsigned int index) {
 JSONNode::JSONNode(char type) : internal(internalJSONNode::newInternal(type)) {}
 
 JSONNode::JSONNode(std::string_view name, double value, std::string_view digits)
-    : JSONNode(JSON_NULL) {
+    : JSONNode(Adopt{}, internalJSONNode::make(JSON_NULL, true)) {
   internal->SetName(name);
   internal->SetNumber(value, digits);
 }
 
-JSONNode::JSONNode(std::string_view name, long double value) : JSONNode(JSON_NULL) {
+JSONNode::JSONNode(std::string_view name, long double value)
+    : JSONNode(Adopt{}, internalJSONNode::make(JSON_NULL, true)) {
   internal->SetName(name);
   internal->Set(value);
 }
 
-JSONNode::JSONNode(std::string_view name, bool value) : JSONNode(JSON_NULL) {
+JSONNode::JSONNode(std::string_view name, bool value)
+    : JSONNode(Adopt{}, internalJSONNode::make(JSON_NULL, true)) {
   internal->SetName(name);
   internal->Set(value);
 }
 
-JSONNode::JSONNode(std::string_view name, std::string_view value) : JSONNode(JSON_NULL) {
+JSONNode::JSONNode(std::string_view name, std::string_view value)
+    : JSONNode(Adopt{}, internalJSONNode::make(JSON_NULL, true)) {
   internal->SetName(name);
   internal->Set(value);
 }
 
-JSONNode::JSONNode(std::string_view name, const char* value) : JSONNode(JSON_NULL) {
+JSONNode::JSONNode(std::string_view name, const char* value)
+    : JSONNode(Adopt{}, internalJSONNode::make(JSON_NULL, true)) {
   internal->SetName(name);
   internal->Set(value);
 }
@@ -68,23 +72,12 @@ JSONNode::JSONNode(const JSONNode& other) noexcept : internal(other.internal) {
   internal->addShare();
 }
 
-JSONNode::JSONNode(JSONNode&& other) noexcept : internal(std::exchange(other.internal, nullptr)) {}
-
 JSONNode& JSONNode::operator=(const JSONNode& other) noexcept { return *this = JSONNode(other); }
 
-JSONNode& JSONNode::operator=(JSONNode&& other) noexcept {
-  std::swap(internal, other.internal);
-  return *this;
-}
-
-JSONNode::~JSONNode() {
-  if (internal != nullptr) {
-    internal->dropShare();
-  }
-}
+void JSONNode::dropShare(internalJSONNode* body) noexcept { body->dropShare(); }
 
 JSONNode* JSONNode::newJSONNode(JSONNode&& node) {
-  return ::new (FreeList<JSONNode>::take()) JSONNode(std::move(node));
+  return JSONNodeAccess::newHandle(std::move(node));
 }
 
 void JSONNode::deleteJSONNode(JSONNode* node) noexcept {

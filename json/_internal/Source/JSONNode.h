@@ -5,6 +5,7 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "json/_internal/Source/JSONIterators.h"
 #include "json/_internal/Source/NumberToString.h"
@@ -75,11 +76,18 @@ class JSONNode {
   JSONNode(std::string_view name, const char* value);
 
   JSONNode(const JSONNode& other) noexcept;
-  JSONNode(JSONNode&& other) noexcept;
+  JSONNode(JSONNode&& other) noexcept : internal(std::exchange(other.internal, nullptr)) {}
   JSONNode& operator=(const JSONNode& other) noexcept;
-  JSONNode& operator=(JSONNode&& other) noexcept;
+  JSONNode& operator=(JSONNode&& other) noexcept {
+    std::swap(internal, other.internal);
+    return *this;
+  }
   /// Releases one share of the body; the last one destroys the whole tree below it.
-  ~JSONNode();
+  ~JSONNode() {
+    if (internal != nullptr) {
+      dropShare(internal);
+    }
+  }
 
   /// Handles on the free store, for trees that keep them one by one; a pair.
   static JSONNode* newJSONNode(JSONNode&& node);
@@ -240,6 +248,7 @@ class JSONNode {
   JSONNode(Adopt, internalJSONNode* body) noexcept : internal(body) {}
   JSONNode(std::string_view name, double value, std::string_view digits);
 
+  static void dropShare(internalJSONNode* body) noexcept;
   void makeUniqueInternal();
   [[nodiscard]] unsigned int indexOf(JSONNode* const* place) const;
   JSONNode takeOut(unsigned int index);

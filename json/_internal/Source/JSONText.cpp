@@ -8,17 +8,7 @@ namespace json_detail {
 JSONSource::JSONSource(std::size_t capacity)
     : block(::new (::operator new(sizeof(Block) + capacity)) Block{1, 0, true, true}) {}
 
-void JSONText::assign(std::string_view text) {
-  if (text.size() <= kInPlace) {
-    std::array<char, kInPlace + 1> bytes{};
-    if (!text.empty()) {
-      std::memcpy(bytes.data(), text.data(), text.size());
-    }
-    bytes[kInPlace] = static_cast<char>(text.size());
-    release();
-    raw = bytes;
-    return;
-  }
+void JSONText::assignToHeap(std::string_view text) {
   auto bytes = std::make_unique_for_overwrite<char[]>(text.size());
   std::memcpy(bytes.get(), text.data(), text.size());
   release();

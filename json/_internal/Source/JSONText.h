@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstring>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 namespace json_detail {
@@ -72,7 +73,17 @@ class JSONText {
   }
 
   /// Takes a copy of `text`, which may be part of the present text.
-  void assign(std::string_view text);
+  void assign(std::string_view text) {
+    if (text.size() > kInPlace) {
+      assignToHeap(text);
+      return;
+    }
+    std::array<char, kInPlace + 1> bytes{};
+    copyInPlace(bytes.data(), text);
+    bytes[kInPlace] = static_cast<char>(text.size());
+    release();
+    raw = bytes;
+  }
 
   /// Refers to bytes that outlive this object.
   void borrow(std::string_view text) noexcept {
@@ -116,6 +127,27 @@ class JSONText {
     std::memcpy(raw.data(), &text, sizeof text);
     raw[kInPlace] = static_cast<char>(newTag);
   }
+  void assignToHeap(std::string_view text);
+
+  /// Copies up to kInPlace bytes by two moves of a fixed size, which may overlap.
+  static void copyInPlace(char* to, std::string_view text) noexcept {
+    const auto copyEnds = [to, text](auto size) {
+      std::memcpy(to, text.data(), size);
+      std::memcpy(to + text.size() - size, text.data() + text.size() - size, size);
+    };
+    if (text.size() >= 16) {
+      copyEnds(std::integral_constant<std::size_t, 16>());
+    } else if (text.size() >= 8) {
+      copyEnds(std::integral_constant<std::size_t, 8>());
+    } else if (text.size() >= 4) {
+      copyEnds(std::integral_constant<std::size_t, 4>());
+    } else {
+      for (const char byte : text) {
+        *to++ = byte;
+      }
+    }
+  }
+
   void release() noexcept {
     if (tag() == kHeap) {
       delete[] remote().data;

@@ -16,22 +16,22 @@ namespace {
 
 /// Takes the comment runs ("#...#", one after the other) from the front of a text. Their texts are
 /// joined by line breaks. A run that is not closed takes all that is left.
-std::string_view withoutComments(std::string_view text, json_detail::JSONText& comment) {
-  if (text.empty() || text.front() != '#') {
-    return text;
-  }
-  std::string joined;
+void takeCommentRuns(std::string_view& text, std::string& comment) {
   for (bool first = true; !text.empty() && text.front() == '#'; first = false) {
     if (!first) {
-      joined += '\n';
+      comment += '\n';
     }
     text.remove_prefix(1);
     const std::string_view run = text.substr(0, text.find('#'));
-    joined += run;
+    comment += run;
     text.remove_prefix(run.size() == text.size() ? run.size() : run.size() + 1);
   }
-  comment.assign(joined);
-  return text;
+}
+
+void takeComments(std::string_view& text, std::string& comment) {
+  if (!text.empty() && text.front() == '#') {
+    takeCommentRuns(text, comment);
+  }
 }
 
 /// Behind the string whose opening quote is at `at`; null when it is not closed.
@@ -87,16 +87,16 @@ JSONNode JSONWorker::parse_unformatted(std::string_view text) {
 
 JSONNode JSONWorker::_parse_unformatted(const char* begin, const char* end,
                                         const JSONSource& source) {
-  json_detail::JSONText comment;
-  const std::string_view text =
-      withoutComments({begin, static_cast<std::size_t>(end - begin)}, comment);
+  std::string comment;
+  std::string_view text(begin, static_cast<std::size_t>(end - begin));
+  takeComments(text, comment);
   const bool isEnclosed = !text.empty() && ((text.front() == '{' && text.back() == '}') ||
                                             (text.front() == '[' && text.back() == ']'));
   if (!isEnclosed) {
     throw std::invalid_argument("");
   }
   JSONNode root = JSONNodeAccess::adopt(internalJSONNode::newInternal({}, text, source));
-  JSONNodeAccess::body(root).comment.copyFrom(comment);
+  JSONNodeAccess::body(root).comment.assign(comment);
   return root;
 }
 
@@ -133,21 +133,21 @@ template std::size_t JSONWorker::FindNextRelevant<':'>(std::string_view, std::si
 
 void JSONWorker::NewNode(internalJSONNode& parent, std::string_view name, std::string_view value,
                          bool inArray) {
-  json_detail::JSONText comment;
+  std::string comment;
   if (inArray) {
-    value = withoutComments(value, comment);
+    takeComments(value, comment);
   } else {
-    name = withoutComments(name, comment);
+    takeComments(name, comment);
     // The quotes around a name are removed by position, whatever is there: the caller left out
     // the closing one, and this is the opening one.
     name.remove_prefix(name.empty() ? 0 : 1);
   }
   parent.children->inc();
   JSONNode child = JSONNodeAccess::adopt(internalJSONNode::newInternal(name, value, parent.source));
-  if (!comment.view().empty()) {
-    JSONNodeAccess::body(child).comment.copyFrom(comment);
+  if (!comment.empty()) {
+    JSONNodeAccess::body(child).comment.assign(comment);
   }
-  parent.children->push_back(JSONNode::newJSONNode(std::move(child)));
+  parent.children->push_back(JSONNodeAccess::newHandle(std::move(child)));
 }
 
 void JSONWorker::DoNode(internalJSONNode& parent, std::string_view text) {

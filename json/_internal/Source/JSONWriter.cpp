@@ -26,11 +26,9 @@ const std::string& cachedIndent(unsigned int level) {
   return cache[level - First];
 }
 
-/// That many tabs; the empty text for the compact form.
-std::string makeIndent(unsigned int level) {
-  if (level == internalJSONNode::kNotFormatted) {
-    return jsonSingletonEMPTY_JSON_STRING();
-  }
+/// That many tabs; the empty text for the compact form. Levels beyond the caches are made in
+/// `deeper`.
+const std::string& makeIndent(unsigned int level, std::string& deeper) {
   if (level < kIndentsPerCache) {
     return cachedIndent<0>(level);
   }
@@ -40,12 +38,16 @@ std::string makeIndent(unsigned int level) {
   if (level < 3 * kIndentsPerCache) {
     return cachedIndent<2 * kIndentsPerCache>(level);
   }
-  return std::string(level, '\t');
+  if (level == internalJSONNode::kNotFormatted) {
+    return jsonSingletonEMPTY_JSON_STRING();
+  }
+  return deeper.assign(level, '\t');
 }
 
 void appendNewLine(unsigned int level, std::string& output) {
+  std::string deeper;
   output += jsonSingletonNEW_LINE();
-  output += makeIndent(level);
+  output += makeIndent(level, deeper);
 }
 
 void appendComment(std::string_view text, std::string& output) {
@@ -130,7 +132,9 @@ void internalJSONNode::DumpRawString(std::string& output) const {
 // and the closing bracket behind them.
 bool internalJSONNode::WriteValue(unsigned int level, bool arrayChild, std::string& output) {
   const bool formatted = level != kNotFormatted;
-  WriteComment(level, output);
+  if (!comment.view().empty()) {
+    WriteComment(level, output);
+  }
   if (formatted && isContainer()) {
     Fetch();  // may find out that this is null
   }

@@ -7,12 +7,10 @@
 using json_detail::FreeList;
 using json_detail::JSONSource;
 
-internalJSONNode* internalJSONNode::make(unsigned char type, bool fetched) {
-  return ::new (FreeList<internalJSONNode>::take()) internalJSONNode(type, fetched);
-}
-
 void internalJSONNode::destroyOne(internalJSONNode* body) noexcept {
-  dropChildren(*body);
+  if (body->children != nullptr) {
+    dropChildren(*body);
+  }
   body->~internalJSONNode();
   FreeList<internalJSONNode>::give(body);
 }
@@ -147,7 +145,9 @@ void internalJSONNode::Nullify() {
 }
 
 void internalJSONNode::becomeScalar(unsigned char newType) {
-  dropChildren(*this);
+  if (children != nullptr) {
+    dropChildren(*this);
+  }
   type = newType;
   textEncoded = newType == JSON_STRING;
   fetched = true;
@@ -233,7 +233,7 @@ void internalJSONNode::push_back(JSONNode child) {
   if (isContainer()) {
     Fetch();
     children->inc();
-    children->push_back(JSONNode::newJSONNode(std::move(child)));
+    children->push_back(JSONNodeAccess::newHandle(std::move(child)));
   }
 }
 

@@ -116,11 +116,14 @@ class internalJSONNode {
   json_detail::JSONSource source;    // what borrowed texts are slices of
 
  private:
+  friend class JSONNode;
   explicit internalJSONNode(unsigned char bodyType, bool isFetched)
       : type(bodyType), fetched(isFetched) {}
   ~internalJSONNode() = default;
 
-  static internalJSONNode* make(unsigned char type, bool fetched);
+  static internalJSONNode* make(unsigned char type, bool fetched) {
+    return ::new (json_detail::FreeList<internalJSONNode>::take()) internalJSONNode(type, fetched);
+  }
   static void destroyOne(internalJSONNode* body) noexcept;
   static internalJSONNode* copyWithoutChildren(const internalJSONNode& original);
   void makeChildren();
@@ -150,6 +153,10 @@ struct JSONNodeAccess {
   /// A handle that takes over one share.
   static JSONNode adopt(internalJSONNode* body) noexcept {
     return JSONNode(JSONNode::Adopt{}, body);
+  }
+  /// JSONNode::newJSONNode(), for the hot paths.
+  static JSONNode* newHandle(JSONNode&& node) {
+    return ::new (json_detail::FreeList<JSONNode>::take()) JSONNode(std::move(node));
   }
   /// The share of a handle that is done with it.
   static internalJSONNode* release(JSONNode&& node) noexcept {

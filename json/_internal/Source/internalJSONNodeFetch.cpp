@@ -30,8 +30,8 @@ void internalJSONNode::classify(std::string_view valueText) {
     text.borrow(valueText);
     fetched = false;
   };
-  Nullify();
   if (valueText.empty()) {
+    Nullify();
     return;
   }
   switch (valueText.front()) {
@@ -39,6 +39,7 @@ void internalJSONNode::classify(std::string_view valueText) {
       // One double quote by itself is no string: it becomes null.
       if (enclosedBy('"')) {
         becomeUnfetched(JSON_STRING);
+        return;
       }
       break;
     case 'n':
@@ -48,32 +49,38 @@ void internalJSONNode::classify(std::string_view valueText) {
     case 'T':
       if (valueText == jsonSingletonCONST_TRUE()) {
         Set(true);
+        return;
       }
       break;
     case 'f':
     case 'F':
       if (valueText == jsonSingletonCONST_FALSE()) {
         Set(false);
+        return;
       }
       break;
     case '[':
       if (enclosedBy(']')) {
         makeChildren();
         becomeUnfetched(JSON_ARRAY);
+        return;
       }
       break;
     case '{':
       if (enclosedBy('}')) {
         makeChildren();
         becomeUnfetched(JSON_NODE);
+        return;
       }
       break;
     default:
       if (NumberToString::isNumeric(valueText)) {
         becomeUnfetched(JSON_NUMBER);
+        return;
       }
       break;
   }
+  Nullify();
 }
 
 void internalJSONNode::FetchNow() {
