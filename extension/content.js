@@ -46,8 +46,14 @@
     });
     background.onDisconnect.addListener(() => end("closed"));
     page.onmessage = ({ data }) => {
-      if (data?.type === "request") background.postMessage(data.request);
-      else if (data?.type === "close") end();
+      if (data?.type === "close") return end();
+      if (data?.type !== "request" || !connections.has(end)) return;
+      try {
+        background.postMessage(data.request);
+      } catch {
+        // What a page may send itself is more than what an extension's port carries.
+        page.postMessage({ type: "refused", reason: "it is not JSON." });
+      }
     };
   }
 })();

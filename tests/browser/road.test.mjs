@@ -59,7 +59,7 @@ for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFiref
         window.postMessage({ signingHost: "connect" }, location.origin, [port2]);
         const reasons = [(await opened).type];
         const bad = [{ command: 3, pin: "1".repeat(1000) }, { command: 8, more: 1 }, { command: "8" }, { command: 9 }, { command: 5 },
-          { command: 4, certId: 7 }, { command: 6, pinChar: "12" }, [], null, "{}"];
+          { command: 4, certId: 7 }, { command: 6, pinChar: "12" }, [], null, "{}", 1n, { command: 8n }];
         for (const request of bad) {
           const answer = next();
           port1.postMessage({ type: "request", request });
@@ -71,7 +71,7 @@ for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFiref
         port1.postMessage({ type: "close" });
         return reasons;
       });
-      assert.deepEqual(refusals, ["open", ...Array(10).fill("refused"), "1.1"]);
+      assert.deepEqual(refusals, ["open", ...Array(12).fill("refused"), "1.1"]);
       assert.equal(await inPage(page, () => client.version()), "1.1", "the page's other host never noticed");
       await until("the second host ended", () => hostsOf(home).length === 1);
     });
@@ -117,8 +117,15 @@ for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFiref
       await other.close();
     });
 
+    await t.test("a host that dies is told, and a new one serves the page", async () => {
+      const [host] = await until("only the first page's host is left", () => hostsOf(home).length === 1 && hostsOf(home));
+      process.kill(Number(host), "SIGKILL");
+      await until("the page was told", () => inPage(page, () => client.version().then(() => false, (error) => error.kind === "host-ended")));
+      await connect(page, credentials);
+      await assert.rejects(inPage(page, (_, digest) => client.sign("AQ==", digest), digest), { kind: "pin-missing" }, "it knows no PIN");
+    });
+
     await t.test("leaving the page or closing the tab ends its host", async () => {
-      await until("only the first page's host is left", () => hostsOf(home).length === 1);
       const [host] = hostsOf(home);
       await page.goto(`${address("signer.localhost")}elsewhere`);
       await until("the host of the page that was left ended", () => !hostsOf(home).includes(host));

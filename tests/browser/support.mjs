@@ -14,10 +14,20 @@ export const kPin = "123456";
 export const kChromium = "/usr/bin/chromium";
 const kFirefox = ["/usr/bin/firefox-esr", "/usr/bin/firefox"].find((file) => existsSync(file));
 
+const cleanUps = new WeakMap();
+/** Has something undone when the test ends, the last made first: browsers before their folders. */
+function afterwards(t, undo) {
+  if (!cleanUps.has(t)) {
+    cleanUps.set(t, []);
+    t.after(async () => { for (const one of cleanUps.get(t).reverse()) await one(); });
+  }
+  cleanUps.get(t).push(undo);
+}
+
 /** A folder that goes when the test ends. @param {import("node:test").TestContext} t */
 export function temporaryFolder(t) {
   const folder = mkdtempSync(path.join(tmpdir(), "signing-host-"));
-  t.after(() => rmSync(folder, { recursive: true, force: true, maxRetries: 5, retryDelay: 200 }));
+  afterwards(t, () => rmSync(folder, { recursive: true, force: true, maxRetries: 5, retryDelay: 200 }));
   return folder;
 }
 
@@ -101,14 +111,14 @@ export async function servePages(t) {
     response.end(isScript ? readFileSync(path.join(root, request.url)) : "<!doctype html><title>page</title>");
   });
   await new Promise((resolve) => server.listen(0, resolve));
-  t.after(() => { server.closeAllConnections(); server.close(); });
+  afterwards(t, () => { server.closeAllConnections(); server.close(); });
   return (name) => `http://${name}:${server.address().port}/`;
 }
 
 /** Starts a program and waits for its first line on the given stream. */
 export async function startServer(t, program, args, options = {}, isReady = () => true) {
   const child = spawn(program, args, { stdio: ["ignore", "pipe", "pipe"], ...options });
-  t.after(() => { child.kill(); });
+  afterwards(t, () => { child.kill(); });
   let output = "";
   await new Promise((resolve, reject) => {
     for (const stream of [child.stdout, child.stderr]) {
@@ -136,7 +146,7 @@ export async function startChromium(t, { home, env }, extension, options = {}) {
       ...(extension ? [`--disable-extensions-except=${extension}`, `--load-extension=${extension}`] : [])],
     ...options,
   });
-  t.after(() => browser.close());
+  afterwards(t, () => browser.close());
   return browser;
 }
 
@@ -156,7 +166,7 @@ export async function startFirefox(t, { home, env }, extension) {
       "services.settings.server": "data:,", "datareporting.healthreport.uploadEnabled": false, "toolkit.telemetry.server": "data:,",
     },
   });
-  t.after(() => browser.close());
+  afterwards(t, () => browser.close());
   if (extension) await browser.installExtension(extension);
   return browser;
 }
