@@ -50,10 +50,11 @@ void appendAlternativeNames(TextList& list, PLArenaPool* arena,
   }
 }
 
-/// NSS's text of a name, in the arena; null where NSS has none.
-char* nameToAscii(PLArenaPool* arena, CERTName* name) {
+/// Puts NSS's text of a name in the arena; null where NSS has none. False when memory is short.
+bool copyNameText(PLArenaPool* arena, CERTName* name, char*& copy) {
   const NssText text(CERT_NameToAscii(name));
-  return text ? PORT_ArenaStrdup(arena, text.get()) : nullptr;
+  copy = text ? PORT_ArenaStrdup(arena, text.get()) : nullptr;
+  return !text || copy != nullptr;
 }
 
 }  // namespace
@@ -93,8 +94,10 @@ CertificateHandle CERT_DecodeDERCertificate(const SECItem& der, bool copyDER,
   if (cert_GetKeyID(certificate) != SECSuccess || GetKeyUsage(certificate) != SECSuccess) {
     return nullptr;
   }
-  certificate->subjectName = nameToAscii(arena.get(), &certificate->subject);
-  certificate->issuerName = nameToAscii(arena.get(), &certificate->issuer);
+  if (!copyNameText(arena.get(), &certificate->subject, certificate->subjectName) ||
+      !copyNameText(arena.get(), &certificate->issuer, certificate->issuerName)) {
+    return nullptr;
+  }
   certificate->referenceCount = 1;
   certificate->slot = nullptr;
   certificate->pkcs11ID = 0;
