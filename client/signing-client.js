@@ -55,6 +55,7 @@ export class HostError extends SigningError {
   }
 }
 
+/** @type {Record<string, [message: string, advice: string]>} */
 const kWords = {
   "not-initialised": ["The host has no domain list yet.", "Call initialise() first."],
   "not-started": ["The host could not start its cryptographic library.",
@@ -79,11 +80,12 @@ const kWords = {
     "Perhaps the card was changed: list the certificates again."],
 };
 
+/** @type {Record<number, string>} */
 const kKindOfCode = {
   1: "not-started", 3: "undecodable", 5: "wrong-pin", 8: "bad-key", 9: "domain-not-authorised",
   10: "domain-list-rejected", 11: "pin-missing", 12: "token-failure",
 };
-/** PKCS#11 return values that deserve words of their own. */
+/** PKCS#11 return values that deserve words of their own. @type {Record<number, string>} */
 const kKindOfReturnValue = {
   0x32: "no-token", 0xa3: "pin-expired", 0xa4: "pin-locked", 0xe0: "no-token", 0xe1: "no-token",
 };
@@ -103,11 +105,12 @@ function hostErrorOf(state) {
   return hostError(kind, state);
 }
 
-/** @param {keyof typeof kWords} kind @param {Partial<HostState>} [state] */
+/** @param {string} kind @param {Partial<HostState>} [state] */
 function hostError(kind, state) {
   return new HostError(kind, ...kWords[kind], state);
 }
 
+/** @type {Record<string, [message: string, advice: string]>} */
 const kConnectionWords = {
   "no-extension": ["The browser extension does not answer on this page.",
     "Install or enable it, check that it serves this address, and reload the page."],
@@ -176,6 +179,7 @@ function isBase64(text) {
   return bare.length > 0 && bare.length % 4 === 0 && /^[A-Za-z0-9+/]+={0,2}$/.test(bare);
 }
 
+/** @param {string} field */
 const startsName = (field) => field === "" || /^\s*(?:[A-Za-z][A-Za-z0-9-]*|(?:OID\.)?\d+(?:\.\d+)+)=[^=]/i.test(field);
 
 /**
@@ -218,13 +222,15 @@ export function parseListing(text) {
  * @property {(request: object) => void} send
  * @property {() => void} close
  * @property {(answer: object) => void} onAnswer Set by the client.
- * @property {(error: Error) => void} onRefusal Set by the client: the last request was not passed on.
- * @property {(error: Error) => void} onClosed Set by the client; never called after `close()`.
+ * @property {(error: RequestError) => void} onRefusal Set by the client: the last request was not passed on.
+ * @property {(error: ConnectionError) => void} onClosed Set by the client; never called after `close()`.
  */
 
 /** The host reads a native message into a fixed buffer: a longer one breaks the conversation. */
 const kMaxRequestBytes = 999;
 
+/** @type {(what: any) => void} */
+const kIgnore = () => {};
 const pageOrigin = () => globalThis.location?.origin ?? "";
 
 /**
@@ -235,9 +241,9 @@ const pageOrigin = () => globalThis.location?.origin ?? "";
  */
 export class ExtensionTransport {
   maxRequestBytes = kMaxRequestBytes;
-  onAnswer = () => {};
-  onRefusal = () => {};
-  onClosed = () => {};
+  onAnswer = kIgnore;
+  onRefusal = kIgnore;
+  onClosed = kIgnore;
   /** @type {MessagePort | null} */ #port = null;
   #patienceMs;
 
@@ -254,7 +260,8 @@ export class ExtensionTransport {
     this.close();
     const { port1, port2 } = new MessageChannel();
     this.#port = port1;
-    return new Promise((resolve, reject) => {
+    return /** @type {Promise<void>} */ (new Promise((resolve, reject) => {
+      /** @param {ConnectionError} error */
       const fail = (error) => {
         clearTimeout(timer);
         const wasOpen = this.#port === port1;
@@ -274,9 +281,10 @@ export class ExtensionTransport {
         }
       };
       window.postMessage({ signingHost: "connect" }, window.location.origin, [port2]);
-    });
+    }));
   }
 
+  /** @param {object} request */
   send(request) {
     this.#port?.postMessage({ type: "request", request });
   }
@@ -294,9 +302,9 @@ export class ExtensionTransport {
  * @implements {Transport}
  */
 export class WebsocketTransport {
-  onAnswer = () => {};
-  onRefusal = () => {};
-  onClosed = () => {};
+  onAnswer = kIgnore;
+  onRefusal = kIgnore;
+  onClosed = kIgnore;
   /** @type {WebSocket | null} */ #socket = null;
   #url;
 
@@ -315,7 +323,7 @@ export class WebsocketTransport {
     this.close();
     const socket = new WebSocket(this.#url);
     this.#socket = socket;
-    return new Promise((resolve, reject) => {
+    return /** @type {Promise<void>} */ (new Promise((resolve, reject) => {
       let opened = false;
       socket.onopen = () => { opened = true; resolve(); };
       socket.onmessage = ({ data }) => {
@@ -330,9 +338,10 @@ export class WebsocketTransport {
         this.#socket = null;
         this.onClosed(error);
       };
-    });
+    }));
   }
 
+  /** @param {object} request */
   send(request) {
     this.#socket?.send(JSON.stringify(request));
   }
@@ -365,8 +374,11 @@ const kCommand = {
 };
 const kDigestLengths = [16, 20, 32];
 
+/** @param {string} text */
 const byteLength = (text) => new TextEncoder().encode(text).length;
+/** @param {string} base64 */
 const decodedLength = (base64) => atob(base64).length;
+/** @type {(kind: string, message: string, advice: string) => never} */
 const refuse = (kind, message, advice) => { throw new RequestError(kind, message, advice); };
 
 /**
@@ -386,9 +398,9 @@ export class SigningClient {
   /** Why the connection is not open. */
   #lost = connectionError("closed");
   /** @type {Promise<unknown>} */ #queue = Promise.resolve();
-  /** @type {{command: number, resolve: Function, reject: Function} | null} */ #underWay = null;
+  /** @type {{command: number, timer: any, resolve: (answer: any) => void, reject: (error: Error) => void} | null} */ #underWay = null;
   /** Why the host refuses this page: it says so once and then sends empty successes. */
-  #refusal = null;
+  /** @type {HostError | null} */ #refusal = null;
 
   /**
    * @param {Transport} [transport] The browser extension unless given.
@@ -482,13 +494,18 @@ export class SigningClient {
     this.#lose(connectionError("closed"));
   }
 
-  /** Result of a command that must find something: an empty success means it did not. */
+  /**
+   * Result of a command that must find something: an empty success means it did not.
+   * @param {number} command @param {Record<string, string>} members @param {string} resultName
+   * @returns {Promise<string>}
+   */
   async #namedResult(command, members, resultName) {
     const text = await this.#tokenResult(command, members, resultName);
     if (text === "") throw this.#refusal ?? hostError("not-found", { code: 0 });
     return text.replace(/[\r\n]/g, "");
   }
 
+  /** @param {number} command @param {Record<string, string>} members @param {string} resultName @returns {Promise<string>} */
   async #tokenResult(command, members, resultName) {
     const answer = await this.#request(command, members);
     if ("message" in answer) throw hostError("not-initialised");
@@ -500,7 +517,10 @@ export class SigningClient {
     return answer[resultName] ?? "";
   }
 
-  /** Waits for its turn, sends, and resolves with the answer. */
+  /**
+   * Waits for its turn, sends, and resolves with the answer.
+   * @param {number} command @param {Record<string, string>} [members] @returns {Promise<any>}
+   */
   async #request(command, members = {}) {
     const request = { command, ...members };
     this.#check(request);
@@ -514,6 +534,7 @@ export class SigningClient {
     return turn;
   }
 
+  /** @param {Record<string, any>} request */
   #check(request) {
     for (const [name, value] of Object.entries(request)) {
       if (name !== "command" && typeof value !== "string") {
@@ -534,6 +555,7 @@ export class SigningClient {
     }
   }
 
+  /** @param {any} answer */
   #settle(answer) {
     if (!this.#underWay) return;
     const { command } = this.#underWay;
@@ -547,6 +569,7 @@ export class SigningClient {
     }
   }
 
+  /** @param {"resolve" | "reject"} how @param {any} value */
   #finish(how, value) {
     const underWay = this.#underWay;
     this.#underWay = null;
@@ -554,7 +577,10 @@ export class SigningClient {
     underWay?.[how](value);
   }
 
-  /** The conversation is over: answers carry no number, so a late one could be taken for another's. */
+  /**
+   * The conversation is over: answers carry no number, so a late one could be taken for another's.
+   * @param {ConnectionError} error
+   */
   #lose(error) {
     this.#isOpen = false;
     this.#lost = error;
@@ -563,7 +589,7 @@ export class SigningClient {
   }
 }
 
-/** @returns {HostState} */
+/** @param {any} answer @returns {HostState} */
 function stateOf(answer) {
   return {
     code: answer.lastError,
@@ -576,12 +602,14 @@ function stateOf(answer) {
   };
 }
 
+/** @param {string} id */
 function checkedId(id) {
   // The host leaves the token library open after an identifier that it cannot decode.
   if (!isBase64(id)) refuse("cert-id", "The certificate identifier is not base64.", "Take it from list() as it is.");
   return id;
 }
 
+/** @param {string | ArrayBuffer | Uint8Array} digest */
 function checkedDigest(digest) {
   const text = typeof digest === "string" ? digest : base64Of(digest);
   // The host looks at the digest only after it has used the PIN.
@@ -594,6 +622,7 @@ function checkedDigest(digest) {
   return text;
 }
 
+/** @param {ArrayBuffer | Uint8Array} data */
 function base64Of(data) {
   const isBytes = data instanceof ArrayBuffer || ArrayBuffer.isView(data);
   if (!isBytes) return "";
