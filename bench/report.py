@@ -58,14 +58,17 @@ class Results:
 
     def subjects(self, group, name, metric="ns"):
         found = [key[2] for key in self.samples if key[:2] == (group, name) and key[3] == metric]
-        return sorted(found, key=lambda subject: subject != "host")
+        return sorted(found, key=lambda subject: (subject != "host", subject))
 
     def median(self, *key):
         return statistics.median(self.samples[key])
 
     def ratio(self, group, name, peer, metric="ns"):
         """Host over peer: the median of the ratios within each repetition, which the two ran side
-        by side, so that a disturbance of the machine weighs on both."""
+        by side, so that a disturbance of the machine weighs on both. Google Benchmark runs in no
+        such order: there, the ratio of the medians."""
+        if group == "json":
+            return self.median(group, name, "host", metric) / self.median(group, name, peer, metric)
         pairs = zip(self.samples[group, name, "host", metric], self.samples[group, name, peer, metric])
         return statistics.median(ours / theirs for ours, theirs in pairs)
 
@@ -125,7 +128,7 @@ def targets(results):
         verdict = "yes" if value <= limit else "**no**"
         rows.append((what, form.format(value), "at most " + form.format(limit), verdict))
 
-    for name in filter(JSON_CASES.get, results.names("json")):
+    for name in (name for name in JSON_CASES if name in results.names("json")):
         for peer in results.subjects("json", name)[1:]:
             limit = 1.5 if peer.startswith("simdjson") else 1.0
             if name != "read_members" or peer.startswith("rapidjson"):
@@ -187,7 +190,7 @@ def start(results, host):
 def plot(name, title, commands, series):
     """Draws one chart; `series` is a list of (legend, [(x, y)...])."""
     IMAGES.mkdir(parents=True, exist_ok=True)
-    script = [f"set terminal svg size 860,{440} font 'sans-serif,13' background '#ffffff'",
+    script = ["set terminal svg size 860,440 font 'sans-serif,13' background '#ffffff'",
               f"set output '{IMAGES / name}.svg'", f"set title '{title}'", "set grid", "set key outside"]
     script += commands
     data = []

@@ -10,28 +10,25 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iostream>
+#include <system_error>
 
 namespace {
 
 constexpr std::size_t kLengthSize = sizeof(std::uint32_t);
 
-[[noreturn]] void fail(const std::string& what) {
-  std::fprintf(stderr, "benchmark: %s: %s\n", what.c_str(), std::strerror(errno));
-  std::exit(EXIT_FAILURE);
-}
-
 void require(bool success, const std::string& what) {
   if (!success) {
-    fail(what);
+    fail(what + ": " + std::generic_category().message(errno));
   }
 }
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<char*> result;
+  result.reserve(texts.size() + 1);
   for (std::string& text : texts) {
     result.push_back(text.data());
   }
@@ -65,7 +62,6 @@ double waitForEnd(pid_t process) {
   rusage usage{};
   require(wait4(process, &status, 0, &usage) == process, "wait4");
   if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-    errno = 0;
     fail("a measured program failed");
   }
   return static_cast<double>(usage.ru_maxrss);
@@ -79,6 +75,11 @@ void keepTo(int processor, pid_t process) {
 }
 
 }  // namespace
+
+void fail(std::string_view what) {
+  std::cerr << "benchmark: " << what << '\n';
+  std::exit(EXIT_FAILURE);  // NOLINT(concurrency-mt-unsafe): there is one thread.
+}
 
 double nanosecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::nano>(Clock::now() - start).count();

@@ -9,6 +9,9 @@
 
 using Clock = std::chrono::steady_clock;
 
+/// Ends the benchmark with a message; a measurement that went wrong is none.
+[[noreturn]] void fail(std::string_view what);
+
 /// Nanoseconds since `start`.
 double nanosecondsSince(Clock::time_point start);
 

@@ -1,8 +1,6 @@
 #include "bench/token/TokenConversation.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <utility>
@@ -37,10 +35,9 @@ TokenConversation::TokenConversation(const std::string& host, const BenchToken& 
 
 std::string TokenConversation::result(const std::string& request, const char* member) {
   const std::string answer(child.ask(request));
-  const std::string text = JSONWorker::parse(answer)[member].as_string();
+  std::string text = JSONWorker::parse(answer)[member].as_string();
   if (text.empty()) {
-    std::fprintf(stderr, "benchmark: the host answered %s\n", answer.c_str());
-    std::exit(EXIT_FAILURE);
+    fail("the host answered " + answer);
   }
   return text;
 }

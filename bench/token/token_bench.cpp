@@ -6,7 +6,6 @@
 // TOKENS holds one token folder for each number of certificates, named by that number.
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -34,13 +33,6 @@ struct Programs {
   }
 };
 
-void require(bool holds, const char* what) {
-  if (!holds) {
-    std::fprintf(stderr, "benchmark: %s\n", what);
-    std::exit(EXIT_FAILURE);
-  }
-}
-
 double timed(const std::function<void()>& work) {
   const auto start = Clock::now();
   work();
@@ -58,7 +50,9 @@ void againstBareCalls(const Programs& programs, std::size_t count) {
   const BenchToken token = programs.token(count);
   TokenConversation host(programs.host, token);
   Child bare({programs.bare, BENCH_PKCS11_MODULE, programs.pin}, token.environment);
-  require(host.list() == count, "the host did not list every certificate");
+  if (host.list() != count) {
+    fail("the host did not list every certificate");
+  }
   bare.ask("list");
   host.enterPin();
   host.sign();
