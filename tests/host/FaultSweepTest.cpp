@@ -32,22 +32,11 @@ struct Operation {
 
 constexpr unsigned long kPinIncorrect = 0xA0;
 constexpr unsigned long kPinLocked = 0xA4;
-constexpr unsigned long kCodes[] = {
-    0x02,           // CKR_HOST_MEMORY
-    0x05,           // CKR_GENERAL_ERROR
-    0x06,           // CKR_FUNCTION_FAILED
-    0x30,           // CKR_DEVICE_ERROR
-    0x32,           // CKR_DEVICE_REMOVED
-    kPinIncorrect,  //
-    0xA3,           // CKR_PIN_EXPIRED: a failure of the token, not of the PIN
-    kPinLocked,     //
-    0xB3,           // CKR_SESSION_HANDLE_INVALID
-    0xE0,           // CKR_TOKEN_NOT_PRESENT
-    0x150,          // CKR_BUFFER_TOO_SMALL
-    0x190,          // CKR_CRYPTOKI_NOT_INITIALIZED
-    0x80000005,     // vendor-defined
-    ~0UL,
-};
+// Host memory, general error, function failed, device error, device removed, PIN incorrect, PIN
+// expired (a failure of the token, not of the PIN), PIN locked, session handle invalid, token not
+// present, buffer too small, cryptoki not initialized, a vendor's own, all ones.
+constexpr unsigned long kCodes[] = {0x02,       0x05, 0x06, 0x30,  0x32,  kPinIncorrect, 0xA3,
+                                    kPinLocked, 0xB3, 0xE0, 0x150, 0x190, 0x80000005,    ~0UL};
 
 class FaultSweep : public testing::Test {
  protected:
@@ -66,65 +55,51 @@ class FaultSweep : public testing::Test {
   const std::string derB = test_support::makeCertificate({});
   const std::string objects = "certificate a1 hex " + hex(derA) + "\ncertificate b2 hex " +
                               hex(derB) + "\nkey a1\nsignature 3\n";
-  const Operation list{
-      kListRequest,
-      "certificates",
-      "AB",
-      {{"Initialize", "C_Initialize failed", "", ""},
-       {"GetSlotList", "get slot list", "Finalize", ""},
-       {"GetSlotList", "get slot list", "Finalize", ""},
-       {"OpenSession", "open session", "Finalize", ""},
-       {"FindObjectsInit", "Find objects init", "FindObjectsFinal CloseSession Finalize", ""},
-       {"FindObjects", "Find first object", "FindObjectsFinal CloseSession Finalize", ""},
-       {"GetAttributeValue", "get attribute value",
-        "FindObjects GetAttributeValue GetAttributeValue FindObjects FindObjectsFinal "
-        "CloseSession Finalize",
-        "B"},
-       {"GetAttributeValue", "get attribute value",
-        "FindObjects GetAttributeValue GetAttributeValue FindObjects FindObjectsFinal "
-        "CloseSession Finalize",
-        "B"},
-       {"FindObjects", "Find other objects", "FindObjectsFinal CloseSession Finalize", "A"},
-       {"GetAttributeValue", "get attribute value",
-        "FindObjects FindObjectsFinal CloseSession Finalize", "A"},
-       {"GetAttributeValue", "get attribute value",
-        "FindObjects FindObjectsFinal CloseSession Finalize", "A"},
-       {"FindObjects", "Find other objects", "FindObjectsFinal CloseSession Finalize", "AB"},
-       {"FindObjectsFinal", nullptr, "", ""},
-       {"CloseSession", nullptr, "", ""},
-       {"Finalize", nullptr, "", ""}}};
+  // Every operation begins with these four; the clean-up of what they began ends it.
+  static std::vector<Step> withOpening(std::initializer_list<Step> further) {
+    std::vector<Step> steps{{"Initialize", "C_Initialize failed", "", ""},
+                            {"GetSlotList", "get slot list", "Finalize", ""},
+                            {"GetSlotList", "get slot list", "Finalize", ""},
+                            {"OpenSession", "open session", "Finalize", ""}};
+    steps.insert(steps.end(), further);
+    steps.insert(steps.end(), {{"CloseSession", nullptr, "", ""}, {"Finalize", nullptr, "", ""}});
+    return steps;
+  }
+  static constexpr char kClose[] = "CloseSession Finalize";
+  static constexpr char kFindClose[] = "FindObjectsFinal CloseSession Finalize";
+  static constexpr char kLogout[] = "Logout CloseSession Finalize";
+  static constexpr char kFindLogout[] = "FindObjectsFinal Logout CloseSession Finalize";
+  static constexpr char kAnother[] = "FindObjects FindObjectsFinal CloseSession Finalize";
+  static constexpr char kTwoMore[] =
+      "FindObjects GetAttributeValue GetAttributeValue FindObjects FindObjectsFinal CloseSession "
+      "Finalize";
+
+  const Operation list{kListRequest, "certificates", "AB",
+                       withOpening({{"FindObjectsInit", "Find objects init", kFindClose, ""},
+                                    {"FindObjects", "Find first object", kFindClose, ""},
+                                    {"GetAttributeValue", "get attribute value", kTwoMore, "B"},
+                                    {"GetAttributeValue", "get attribute value", kTwoMore, "B"},
+                                    {"FindObjects", "Find other objects", kFindClose, "A"},
+                                    {"GetAttributeValue", "get attribute value", kAnother, "A"},
+                                    {"GetAttributeValue", "get attribute value", kAnother, "A"},
+                                    {"FindObjects", "Find other objects", kFindClose, "AB"},
+                                    {"FindObjectsFinal", nullptr, "", ""}})};
   const Operation retrieve{
-      kRetrieveRequest,
-      "certificate",
-      nssBase64(derA),
-      {{"Initialize", "C_Initialize failed", "", ""},
-       {"GetSlotList", "get slot list", "Finalize", ""},
-       {"GetSlotList", "get slot list", "Finalize", ""},
-       {"OpenSession", "open session", "Finalize", ""},
-       {"FindObjectsInit", "Find objects init", "CloseSession Finalize", ""},
-       {"FindObjects", "Find first object", "FindObjectsFinal CloseSession Finalize", ""},
-       {"GetAttributeValue", "get attribute value", "FindObjectsFinal CloseSession Finalize", ""},
-       {"GetAttributeValue", "get attribute value", "FindObjectsFinal CloseSession Finalize", ""},
-       {"FindObjectsFinal", nullptr, "", ""},
-       {"CloseSession", nullptr, "", ""},
-       {"Finalize", nullptr, "", ""}}};
-  const Operation sign{
-      kSignRequest,
-      "pkcs1",
-      base64("\x30\x20\x32"),  // The fake token's pattern over a DigestInfo.
-      {{"Initialize", "C_Initialize failed", "", ""},
-       {"GetSlotList", "get slot list", "Finalize", ""},
-       {"GetSlotList", "get slot list", "Finalize", ""},
-       {"OpenSession", "open session", "Finalize", ""},
-       {"Login", "C_Login", "CloseSession Finalize", ""},
-       {"FindObjectsInit", "Find objects init", "Logout CloseSession Finalize", ""},
-       {"FindObjects", "Find first object", "FindObjectsFinal Logout CloseSession Finalize", ""},
-       {"FindObjectsFinal", nullptr, "", ""},
-       {"SignInit", "sign init new", "Logout CloseSession Finalize", ""},
-       {"Sign", "sign final", "Logout CloseSession Finalize", ""},
-       {"Logout", nullptr, "", ""},
-       {"CloseSession", nullptr, "", ""},
-       {"Finalize", nullptr, "", ""}}};
+      kRetrieveRequest, "certificate", nssBase64(derA),
+      withOpening({{"FindObjectsInit", "Find objects init", kClose, ""},
+                   {"FindObjects", "Find first object", kFindClose, ""},
+                   {"GetAttributeValue", "get attribute value", kFindClose, ""},
+                   {"GetAttributeValue", "get attribute value", kFindClose, ""},
+                   {"FindObjectsFinal", nullptr, "", ""}})};
+  // The result is the fake token's pattern over a DigestInfo.
+  const Operation sign{kSignRequest, "pkcs1", base64("\x30\x20\x32"),
+                       withOpening({{"Login", "C_Login", kClose, ""},
+                                    {"FindObjectsInit", "Find objects init", kLogout, ""},
+                                    {"FindObjects", "Find first object", kFindLogout, ""},
+                                    {"FindObjectsFinal", nullptr, "", ""},
+                                    {"SignInit", "sign init new", kLogout, ""},
+                                    {"Sign", "sign final", kLogout, ""},
+                                    {"Logout", nullptr, "", ""}})};
 
   /// Base64 as the host writes it, a line break after each 64 characters.
   static std::string nssBase64(const std::string& bytes) {
