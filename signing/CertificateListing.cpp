@@ -37,6 +37,7 @@ const char* nameText(const char* name) { return name != nullptr ? name : ""; }
 
 std::string DigitalSignatureUtilPkcs11::ListCertificates(std::string /*caSubjectNames*/) {
   // Every fit certificate is listed: the page's CA names do not filter, on purpose.
+  // On purpose the listing alone also stops at a code that was set though the page is authorised.
   if (!mayUseToken() || lastError != service_error::kNone) {
     return {};
   }

@@ -75,6 +75,7 @@ void DigitalSignatureUtilPkcs11::SetErrorInfo() {
       lastError = service_error::kMissingPin;
     }
   }
+  // Whatever error is current, on purpose: where no call of NSPR or NSS failed it is a stale one.
   lastLowLevelError = PR_GetError();
   std::string text(static_cast<std::size_t>(PR_GetErrorTextLength()) + 1, '\0');
   text.resize(static_cast<std::size_t>(PR_GetErrorText(text.data())));  // without terminator

@@ -60,6 +60,7 @@ std::string DigitalSignatureUtilPkcs11::SignPkcs1Base64(std::string certId, std:
 std::string DigitalSignatureUtilPkcs11::signLoggedIn(CK_SESSION_HANDLE session,
                                                      const std::string& certId,
                                                      const std::string& digest) {
+  // Digest and certId are judged only after the login, on purpose: bad input costs a PIN use.
   const ItemHandle digestBytes = decodeBase64(digest);
   if (!digestBytes || !isDigestLength(digestBytes->len)) {
     lastError = service_error::kUndecodableInput;

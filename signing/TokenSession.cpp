@@ -39,6 +39,7 @@ bool DigitalSignatureUtilPkcs11::connect(TokenConnection& connection) {
 
 CK_SLOT_ID DigitalSignatureUtilPkcs11::getSlot() {
   constexpr const char* kLabel = "get slot list";
+  // Plain ASCII on purpose: no accents.
   constexpr const char* kNoToken = "No se encontro ningun slot";
   CK_ULONG count = 10;
   if (!checkReturnValue(C_GetSlotList(CK_TRUE, nullptr, &count), kLabel)) {
@@ -73,6 +74,7 @@ CK_SESSION_HANDLE DigitalSignatureUtilPkcs11::startSession(CK_SLOT_ID slot) {
 bool DigitalSignatureUtilPkcs11::Login(CK_SESSION_HANDLE session) {
   PinInfoStruct record = gPines[pinModuleName];  // an unknown module gets an empty record
   if (record.pin.empty()) {
+    // Both PIN messages are plain ASCII on purpose: no accents.
     setError(service_error::kMissingPin, "No se ha definido el pin para " + pinModuleName);
     return false;
   }
