@@ -174,7 +174,8 @@ def round_trip(results):
 
 
 def start(results, host):
-    memory = [(name.replace("_", " "), subject, f"{results.median('start', name, subject, 'peak_kb'):,.0f} kB")
+    memory = [(name.replace("_", " "), subject,
+               f"{results.median('start', name, subject, 'peak_kb'):,.0f} kB")
               for name in results.names("start")
               for subject in results.subjects("start", name, "peak_kb")]
     libraries = re.findall(r"^\s*(\S+\.so[.\d]*) =>", output_of("ldd", host), re.MULTILINE)
@@ -188,15 +189,16 @@ def start(results, host):
 
 
 def plot(name, title, commands, series):
-    """Draws one chart; `series` is a list of (legend, [(x, y)...])."""
+    """Draws one chart; `series` is a list of (legend, [(x, ns)...]), drawn in microseconds."""
     IMAGES.mkdir(parents=True, exist_ok=True)
     script = ["set terminal svg size 860,440 font 'sans-serif,13' background '#ffffff'",
-              f"set output '{IMAGES / name}.svg'", f"set title '{title}'", "set grid", "set key outside"]
+              f"set output '{IMAGES / name}.svg'", f"set title '{title}'", "set grid", "set key outside",
+              "set format y '%g'"]
     script += commands
     data = []
     for index, (_, points) in enumerate(series):
         data.append(f"$d{index} << EOD")
-        data += [f"{x} {y}" for x, y in points] + ["EOD"]
+        data += [f'{json.dumps(x)} {float(y) / 1e3}' for x, y in points] + ["EOD"]
     draws = [f"$d{i} using {'2:xtic(1)' if 'set style data histogram' in commands else '1:2'} "
              f"title '{legend}'" for i, (legend, _) in enumerate(series)]
     subprocess.run(["gnuplot"], input="\n".join(data + script + ["plot " + ", ".join(draws)]),
@@ -204,8 +206,8 @@ def plot(name, title, commands, series):
 
 
 BARS = ["set style data histogram", "set style histogram clustered gap 1", "set style fill solid 0.8",
-        "set logscale y"]
-LINES = ["set style data linespoints", "set logscale xy"]
+        "set yrange [0:*]"]
+LINES = ["set style data linespoints", "set logscale xy", "set format x '%g'"]
 
 
 def by_size(results, group, case, subject, per=lambda size: 1):
@@ -219,26 +221,26 @@ def charts(results):
     cases = [name for name in JSON_CASES if name in results.names("json") and name != "read_members"]
     if cases:
         subjects = list(dict.fromkeys(s for name in cases for s in results.subjects("json", name)))
-        plot("json", "JSON: time per document (ns)", BARS + ["set xtics noenhanced rotate by -12"],
-             [(s.replace("_", " "), [(name, results.median("json", name, s, "ns")
+        plot("json", "JSON: µs per document, logarithmic", BARS + ["set yrange [*:*]", "set logscale y"],
+             [(s.replace("_", " "), [(JSON_CASES[name][:3], results.median("json", name, s, "ns")
                                       if (("json", name, s, "ns") in results.samples) else "NaN")
                                      for name in cases]) for s in subjects])
         first = next(name for name in results.names("json") if name.startswith("growth/"))
-        plot("json-growth", "JSON: time per byte (ns) against bytes of the line", LINES,
-             [(s.replace("_", " "), by_size(results, "json", "growth", s, lambda size: size))
+        plot("json-growth", "JSON: ns per byte against bytes of the line", LINES,
+             [(s.replace("_", " "), by_size(results, "json", "growth", s, lambda size: size / 1e3))
               for s in results.subjects("json", first)])
-    plot("round-trip", "Version command: median round trip over pipes (ns)", BARS,
-         [(s.replace("_", "-"), [(name.replace("_", "-"), results.median("round_trip", name, s, "median_ns"))
+    plot("round-trip", "Version command: median round trip over pipes, µs", BARS,
+         [(s.replace("_", " "), [(name.replace("_", " "), results.median("round_trip", name, s, "median_ns"))
                                  for name in results.names("round_trip")])
           for s in ("host", "minimal_c", "python")])
-    plot("listing", "Listing: time (ns) against certificates on the token", LINES,
+    plot("listing", "Listing: µs against certificates on the token", LINES,
          [(legend, by_size(results, group, "list", subject)) for legend, group, subject in (
              ("host", "token", "host"), ("bare calls", "token", "bare_calls"),
              ("host, whole process", "token_process", "host"),
              ("pkcs11-tool", "token_process", "pkcs11-tool"),
              ("p11tool", "token_process", "p11tool"))])
-    plot("start", "From exec to the first answer (ns)", BARS + ["unset key"],
-         [("", [(s.replace("_", "-"), results.median("start", "first_answer", s, "ns"))
+    plot("start", "From exec to the first answer, µs", BARS + ["unset key"],
+         [("", [(s.replace("_", " "), results.median("start", "first_answer", s, "ns"))
                 for s in results.subjects("start", "first_answer")])])
 
 
