@@ -77,7 +77,7 @@ TEST(Endurance, MixedRequestsOnTheFakeToken) {
   std::vector<int> weights;
   for (const Exchange& exchange : exchanges) weights.push_back(exchange.weight);
   std::discrete_distribution<std::size_t> choose(weights.begin(), weights.end());
-  std::minstd_rand order(7);
+  std::minstd_rand order(7);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same order every time
 
   TemporaryFolder folder;
   folder.write("script",
