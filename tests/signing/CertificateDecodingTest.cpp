@@ -1,14 +1,28 @@
 #include "signing/CertificateDecoding.h"
 
-#include <gtest/gtest.h>
 #include <prtime.h>
+
+#include <cstring>
+#include <stdexcept>
 
 #include "tests/signing/ServiceFixture.h"
 
 namespace {
 
+using namespace std::string_literals;
 using test_support::CertificateFields;
 using test_support::makeCertificate;
+
+std::string text(const SECItem& item) {
+  return {reinterpret_cast<const char*>(item.data), item.len};
+}
+
+/// An e-mail list with a comma for every terminator but the last.
+std::string joined(const char* list) {
+  std::string all;
+  for (; list != nullptr && *list != '\0'; list += std::strlen(list) + 1) all += list + ","s;
+  return all;
+}
 
 /// NSS runs while the service lives.
 class CertificateDecoding : public ServiceTest {
@@ -22,13 +36,15 @@ class CertificateDecoding : public ServiceTest {
     return certificate::CERT_DecodeDERCertificate(item, copyDER, nickname);
   }
 
+  static CertificateHandle made(const CertificateFields& fields) {
+    CertificateHandle certificate = decode(makeCertificate(fields));
+    if (!certificate) throw std::runtime_error("not decoded");
+    return certificate;
+  }
+
   static inline std::vector<unsigned char> bytes;
   std::unique_ptr<Service> service = authorizedService();
 };
-
-std::string text(const SECItem& item) {
-  return {reinterpret_cast<const char*>(item.data), item.len};
-}
 
 TEST_F(CertificateDecoding, FillsTheRecord) {
   const std::string der = makeCertificate({});
@@ -36,11 +52,13 @@ TEST_F(CertificateDecoding, FillsTheRecord) {
   ASSERT_TRUE(shared);
   EXPECT_EQ(shared->derCert.data, bytes.data());
   EXPECT_EQ(shared->nickname, nullptr);
-  const CertificateHandle copied = decode(der, true, "Certificado");
+  char nickname[] = "Certificado";
+  const CertificateHandle copied = decode(der, true, nickname);
   ASSERT_TRUE(copied);
-  bytes.assign(bytes.size(), 0);  // the copy does not point here
-  EXPECT_EQ(text(copied->derCert), der);
+  nickname[0] = '?';  // the copies do not point here
+  bytes.assign(bytes.size(), 0);
   EXPECT_STREQ(copied->nickname, "Certificado");
+  EXPECT_EQ(text(copied->derCert), der);
   EXPECT_STREQ(copied->subjectName, "CN=Signer,C=CR");
   EXPECT_STREQ(copied->issuerName, "CN=Test Authority");
   EXPECT_EQ(text(copied->subjectKeyID), test_support::publicKeySha1());
@@ -49,88 +67,73 @@ TEST_F(CertificateDecoding, FillsTheRecord) {
   EXPECT_EQ(CERT_CheckCertValidTimes(copied.get(), PR_Now(), PR_FALSE), secCertTimeValid);
 }
 
-TEST_F(CertificateDecoding, ReadsKeyUsageFromTheFirstByteAlone) {
-  const std::pair<const char*, unsigned int> kCases[]{
-      {"digitalSignature,nonRepudiation", 0xC0},
-      {"digitalSignature", 0x80},
-      {"keyAgreement,decipherOnly", 0x08},
-      {"DER:030200FF", 0xFF},
-      {"DER:030100", 0}};  // a bit string without a byte
-  for (const auto& [usage, expected] : kCases) {
-    const CertificateHandle certificate =
-        decode(makeCertificate({.extensions = {{"keyUsage", usage}}}));
-    ASSERT_TRUE(certificate) << usage;
-    EXPECT_EQ(certificate->keyUsage, expected) << usage;
-    EXPECT_EQ(certificate->rawKeyUsage, expected) << usage;
-    EXPECT_EQ(certificate->keyUsagePresent, PR_TRUE) << usage;
+TEST_F(CertificateDecoding, ReadsKeyUsageFromTheFirstByteAloneAndTheKeyIdentifier) {
+  const std::string hash = test_support::publicKeySha1();
+  const std::tuple<const char*, const char*, unsigned int, bool, std::string> kCases[]{
+      {"keyUsage", "digitalSignature,nonRepudiation", 0xC0, true, hash},
+      {"keyUsage", "keyAgreement,decipherOnly", 0x08, true, hash},
+      {"keyUsage", "DER:030200FF", 0xFF, true, hash},
+      {"keyUsage", "DER:030100", 0, true, hash},  // a bit string without a byte
+      {"subjectKeyIdentifier", "DER:0403010203", 0xFF, false, "\x01\x02\x03"},
+      {"subjectKeyIdentifier", "DER:0400", 0xFF, false, hash}};  // empty: as if there were none
+  for (const auto& [extension, value, usage, present, keyId] : kCases) {
+    const CertificateHandle certificate = made({.extensions = {{extension, value}}});
+    EXPECT_EQ(certificate->keyUsage, usage) << value;
+    EXPECT_EQ(certificate->rawKeyUsage, usage) << value;
+    EXPECT_EQ(certificate->keyUsagePresent, present ? PR_TRUE : PR_FALSE) << value;
+    EXPECT_EQ(text(certificate->subjectKeyID), keyId) << value;
   }
-  const CertificateHandle certificate = decode(makeCertificate({.extensions = {}}));
-  ASSERT_TRUE(certificate);
-  EXPECT_EQ(certificate->keyUsage, 255U);
-  EXPECT_EQ(certificate->keyUsagePresent, PR_FALSE);
 }
 
-TEST_F(CertificateDecoding, TakesTheKeyIdentifierOfTheExtension) {
-  const std::pair<const char*, std::string> kCases[]{
-      {"DER:0403010203", "\x01\x02\x03"},
-      {"DER:0400", test_support::publicKeySha1()}};  // empty: as if there were none
-  for (const auto& [value, expected] : kCases) {
-    const CertificateHandle certificate =
-        decode(makeCertificate({.extensions = {{"subjectKeyIdentifier", value}}}));
-    ASSERT_TRUE(certificate) << value;
-    EXPECT_EQ(text(certificate->subjectKeyID), expected) << value;
-  }
-}
+/// The addresses C@b and D@b, and a directory name of mail E@b and emailAddress F@b.
+constexpr char kAlternativeNames[] =
+    "DER:303781034340628103444062a42b302931133011060a0992268993f22c6401031603454062"
+    "3112301006092a864886f70d0109011603464062";
 
 TEST_F(CertificateDecoding, GathersEmailAddressesInOrder) {
-  const std::string longAddress(2000, 'x');
+  const auto alternative = [](std::string value) {
+    return CertificateFields{.extensions = {{"subjectAltName", std::move(value)}}};
+  };
   const std::pair<CertificateFields, std::string> kCases[]{
       {{.subject = {{"mail", "Second@A.test"}, {"emailAddress", "First@A.test"}},
-        .alternativeEmails = {"First@A.test", "Third@A.test"},
-        .alternativeDirectoryName = {{"mail", "Fifth@A.test"}, {"emailAddress", "Fourth@A.test"}}},
-       "first@a.test,second@a.test,first@a.test,third@a.test,fourth@a.test,fifth@a.test,"},
-      {{.subject = {{"emailAddress", "One@A.test"}, {"emailAddress", "Two@A.test"}}},
-       "one@a.test,"},
-      // Never longer than the certificate, so each fits; control bytes are escaped.
-      {{.alternativeEmails = {longAddress, "a\nb", "c"}}, longAddress + ",a\\0ab,c,"},
+        .extensions = {{"subjectAltName", kAlternativeNames}}},
+       "first@a.test,second@a.test,c@b,d@b,f@b,e@b,"},
+      {{.subject = {{"emailAddress", "One@A.test"}, {"emailAddress", "Two@A.test"}},
+        .extensions = {{"subjectAltName", "email:One@A.test"}}},
+       "one@a.test,one@a.test,"},
+      {alternative("DNS:d.test,IP:1.2.3.4,email:A@b.test"), "a@b.test,"},
+      {alternative("DER:30088103610a62810163"), "a\\0ab,c,"},
       // Escapes grow, so a text can outgrow the certificate and is left out.
-      {{.alternativeEmails = {std::string(2000, '\n'), "c"}}, "c,"}};
+      {alternative("DER:308207d7818207d0" + test_support::hex(std::string(2000, '\n')) + "810163"),
+       "c,"}};
   for (const auto& [fields, expected] : kCases) {
-    const CertificateHandle certificate = decode(makeCertificate(fields));
-    ASSERT_TRUE(certificate);
-    ASSERT_NE(certificate->emailAddr, nullptr);
-    std::string joined;
-    for (const char* each = certificate->emailAddr; *each != '\0';) {
-      joined += std::string(each) + ",";
-      each += std::char_traits<char>::length(each) + 1;
-    }
-    EXPECT_EQ(joined, expected);
+    EXPECT_EQ(joined(made(fields)->emailAddr), expected);
+  }
+  // The space is the length of the DER, or 2000, and must exceed the address and its terminator.
+  const CertificateHandle certificate = made(alternative("email:" + std::string(1998, 'x')));
+  for (const auto& [space, fits] : {std::pair(1999U, false), {2000U, true}, {0U, true}}) {
+    certificate->derCert.len = space;
+    EXPECT_EQ(certificate::cert_GetCertificateEmailAddresses(certificate.get()) != nullptr, fits);
   }
 }
 
 TEST_F(CertificateDecoding, FindsTheFirstElementOfATagOnTheHeapToo) {
-  const CertificateHandle certificate =
-      decode(makeCertificate({.subject = {{"O", "a"}, {"CN", "\xC3\xA9"}, {"CN", "b"}}}));
-  ASSERT_TRUE(certificate);
-  const NssText name(
-      certificate::CERT_GetNameElement(nullptr, &certificate->subject, SEC_OID_AVA_COMMON_NAME));
-  EXPECT_STREQ(name.get(), "\\c3\\a9");
-  EXPECT_EQ(
-      certificate::CERT_GetNameElement(nullptr, &certificate->subject, SEC_OID_AVA_COUNTRY_NAME),
-      nullptr);
+  const CertificateHandle certificate = made({.subject = {{"CN", "\xC3\xA9"}, {"CN", "b"}}});
+  const auto element = [&](SECOidTag tag) {
+    return NssText(certificate::CERT_GetNameElement(nullptr, &certificate->subject, tag));
+  };
+  EXPECT_STREQ(element(SEC_OID_AVA_COMMON_NAME).get(), "\\c3\\a9");
+  EXPECT_EQ(element(SEC_OID_AVA_COUNTRY_NAME), nullptr);
 }
 
 TEST_F(CertificateDecoding, DamagedCertificatesNeitherCrashNorLeak) {
-  const std::string der = makeCertificate(
-      {.subject = {{"emailAddress", "a@b.test"}},
-       .alternativeEmails = {"c@d.test"},
-       .alternativeDirectoryName = {{"mail", "e@f.test"}},
-       .extensions = {{"keyUsage", "digitalSignature"}, {"subjectKeyIdentifier", "hash"}}});
-  for (std::size_t length = 0; length < der.size(); ++length) {
-    EXPECT_FALSE(decode(der.substr(0, length))) << length;
-  }
+  const std::string der = makeCertificate({.subject = {{"emailAddress", "a@b.test"}},
+                                           .extensions = {{"subjectAltName", kAlternativeNames},
+                                                          {"keyUsage", "digitalSignature"},
+                                                          {"subjectKeyIdentifier", "hash"}}});
   unsigned int decoded = 0;
   for (std::size_t at = 0; at < der.size(); ++at) {
+    EXPECT_FALSE(decode(der.substr(0, at))) << at;
     for (const char damage : {'\0', '\x7F', '\xFF'}) {
       std::string damaged = der;
       damaged[at] = damage;

@@ -1,6 +1,5 @@
-// Pure text rules of the service: domain lists, host names, distinguished names.
-#include <gtest/gtest.h>
-
+// Pure text rules of the service: domain lists, host names, distinguished names. Page addresses as
+// an attacker writes them are in DomainAttackTest.cpp.
 #include "tests/signing/ServiceFixture.h"
 
 namespace {
@@ -9,54 +8,40 @@ using Util = DigitalSignatureUtil;
 using Map = Util::NameValueMap;
 using Texts = std::vector<std::string>;
 
-TEST(Trim, KeepsEverythingButSpacesAndCapitals) {
+TEST(Domains, TrimKeepsEverythingButSpacesAndCapitals) {
   const std::pair<const char*, const char*> kCases[]{
-      {"", ""},         {"   ", ""},          {"  A  b ", "a b"},
-      {" \tX ", "\tx"}, {"a \n b", "a \n b"}, {"\xC3\x89\xDA Z", "\xC3\x89\xDA z"}};
+      {"   ", ""}, {"  A  b ", "a b"}, {" \tX ", "\tx"}, {"\xC3\x89\xDA Z", "\xC3\x89\xDA z"}};
   for (const auto& [text, expected] : kCases) EXPECT_EQ(Util::trim(text), expected) << text;
 }
 
-TEST(ExtractDomainName, CutsAtSeparatorsButNotAtTheFirstPosition) {
+TEST(Domains, AHostNameIsNotCutInItsFirstPosition) {
   const std::pair<const char*, const char*> kCases[]{
       {"abc://shop.example.test/x?y=1", "shop.example.test"},
-      {"localhost:8080", "localhost"},
       {":8080", ":8080"},
       {"/a/b", "/a"},
       {"??", "?"},
-      {"://", ""},
-      {"a://b://c", "b"},
-      {"user@shop.test:1", "user@shop.test"},
-      {"shop.test#f/x", "shop.test#f"},
-      {"shop.test?a://b.test/", "b.test"},
-      {"", ""}};
+      {"://", ""}};
   for (const auto& [text, expected] : kCases) {
     EXPECT_EQ(Util::extractDomainName(text), expected) << text;
   }
 }
 
-TEST(LoadDomains, NormalisesEveryEntryButTheLast) {
+TEST(Domains, EveryEntryButTheLastIsNormalised) {
   const std::pair<const char*, Texts> kCases[]{
-      {"", {}},
       {"|", {}},
       {"a||B| |", {"a", "b"}},
       {" Example.Test |Other.Test ", {"example.test", "Other.Test "}},
-      {"A.Test", {"A.Test"}},
       {"a|  ", {"a", "  "}}};
   for (const auto& [text, expected] : kCases) {
-    Service service("s", text, "");
+    Service service(" Sig ", text, " ABC://Shop.Example.Test:8443/a?b ");
     EXPECT_EQ(service.domainList, expected) << text;
+    EXPECT_EQ(service.domains, text);
+    EXPECT_EQ(service.signature, " Sig ");
+    EXPECT_EQ(service.currentDomain, "shop.example.test");
+    EXPECT_EQ(errorOf(service), "0 0 ");
     service.LoadDomains("x");
     EXPECT_EQ(service.domainList, Texts{"x"});
   }
-}
-
-TEST(Service, KeepsItsInputsAsReceivedAndStartsWithoutError) {
-  const Service service(" Sig ", " A.Test ", " ABC://Shop.Example.Test:8443/a?b ");
-  EXPECT_EQ(service.signature, " Sig ");
-  EXPECT_EQ(service.domains, " A.Test ");
-  EXPECT_EQ(service.currentDomain, "shop.example.test");
-  EXPECT_EQ(errorOf(service), "0 0 ");
-  EXPECT_FALSE(service.InvalidDomainsSignature());
 }
 
 TEST(DistinguishedName, SplitsAtEveryEqualsSignAndComma) {
@@ -67,7 +52,6 @@ TEST(DistinguishedName, SplitsAtEveryEqualsSignAndComma) {
       {"CN=Root,", {{"cn", ""}}},
       {"CN=a,b", {{"cn", "b"}}},
       {"CN=a=b", {{"a", "b"}}},
-      {"CN=a,CN=b", {{"cn", "b"}}},
       {R"(CN="a\,b")", {{"cn", R"(b")"}}},
       {"S=San Jose", {{"st", "san jose"}}},
       {"OID.2.5.4.5=1", {{"serialnumber", "1"}}},
@@ -75,9 +59,6 @@ TEST(DistinguishedName, SplitsAtEveryEqualsSignAndComma) {
       {"N\xFAmero de serie=1", {{"serialnumber", "1"}}},
       {"N\xC3\xBAmero de serie=1", {{"n\xC3\xBAmero de serie", "1"}}}};  // UTF-8 is not an alias
   for (const auto& [text, expected] : kCases) EXPECT_EQ(Util::GetNameValueMap(text), expected);
-}
-
-TEST(DistinguishedName, ListsSkipBlankPieces) {
   Service service("", "", "");
   const std::vector<Map> expected{{{"a", "1"}}, {{"b", "2"}}};
   EXPECT_EQ(service.GetCADistinguishedNames("a=1|  |b=2|"), expected);
@@ -88,13 +69,11 @@ TEST(DistinguishedName, MatchesWhenTheAttributesAreTheSame) {
   const Map name = Util::GetNameValueMap("CN=Root CA,SERIALNUMBER=123");
   const Map same = Util::GetNameValueMap("oid.2.5.4.5=123, cn=root   ca");
   const Map more = Util::GetNameValueMap("CN=Root CA,SERIALNUMBER=123,OU=y");
+  const Map other = Util::GetNameValueMap("CN=Root CA,SERIALNUMBER=124");
   EXPECT_TRUE(Util::AreMatch(name, same));
-  EXPECT_FALSE(Util::AreMatch(name, more));
-  EXPECT_FALSE(Util::AreMatch(more, name));
-  EXPECT_FALSE(Util::AreMatch(name, Util::GetNameValueMap("CN=Root CA,SERIALNUMBER=124")));
+  EXPECT_FALSE(Util::AreMatch(name, more) || Util::AreMatch(more, name));
   EXPECT_TRUE(Util::HasDistinguishedName({more, same}, name));
-  EXPECT_FALSE(Util::HasDistinguishedName({more}, name));
-  EXPECT_FALSE(Util::HasDistinguishedName({}, name));
+  EXPECT_FALSE(Util::HasDistinguishedName({more, other}, name));
 }
 
 TEST(DistinguishedName, PrintsInKeyOrder) {

@@ -1,53 +1,41 @@
 #include "signing/PinRegistry.h"
 
-#include <gtest/gtest.h>
-
 #include "tests/signing/ServiceFixture.h"
 
 namespace {
 
+using Util = DigitalSignatureUtil;
 using Names = std::vector<std::string>;
 
 class PinRegistry : public ServiceTest {};
 
-void reject(const std::string& module, std::int32_t retries) {
-  gPines[module].invalid = true;
-  gPines[module].retries = retries;
-}
-
-TEST_F(PinRegistry, AnEmptyRegistryLacksNothingAndIsNotFilledByQuestions) {
-  EXPECT_FALSE(MissingPin());
-  EXPECT_FALSE(InvalidPin());
-  EXPECT_EQ(DigitalSignatureUtil::MissingPines(), Names());
-  EXPECT_EQ(DigitalSignatureUtil::InvalidPines(), Names());
-  EXPECT_EQ(DigitalSignatureUtil::InvalidPinRetries(kModule), 0);
+TEST_F(PinRegistry, QuestionsAreAnsweredInKeyOrderAndFillNothing) {
+  EXPECT_FALSE(MissingPin() || InvalidPin() || Util::MissingPin() || Util::InvalidPin());
+  EXPECT_EQ(Util::MissingPines(), Names());
+  EXPECT_EQ(Util::InvalidPines(), Names());
+  EXPECT_EQ(Util::InvalidPinRetries(kModule), 0);
   EXPECT_TRUE(gPines.empty());
-}
 
-TEST_F(PinRegistry, NamesComeInKeyOrder) {
-  for (const char* module : {"b", "A", "a", "B"}) DigitalSignatureUtil::SetPin(module, "");
-  DigitalSignatureUtil::SetPin("a", "1234");
-  EXPECT_EQ(DigitalSignatureUtil::MissingPines(), (Names{"A", "B", "b"}));
-  reject("b", 1);  // missing and invalid at once: both lists have it
-  reject("a", 1);
-  EXPECT_EQ(DigitalSignatureUtil::InvalidPines(), (Names{"a", "b"}));
-  EXPECT_EQ(DigitalSignatureUtil::MissingPines(), (Names{"A", "B", "b"}));
-  EXPECT_TRUE(DigitalSignatureUtil::MissingPin());
-  EXPECT_TRUE(DigitalSignatureUtil::InvalidPin());
+  for (const char* module : {"b", "A", "a", "B"}) Util::SetPin(module, "");
+  Util::SetPin("a", "1234");
+  EXPECT_TRUE(Util::MissingPin());
+  EXPECT_FALSE(Util::InvalidPin());
+  gPines["b"].invalid = gPines["a"].invalid = true;  // "b" is missing and invalid at once
+  EXPECT_TRUE(Util::InvalidPin());
+  EXPECT_EQ(Util::InvalidPines(), (Names{"a", "b"}));
+  EXPECT_EQ(Util::MissingPines(), (Names{"A", "B", "b"}));
 }
 
 TEST_F(PinRegistry, OnlyADifferentPinClearsTheFlagAndNoneClearsTheCount) {
-  DigitalSignatureUtil::SetPin(kModule, "1234");
-  reject(kModule, 2);
-  DigitalSignatureUtil::SetPin(kModule, "1234");
+  Util::SetPin(kModule, "1234");
+  gPines[kModule].invalid = true;
+  gPines[kModule].retries = 2;
+  Util::SetPin(kModule, "1234");
   EXPECT_TRUE(InvalidPin());
-  EXPECT_EQ(DigitalSignatureUtil::InvalidPinRetries(kModule), 2);
-  DigitalSignatureUtil::SetPin(kModule, std::string("1234\0", 5));  // bytes, not C strings
+  Util::SetPin(kModule, std::string("1234\0", 5));  // bytes, not C strings
   EXPECT_FALSE(InvalidPin());
   EXPECT_EQ(gPines[kModule].pin, std::string("1234\0", 5));
-  EXPECT_EQ(DigitalSignatureUtil::InvalidPinRetries(kModule), 2);
-  DigitalSignatureUtil::SetPin(kModule, "");
-  EXPECT_TRUE(MissingPin());
+  EXPECT_EQ(Util::InvalidPinRetries(kModule), 2);
 }
 
 TEST_F(PinRegistry, AReplacedOrDestroyedPinLeavesNoTrace) {

@@ -2,16 +2,18 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <memory>
 #include <string>
-#include <string_view>
+#include <tuple>
+#include <vector>
 
+#include "signing/Base64.h"
 #include "signing/DigitalSignatureUtilPkcs11.h"
 #include "tests/fake_token/FakeToken.h"
 #include "tests/support/TestCertificate.h"
 
 inline constexpr char kModule[] = "Certificado ZORAL";
+inline constexpr char kDigest[] = "AAECAwQFBgcICQoLDA0ODxAREhM=";  // 20 bytes
 
 /// The service with the members that tests look at.
 class Service : public DigitalSignatureUtilPkcs11 {
@@ -22,9 +24,18 @@ class Service : public DigitalSignatureUtilPkcs11 {
   using DigitalSignatureUtil::currentDomain;
   using DigitalSignatureUtil::domainList;
   using DigitalSignatureUtil::domains;
+  using DigitalSignatureUtil::lastError;
   using DigitalSignatureUtil::signature;
   using DigitalSignatureUtilPkcs11::Login;
+  using DigitalSignatureUtilPkcs11::SetErrorInfo;
 };
+
+/// The operations on the object 01ab of a token.
+using Operation = std::string (*)(DigitalSignatureUtil&);
+inline std::string list(DigitalSignatureUtil& on) { return on.ListCertificates("ignored"); }
+inline std::string retrieve(DigitalSignatureUtil& on) { return on.GetCertificateBase64("Aas="); }
+inline std::string sign(DigitalSignatureUtil& on) { return on.SignPkcs1Base64("Aas=", kDigest); }
+inline constexpr Operation kOperations[]{list, retrieve, sign};
 
 /// The error state in one text, "code low-level message".
 inline std::string errorOf(const DigitalSignatureUtil& service) {
@@ -32,54 +43,36 @@ inline std::string errorOf(const DigitalSignatureUtil& service) {
          " " + service.LastErrorMessage();
 }
 
-/// A token's misbehaviour, and what an operation then does and leaves.
-struct Outcome {
-  std::string script, calls, error, result{};
-};
+inline std::string nssBase64(std::string bytes) {
+  return encodeBase64({reinterpret_cast<unsigned char*>(bytes.data()), bytes.size()});
+}
 
-/// An empty registry and an empty token before every test; the service for an authorised page.
+/// An empty registry and an empty token before every test.
 class ServiceTest : public testing::Test {
  protected:
   ServiceTest() {
-    FakeToken::instance().reset();
+    script("");
     gPines.clear();
   }
 
+  static void script(const std::string& text) {
+    FakeToken::instance().reset();
+    FakeToken::instance().script(text);
+  }
+
   /// A page of shop.example.test under a list that the operator signed.
-  static std::unique_ptr<Service> authorizedService() {
+  template <typename Type = Service>
+  static std::unique_ptr<Type> authorizedService() {
     constexpr char kDomains[] = "example.test|other.test";
     static const std::string signature = test_support::signSha1(DOMAINS_PRIVATE_KEY, kDomains);
-    return std::make_unique<Service>(signature, kDomains, "https://shop.example.test/sign");
+    return std::make_unique<Type>(signature, kDomains, "https://shop.example.test/sign");
   }
 
   /// The token's calls as one text, without the "C_".
   static std::string calls() {
     std::string text;
     for (const std::string& function : FakeToken::instance().calls()) {
-      text += text.empty() ? "" : " ";
-      text += function.substr(2);
-    }
-    return text;
-  }
-
-  /// Runs the operation on a token with these objects once for each misbehaviour.
-  template <typename Cases, typename Operation>
-  static void expectOutcomes(const std::string& objects, const Cases& cases, Operation operation) {
-    for (const Outcome& each : cases) {
-      SCOPED_TRACE(each.script);
-      FakeToken::instance().reset();
-      FakeToken::instance().script(objects + each.script);
-      const auto service = authorizedService();
-      EXPECT_EQ(operation(*service), each.result);
-      EXPECT_EQ(calls(), each.calls);
-      EXPECT_EQ(errorOf(*service), each.error);
-    }
-  }
-
-  static std::string log() {
-    std::string text;
-    for (const std::string& line : FakeToken::instance().log()) {
-      text += line + "\n";
+      text += (text.empty() ? "" : " ") + function.substr(2);
     }
     return text;
   }

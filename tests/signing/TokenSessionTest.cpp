@@ -1,12 +1,11 @@
-// The steps that all operations share: readiness, slot, session, login and its registry record.
-#include <gtest/gtest.h>
+// Readiness, login and error state, which all operations share.
+#include <nss.h>
+#include <prerror.h>
+#include <sys/resource.h>
 
 #include "tests/signing/ServiceFixture.h"
 
 namespace {
-
-constexpr char kDigest[] = "AAECAwQFBgcICQoLDA0ODxAREhM=";  // 20 bytes
-constexpr char kCertId[] = "AQ==";
 
 class TokenSession : public ServiceTest {
  protected:
@@ -14,119 +13,77 @@ class TokenSession : public ServiceTest {
 };
 
 TEST_F(TokenSession, APinProblemStopsEveryOperationBeforeTheToken) {
-  const std::pair<bool, int> kCases[]{{true, 5}, {false, 11}};
-  for (const auto& [invalid, code] : kCases) {
-    gPines["another module"].invalid = invalid;  // its PIN is missing in both cases
-    EXPECT_EQ(service->ListCertificates(""), "");
-    EXPECT_EQ(service->LastError(), code);
-    EXPECT_EQ(service->GetCertificateBase64(kCertId), "");
-    EXPECT_EQ(service->LastError(), code);
-    EXPECT_EQ(service->SignPkcs1Base64(kCertId, kDigest), "");
-    EXPECT_EQ(service->LastError(), code);
-    EXPECT_EQ(service->LastErrorMessage(), "");
+  for (const int code : {5, 11}) {
+    gPines["another module"].invalid = code == 5;  // its PIN is missing in both cases
+    for (const Operation operation : kOperations) {
+      EXPECT_EQ(operation(*service), "");
+      EXPECT_EQ(service->LastError(), code);
+      EXPECT_EQ(service->LastErrorMessage(), "");
+    }
   }
   EXPECT_EQ(calls(), "");
 }
 
-TEST_F(TokenSession, TheFirstSlotWithATokenIsUsed) {
-  const Outcome kCases[]{
-      {"slots 7 9",
-       "Initialize GetSlotList GetSlotList OpenSession FindObjectsInit FindObjects "
-       "FindObjectsFinal CloseSession Finalize",
-       "0 0 "},
-      {"slots none", "Initialize GetSlotList Finalize", "12 0 No se encontro ningun slot"},
-      {"lie slots 2 0", "Initialize GetSlotList GetSlotList Finalize",
-       "12 0 No se encontro ningun slot"},
-      // More tokens than a moment ago: the first is still the first.
-      {"slots 7\nlie slots 2 1000",
-       "Initialize GetSlotList GetSlotList OpenSession FindObjectsInit FindObjects "
-       "FindObjectsFinal CloseSession Finalize",
-       "0 0 "},
-      {"lie slots 1 ones", "Initialize GetSlotList Finalize", "12 2 get slot list"},
-      {"fail C_Initialize 1 CKR_DEVICE_ERROR", "Initialize", "12 48 C_Initialize failed"},
-      {"fail C_GetSlotList 1 CKR_DEVICE_ERROR", "Initialize GetSlotList Finalize",
-       "12 48 get slot list"},
-      {"fail C_GetSlotList 2 CKR_BUFFER_TOO_SMALL", "Initialize GetSlotList GetSlotList Finalize",
-       "12 336 get slot list"},
-      {"fail C_OpenSession 1 CKR_PIN_LOCKED",
-       "Initialize GetSlotList GetSlotList OpenSession Finalize", "5 164 open session"}};
-  expectOutcomes("", kCases, [](Service& fresh) {
-    std::string listing = fresh.ListCertificates("");
-    EXPECT_FALSE(FakeToken::instance().isInitialized());
-    for (const std::string& call : FakeToken::instance().callsOf("C_OpenSession")) {
-      EXPECT_EQ(call.find("slot=9"), std::string::npos);
-      EXPECT_NE(call.find(" flags=0x4 application=null notify=null"), std::string::npos);
-    }
-    return listing;
-  });
-}
-
-TEST_F(TokenSession, EveryRefusalOfALoginIsClassed) {
-  struct Case {
-    const char* returned;
-    const char* error;
-    bool pinRefused;
-  };
-  const Case kCases[]{{"CKR_PIN_INCORRECT", "5 160 Pin invalido para Certificado ZORAL", true},
-                      {"CKR_PIN_INVALID", "5 161 Pin invalido para Certificado ZORAL", true},
-                      {"CKR_PIN_LEN_RANGE", "5 162 Pin invalido para Certificado ZORAL", true},
-                      {"CKR_PIN_EXPIRED", "12 163 C_Login", false},  // the PIN itself was right
-                      {"CKR_PIN_LOCKED", "5 164 Pin invalido para Certificado ZORAL", true},
-                      {"CKR_USER_ALREADY_LOGGED_IN", "12 256 C_Login", false}};
-  for (const Case& each : kCases) {
-    FakeToken::instance().reset();
-    FakeToken::instance().script(std::string("fail C_Login * ") + each.returned);
-    gPines.clear();
-    DigitalSignatureUtil::SetPin(kModule, "1234");
-    auto fresh = authorizedService();
-    EXPECT_EQ(fresh->SignPkcs1Base64(kCertId, kDigest), "");
-    EXPECT_EQ(errorOf(*fresh), each.error);
-    EXPECT_EQ(calls(),
-              "Initialize GetSlotList GetSlotList OpenSession Login CloseSession Finalize");
-    EXPECT_EQ(gPines[kModule].invalid, each.pinRefused);
-    EXPECT_EQ(gPines[kModule].retries, each.pinRefused ? 1 : 0);
-    EXPECT_EQ(gPines[kModule].pin, "1234");
-    // A refused PIN is never tried on the card again.
-    EXPECT_EQ(fresh->SignPkcs1Base64(kCertId, kDigest), "");
-    EXPECT_EQ(FakeToken::instance().callsOf("C_Login").size(), each.pinRefused ? 1 : 2);
-    EXPECT_EQ(gPines[kModule].retries, each.pinRefused ? 1 : 0);
-    EXPECT_EQ(fresh->LastError(), each.pinRefused ? 5 : 12);
+/// Says yes and leaves a code of its own.
+struct Doubtful : Service {
+  using Service::Service;
+  bool IsAuthorized() override {
+    lastError = 7;
+    return true;
   }
+};
+
+TEST_F(TokenSession, ACodeSetWithTheAuthorisationStopsTheListingAlone) {
+  const auto doubtful = authorizedService<Doubtful>();
+  EXPECT_EQ(list(*doubtful), "");
+  EXPECT_EQ(errorOf(*doubtful), "7 0 ");
+  EXPECT_EQ(calls(), "");
+  retrieve(*doubtful);
+  EXPECT_NE(calls(), "");
 }
 
-TEST_F(TokenSession, TheRetryCountOutlivesANewPin) {
-  FakeToken::instance().script("pin 9999");
-  for (const char* pin : {"1111", "2222"}) {
-    DigitalSignatureUtil::SetPin(kModule, pin);
-    EXPECT_EQ(service->SignPkcs1Base64(kCertId, kDigest), "");
-  }
-  EXPECT_EQ(DigitalSignatureUtil::InvalidPinRetries(kModule), 2);
-  DigitalSignatureUtil::SetPin(kModule, "9999");
-  EXPECT_EQ(service->SignPkcs1Base64(kCertId, kDigest), "");
-  EXPECT_EQ(service->LastError(), 0);  // no such key, but logged in
-  EXPECT_EQ(DigitalSignatureUtil::InvalidPinRetries(kModule), 2);
-}
-
-TEST_F(TokenSession, WithoutAPinTheFirstSigningAsksForOneAndLaterOnesDoNotReachTheToken) {
-  EXPECT_EQ(service->SignPkcs1Base64(kCertId, kDigest), "");
-  EXPECT_EQ(errorOf(*service), "11 0 No se ha definido el pin para Certificado ZORAL");
+TEST_F(TokenSession, ALoginAsksTheTokenOnlyForAPinThatMayBeRightAndBlamesItForFourAnswers) {
+  const std::string kNoPin = "11 0 No se ha definido el pin para Certificado ZORAL";
+  EXPECT_EQ(sign(*service), "");
+  EXPECT_EQ(errorOf(*service), kNoPin);
   EXPECT_EQ(calls(), "Initialize GetSlotList GetSlotList OpenSession CloseSession Finalize");
   EXPECT_EQ(gPines.size(), 1U);
-  EXPECT_EQ(service->SignPkcs1Base64(kCertId, kDigest), "");
-  EXPECT_EQ(service->LastError(), 11);
-  EXPECT_EQ(FakeToken::instance().callsOf("C_Initialize").size(), 1U);
+  // The PIN, its flag before, the token's answer; error, flag and number of questions after.
+  const std::tuple<std::string, bool, int, std::string, bool, std::size_t> kCases[]{
+      {"", true, 0xA0, kNoPin, true, 0},
+      {"12", true, 0xA0, "5 0 Pin invalido para Certificado ZORAL", true, 0},
+      {"12", false, 0x9F, "12 159 C_Login", false, 1},
+      {"12", false, 0xA0, "5 160 Pin invalido para Certificado ZORAL", true, 1},
+      {"12", false, 0xA1, "5 161 Pin invalido para Certificado ZORAL", true, 1},
+      {"12", false, 0xA2, "5 162 Pin invalido para Certificado ZORAL", true, 1},
+      {"12", false, 0xA3, "12 163 C_Login", false, 1},  // expired: it was the right one
+      {"12", false, 0xA4, "5 164 Pin invalido para Certificado ZORAL", true, 1},
+      {"12", false, 0xA5, "12 165 C_Login", false, 1}};
+  for (const auto& [pin, flagged, answer, error, flaggedAfter, asked] : kCases) {
+    SCOPED_TRACE(error);
+    script("fail C_Login * " + std::to_string(answer));
+    const auto fresh = authorizedService();
+    gPines[kModule].pin = pin;
+    gPines[kModule].invalid = flagged;
+    gPines[kModule].retries = 7;
+    EXPECT_FALSE(fresh->Login(1));
+    EXPECT_EQ(errorOf(*fresh), error);
+    EXPECT_EQ(gPines[kModule].pin, pin);
+    EXPECT_EQ(gPines[kModule].invalid, flaggedAfter);
+    EXPECT_EQ(gPines[kModule].retries, fresh->LastError() == 5 ? 8 : 7);
+    EXPECT_EQ(FakeToken::instance().calls().size(), asked);
+  }
 }
 
-TEST_F(TokenSession, ALoginWithAnEmptyOrRefusedPinDoesNotAskTheToken) {
-  gPines[kModule].invalid = true;
-  EXPECT_FALSE(service->Login(1));
-  EXPECT_EQ(errorOf(*service), "11 0 No se ha definido el pin para Certificado ZORAL");
-  EXPECT_EQ(gPines[kModule].retries, 0);
-  gPines[kModule].pin = "1234";
-  EXPECT_FALSE(service->Login(1));
-  EXPECT_EQ(errorOf(*service), "5 0 Pin invalido para Certificado ZORAL");
-  EXPECT_EQ(gPines[kModule].retries, 1);
-  EXPECT_EQ(calls(), "");
+TEST_F(TokenSession, AnNsprErrorIsTakenWithItsTextAndAStaleOneToo) {
+  PR_SetError(-5, 0);
+  PR_SetErrorText(5, "hello");
+  service->SetErrorInfo();
+  EXPECT_EQ(errorOf(*service), "0 -5 hello");
+  // NSS says nothing about a signature that is no base64: the old text stays.
+  Service other("!", "a.test", "a.test");
+  EXPECT_FALSE(other.IsAuthorized());
+  EXPECT_EQ(errorOf(other), "10 -5 hello");
 }
 
 TEST_F(TokenSession, ClearPinForgetsEveryModule) {
@@ -134,6 +91,48 @@ TEST_F(TokenSession, ClearPinForgetsEveryModule) {
   gPines[kModule].pin = "2";
   service->ClearPin();
   EXPECT_TRUE(gPines.empty());
+}
+
+TEST_F(TokenSession, NssIsStoppedOnlyByTheServiceThatStartedIt) {
+  EXPECT_TRUE(Service("", "", "").IsInitialized());
+  EXPECT_FALSE(service->NeedConfigDir());
+  service.reset();
+  EXPECT_FALSE(NSS_IsInitialized());
+  ASSERT_EQ(NSS_NoDB_Init(nullptr), SECSuccess);
+  service = authorizedService();
+  EXPECT_TRUE(service->IsAuthorized());
+  EXPECT_EQ(NSS_Shutdown(), SECSuccess);
+  EXPECT_TRUE(service->NeedConfigDir());
+  EXPECT_TRUE(service->IsAuthorized());  // the verdict needs no NSS
+}
+
+std::string isAuthorized(DigitalSignatureUtil& on) { return on.IsAuthorized() ? "yes" : ""; }
+
+/// Without a free descriptor NSS cannot load its own module.
+void runWithoutNss() {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit none{3, limit.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  Service service("", "", "");
+  setrlimit(RLIMIT_NOFILE, &limit);
+  EXPECT_FALSE(service.IsInitialized());
+  EXPECT_TRUE(service.NeedConfigDir());
+  EXPECT_EQ(errorOf(service).substr(0, 8), "1 -5977 ");
+  EXPECT_NE(service.LastErrorMessage(), "");
+  for (const Operation operation : {list, retrieve, sign, isAuthorized}) {
+    service.lastError = 0;
+    EXPECT_EQ(operation(service), "");
+    EXPECT_EQ(service.LastError(), 1);
+  }
+  EXPECT_TRUE(FakeToken::instance().calls().empty());
+  std::exit(testing::Test::HasFailure() ? 1 : 0);
+}
+
+TEST(TokenSessionDeathTest, WithoutNssNothingIsDone) {
+  if (SANITIZED != 0) GTEST_SKIP() << "the sanitizers need descriptors of their own";
+  testing::FLAGS_gtest_death_test_style = "threadsafe";  // in a process that never ran NSS
+  EXPECT_EXIT(runWithoutNss(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -1,12 +1,10 @@
 #include "tests/support/TestCertificate.h"
 
-#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/sha.h>
 #include <openssl/x509v3.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <stdexcept>
@@ -37,37 +35,23 @@ EVP_PKEY* certificateKey() {
   return key.get();
 }
 
-std::string fromBytes(const unsigned char* bytes, std::size_t length) {
-  return {reinterpret_cast<const char*>(bytes), length};
+/// The DER that one of OpenSSL's i2d functions makes.
+template <typename Encode, typename Object>
+std::string encoded(Encode encode, Object* object) {
+  unsigned char* der = nullptr;
+  const int length = encode(object, &der);
+  require(length > 0, "encode");
+  std::string text(reinterpret_cast<char*>(der), static_cast<std::size_t>(length));
+  OPENSSL_free(der);
+  return text;
 }
 
 void fillName(X509_NAME* name, const NameFields& fields) {
   for (const auto& [type, value] : fields) {
-    require(X509_NAME_add_entry_by_txt(name, type.c_str(), MBSTRING_UTF8,
-                                       reinterpret_cast<const unsigned char*>(value.data()),
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(value.data());
+    require(X509_NAME_add_entry_by_txt(name, type.c_str(), MBSTRING_UTF8, bytes,
                                        static_cast<int>(value.size()), -1, 0) == 1,
             "name");
-  }
-}
-
-void addAlternativeName(X509* certificate, const CertificateFields& fields) {
-  const Handle<GENERAL_NAMES, GENERAL_NAMES_free> names(sk_GENERAL_NAME_new_null());
-  for (const std::string& email : fields.alternativeEmails) {
-    ASN1_IA5STRING* text = ASN1_IA5STRING_new();
-    ASN1_STRING_set(text, email.data(), static_cast<int>(email.size()));
-    GENERAL_NAME* name = GENERAL_NAME_new();
-    GENERAL_NAME_set0_value(name, GEN_EMAIL, text);
-    sk_GENERAL_NAME_push(names.get(), name);
-  }
-  if (!fields.alternativeDirectoryName.empty()) {
-    GENERAL_NAME* name = GENERAL_NAME_new();
-    X509_NAME* directoryName = X509_NAME_new();
-    fillName(directoryName, fields.alternativeDirectoryName);
-    GENERAL_NAME_set0_value(name, GEN_DIRNAME, directoryName);
-    sk_GENERAL_NAME_push(names.get(), name);
-  }
-  if (sk_GENERAL_NAME_num(names.get()) > 0) {
-    require(X509_add1_ext_i2d(certificate, NID_subject_alt_name, names.get(), 0, 0) == 1, "names");
   }
 }
 
@@ -82,7 +66,6 @@ std::string makeCertificate(const CertificateFields& fields) {
   X509_set_pubkey(certificate.get(), certificateKey());
   fillName(X509_get_subject_name(certificate.get()), fields.subject);
   fillName(X509_get_issuer_name(certificate.get()), {{"CN", "Test Authority"}});
-  addAlternativeName(certificate.get(), fields);
   X509V3_CTX context;
   X509V3_set_ctx(&context, certificate.get(), certificate.get(), nullptr, nullptr, 0);
   for (const auto& [name, value] : fields.extensions) {
@@ -92,22 +75,14 @@ std::string makeCertificate(const CertificateFields& fields) {
     X509_add_ext(certificate.get(), extension.get(), -1);
   }
   require(X509_sign(certificate.get(), certificateKey(), EVP_sha256()) > 0, "sign certificate");
-  unsigned char* der = nullptr;
-  const int length = i2d_X509(certificate.get(), &der);
-  require(length > 0, "encode certificate");
-  std::string text = fromBytes(der, static_cast<std::size_t>(length));
-  OPENSSL_free(der);
-  return text;
+  return encoded(i2d_X509, certificate.get());
 }
 
 std::string publicKeySha1() {
-  unsigned char* der = nullptr;
-  const int length = i2d_PUBKEY(certificateKey(), &der);
-  require(length > 0, "encode public key");
+  const std::string der = encoded(i2d_PUBKEY, certificateKey());
   unsigned char digest[SHA_DIGEST_LENGTH];
-  SHA1(der, static_cast<std::size_t>(length), digest);
-  OPENSSL_free(der);
-  return fromBytes(digest, sizeof digest);
+  SHA1(reinterpret_cast<const unsigned char*>(der.data()), der.size(), digest);
+  return {reinterpret_cast<const char*>(digest), sizeof digest};
 }
 
 std::string signSha1(const std::string& pemFile, std::string_view text) {

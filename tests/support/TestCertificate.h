@@ -13,9 +13,6 @@ using NameFields = std::vector<std::pair<std::string, std::string>>;
 /// What a certificate made at run time holds.
 struct CertificateFields {
   NameFields subject{{"C", "CR"}, {"CN", "Signer"}};
-  /// RFC 822 names of the subject alternative name, then one directory name if it is not empty.
-  std::vector<std::string> alternativeEmails{};
-  NameFields alternativeDirectoryName{};
   /// Further extensions in the syntax of OpenSSL's configuration, "DER:..." included.
   std::vector<std::pair<std::string, std::string>> extensions{
       {"keyUsage", "critical,digitalSignature,nonRepudiation"}};
