@@ -2,6 +2,9 @@
 
 #include <bit>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
 
 #ifdef __SSE2__
 #include <emmintrin.h>
@@ -43,35 +46,92 @@ struct NeedsEscape {
 
 #ifdef __SSE2__
 inline constexpr std::ptrdiff_t kStride = 16;
-inline constexpr std::ptrdiff_t kHalfStride = 8;
+inline constexpr std::ptrdiff_t kShortest = 4;  // for scanShort()
 
 inline __m128i loadStride(const char* bytes) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
 }
 
-inline __m128i loadHalf(const char* bytes) {
-  return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(bytes));
+/// One bit per byte of [from, from + length), kShortest to 15 bytes: looked at as two parts of a
+/// fixed size, which may overlap.
+template <typename Kind>
+[[gnu::always_inline]] inline unsigned int scanShort(const char* from, std::ptrdiff_t length) {
+  const auto partsOf = [=](auto part) {
+    constexpr std::ptrdiff_t kPart = sizeof part;
+    auto second = part;
+    std::memcpy(&part, from, sizeof part);
+    std::memcpy(&second, from + length - kPart, sizeof second);
+    const __m128i both =
+        _mm_set_epi64x(static_cast<long long>(second), static_cast<long long>(part));
+    const unsigned int hits = Kind::matches(both);
+    constexpr unsigned int kMask = (1U << kPart) - 1;
+    return (hits & kMask) | ((hits >> 8U & kMask) << static_cast<unsigned int>(length - kPart));
+  };
+  return length >= 8 ? partsOf(std::uint64_t{}) : partsOf(std::uint32_t{});
 }
 #endif
 
+/// memcpy() without the call for up to 32 bytes: two moves of a fixed size, which may overlap.
+inline void copyBytes(char* to, const char* from, std::size_t size) {
+  const auto copyEnds = [=](auto part) {
+    std::memcpy(to, from, part);
+    std::memcpy(to + size - part, from + size - part, part);
+  };
+  if (size > 32) {
+    std::memcpy(to, from, size);
+  } else if (size >= 16) {
+    copyEnds(std::integral_constant<std::size_t, 16>());
+  } else if (size >= 8) {
+    copyEnds(std::integral_constant<std::size_t, 8>());
+  } else if (size >= 4) {
+    copyEnds(std::integral_constant<std::size_t, 4>());
+  } else if (size != 0) {
+    to[0] = from[0];
+    to[size / 2] = from[size / 2];
+    to[size - 1] = from[size - 1];
+  }
+}
+
+/// memcmp() == 0 without the call for 4 to 16 bytes.
+inline bool equalBytes(const char* left, const char* right, std::size_t size) {
+  const auto equalEnds = [=](auto part) {
+    const auto at = [](const char* bytes) {
+      decltype(part) loaded;
+      std::memcpy(&loaded, bytes, sizeof loaded);
+      return loaded;
+    };
+    const std::size_t second = size - sizeof part;
+    return ((at(left) ^ at(right)) | (at(left + second) ^ at(right + second))) == 0;
+  };
+  if (size >= 8 && size <= 16) {
+    return equalEnds(std::uint64_t{});
+  }
+  if (size >= 4 && size < 8) {
+    return equalEnds(std::uint32_t{});
+  }
+  return size == 0 || std::memcmp(left, right, size) == 0;
+}
+
 /// The first byte in [from, end) of the kind, or end.
 template <typename Kind>
-const char* findFirst(const char* from, const char* end) {
+[[gnu::always_inline]] inline const char* findFirst(const char* from, const char* end) {
 #ifdef __SSE2__
-  for (; end - from >= kStride; from += kStride) {
-    if (const unsigned int hits = Kind::matches(loadStride(from)); hits != 0) {
+  for (; end - from >= 2 * kStride; from += 2 * kStride) {
+    const unsigned int hits =
+        Kind::matches(loadStride(from)) | Kind::matches(loadStride(from + kStride)) << kStride;
+    if (hits != 0) {
       return from + std::countr_zero(hits);
     }
   }
-  if (end - from >= kHalfStride) {
-    // Eight to fifteen bytes as two halves that may overlap.
-    const char* const second = end - kHalfStride;
-    const unsigned int hits = Kind::matches(_mm_unpacklo_epi64(loadHalf(from), loadHalf(second)));
-    if (hits == 0) {
-      return end;
+  if (end - from >= kStride) {
+    if (const unsigned int hits = Kind::matches(loadStride(from)); hits != 0) {
+      return from + std::countr_zero(hits);
     }
-    const int first = std::countr_zero(hits);
-    return first < kHalfStride ? from + first : second + (first - kHalfStride);
+    from += kStride;
+  }
+  if (const std::ptrdiff_t length = end - from; length >= kShortest) {
+    const unsigned int hits = scanShort<Kind>(from, length);
+    return hits != 0 ? from + std::countr_zero(hits) : end;
   }
 #endif
   while (from != end && !Kind::matches(*from)) {
@@ -81,26 +141,33 @@ const char* findFirst(const char* from, const char* end) {
 }
 
 template <char... Wanted>
-const char* findAnyOf(const char* from, const char* end) {
+[[gnu::always_inline]] inline const char* findAnyOf(const char* from, const char* end) {
   return findFirst<AnyOf<Wanted...>>(from, end);
 }
 
-/// Copies [from, end) to `out` up to, not including, the first byte that is one of `Wanted`, and
-/// moves `out` behind the copy. May use as much of the memory at `out` as the whole input is long.
-template <char... Wanted>
-const char* copyUntilAnyOf(const char* from, const char* end, char*& out) {
+/// Copies [from, end) to `out` up to, not including, the first byte of the kind, and moves `out`
+/// behind the copy. May use as much of the memory at `out` as the whole input is long.
+template <typename Kind>
+[[gnu::always_inline]] inline const char* copyUntil(const char* from, const char* end, char*& out) {
 #ifdef __SSE2__
   for (; end - from >= kStride; from += kStride, out += kStride) {
     const __m128i bytes = loadStride(from);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out), bytes);
-    if (const unsigned int hits = AnyOf<Wanted...>::matches(bytes); hits != 0) {
-      const int length = std::countr_zero(hits);
-      out += length;
-      return from + length;
+    if (const unsigned int hits = Kind::matches(bytes); hits != 0) {
+      const int copied = std::countr_zero(hits);
+      out += copied;
+      return from + copied;
     }
   }
+  if (const std::ptrdiff_t length = end - from; length >= kShortest) {
+    const unsigned int hits = scanShort<Kind>(from, length);
+    const std::ptrdiff_t copied = hits != 0 ? std::countr_zero(hits) : length;
+    copyBytes(out, from, static_cast<std::size_t>(copied));
+    out += copied;
+    return from + copied;
+  }
 #endif
-  while (from != end && !AnyOf<Wanted...>::matches(*from)) {
+  while (from != end && !Kind::matches(*from)) {
     *out++ = *from++;
   }
   return from;

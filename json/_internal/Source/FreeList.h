@@ -27,23 +27,20 @@ class FreeList {
   static void* take() {
     if (Block* block = list.first; block != nullptr) {
       list.first = block->next;
-      --list.count;
+      ++list.room;
       return block;
     }
     return ::operator new(kBlockSize);
   }
 
   static void give(void* memory) noexcept {
-    if (list.count == kLimit || kBypass) {
+    if (list.room == 0 && !makeRoom()) {
       ::operator delete(memory);
       return;
     }
-    if (!list.drained) {
-      drainAtThreadExit();
-    }
     clear<kBlockSize>(static_cast<char*>(memory));
     list.first = ::new (memory) Block{list.first};
-    ++list.count;
+    --list.room;
   }
 
  private:
@@ -52,8 +49,8 @@ class FreeList {
   };
   struct List {
     Block* first = nullptr;
-    std::size_t count = 0;
-    bool drained = false;  // something will empty the list when the thread ends
+    std::size_t room = 0;  // for that many more blocks
+    bool opened = false;   // it will be emptied when the thread ends
   };
   struct Drain {
     Drain() = default;
@@ -65,7 +62,7 @@ class FreeList {
       while (list.first != nullptr) {
         ::operator delete(take());
       }
-      list.count = kLimit;  // what is released from here on goes straight to the allocator
+      list.room = 0;  // what is released from here on goes straight to the allocator
     }
   };
 
@@ -90,9 +87,15 @@ class FreeList {
     }
   }
 
-  static void drainAtThreadExit() noexcept {
+  /// Opens the list on first use; afterwards it is full.
+  static bool makeRoom() noexcept {
+    if (kBypass || list.opened) {
+      return false;
+    }
     static thread_local Drain drain;
-    list.drained = true;
+    list.opened = true;
+    list.room = kLimit;
+    return true;
   }
 
   static inline constinit thread_local List list{};

@@ -40,12 +40,8 @@ class jsonChildren {
   /// rule of inc(amount - capacity).
   static void reserve2(jsonChildren& container, unsigned int amount);
 
-  /// Appends an owned handle.
-  void push_back(JSONNode* child) {
-    inc();
-    array[size] = child;
-    ++size;
-  }
+  /// Puts an owned handle into room that inc() or reserve2() has made.
+  void append(JSONNode* child) { array[size++] = child; }
 
   /// Puts `count` owned handles in front of the child at `position`.
   void insert(unsigned int position, JSONNode* const* handles, unsigned int count);

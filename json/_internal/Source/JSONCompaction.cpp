@@ -4,9 +4,10 @@
 #include "json/_internal/Source/CharacterClass.h"
 #include "json/_internal/Source/JSONWorker.h"
 
+using json_detail::AnyOf;
 using json_detail::CharacterClass;
 using json_detail::classOf;
-using json_detail::copyUntilAnyOf;
+using json_detail::copyUntil;
 using json_detail::JSONSource;
 
 namespace {
@@ -65,7 +66,7 @@ class Compactor {
   bool copyString() {
     *out++ = *at++;
     for (;;) {
-      at = copyUntilAnyOf<'"', '\\'>(at, end, out);
+      at = copyUntil<AnyOf<'"', '\\'>>(at, end, out);
       if (at == end) {
         return false;
       }
@@ -103,7 +104,7 @@ class Compactor {
 
   void copyLineComment(const char* text) {
     openComment(text);
-    at = copyUntilAnyOf<'\n'>(text, end, out);
+    at = copyUntil<AnyOf<'\n'>>(text, end, out);
     *out++ = kCommentMark;
   }
 
@@ -111,7 +112,7 @@ class Compactor {
     openComment(text);
     at = text;
     for (;;) {
-      at = copyUntilAnyOf<'*'>(at, end, out);
+      at = copyUntil<AnyOf<'*'>>(at, end, out);
       const bool isClosed = end - at >= 2 && at[1] == '/';
       if (isClosed || at == end) {
         *out++ = kCommentMark;

@@ -1,12 +1,13 @@
 // The escapes of strings: undone when a string is read, made when it is written.
 
-#include <array>
+#include <cstring>
 
 #include "json/_internal/Source/ByteScan.h"
 #include "json/_internal/Source/CharacterClass.h"
 #include "json/_internal/Source/JSONWorker.h"
 
 using json_detail::findAnyOf;
+using json_detail::JSONOutput;
 using json_detail::outputEscapeOf;
 
 namespace {
@@ -32,10 +33,26 @@ unsigned int octalDigit(char c) {
 
 bool isOctalDigit(char c) { return c >= '0' && c <= '7'; }
 
-/// The byte as a six-character escape.
-std::array<char, 6> unicodeEscape(unsigned char byte) {
+constexpr std::size_t kLongestEscape = 6;
+
+/// Writes the byte as a six-character escape and returns the end.
+char* unicodeEscapeInto(char* out, unsigned char byte) {
   constexpr std::string_view kHex = "0123456789ABCDEF";
-  return {'\\', 'u', '0', '0', kHex[byte >> 4U], kHex[byte & 0x0FU]};
+  std::memcpy(out, "\\u00", 4);
+  out[4] = kHex[byte >> 4U];
+  out[5] = kHex[byte & 0x0FU];
+  return out + kLongestEscape;
+}
+
+/// Writes a byte that needs an escape and returns the end.
+char* escapeInto(char* out, char byte) {
+  const char letter = outputEscapeOf(byte);
+  if (letter == 'u') {
+    return unicodeEscapeInto(out, static_cast<unsigned char>(byte));
+  }
+  *out++ = '\\';
+  *out++ = letter;
+  return out;
 }
 
 }  // namespace
@@ -114,9 +131,8 @@ std::string JSONWorker::FixString(std::string_view text, bool& hadEscape) {
   return fixed;
 }
 
-bool JSONWorker::FixInto(json_detail::JSONText& target, std::string_view text,
-                         const json_detail::JSONSource& source) {
-  if (!source.mayHoldEscapes() || text.find('\\') == std::string_view::npos) {
+bool JSONWorker::FixEscapesInto(json_detail::JSONText& target, std::string_view text) {
+  if (text.find('\\') == std::string_view::npos) {
     target.borrow(text);
     return false;
   }
@@ -126,30 +142,29 @@ bool JSONWorker::FixInto(json_detail::JSONText& target, std::string_view text,
 }
 
 std::string JSONWorker::toUTF8(unsigned char byte) {
-  const auto escape = unicodeEscape(byte);
-  return {escape.begin(), escape.end()};
+  std::string escape(kLongestEscape, '\0');
+  unicodeEscapeInto(escape.data(), byte);
+  return escape;
 }
 
-void JSONWorker::UnfixString(std::string_view text, bool encoded, std::string& output) {
+void JSONWorker::UnfixString(std::string_view text, bool encoded, JSONOutput& output) {
   if (!encoded) {
     output.append(text);
     return;
   }
-  const char* at = text.data();
-  const char* const end = at + text.size();
-  for (;;) {
-    const char* const plainEnd = json_detail::findFirst<json_detail::NeedsEscape>(at, end);
-    output.append(at, plainEnd);
-    if (plainEnd == end) {
+  const char* const end = text.data() + text.size();
+  for (const char* at = text.data();; ++at) {
+    char* out = output.room(static_cast<std::size_t>(end - at) + kLongestEscape);
+    at = json_detail::copyUntil<json_detail::NeedsEscape>(at, end, out);
+    if (at == end) {
+      output.advance(out);
       return;
     }
-    if (const char letter = outputEscapeOf(*plainEnd); letter == 'u') {
-      const auto escape = unicodeEscape(static_cast<unsigned char>(*plainEnd));
-      output.append(escape.data(), escape.size());
-    } else {
-      const std::array<char, 2> escape{'\\', letter};
-      output.append(escape.data(), escape.size());
-    }
-    at = plainEnd + 1;
+    output.advance(escapeInto(out, *at));
   }
+}
+
+void JSONWorker::UnfixString(std::string_view text, bool encoded, std::string& output) {
+  JSONOutput appended(output);
+  UnfixString(text, encoded, appended);
 }

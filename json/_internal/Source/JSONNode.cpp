@@ -92,14 +92,14 @@ char JSONNode::type() const { return static_cast<char>(internal->type); }
 std::string JSONNode::name() const { return std::string(internal->name.view()); }
 
 void JSONNode::set_name(std::string_view name) {
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   internal->SetName(name);
 }
 
 std::string JSONNode::get_comment() const { return std::string(internal->comment.view()); }
 
 void JSONNode::set_comment(std::string_view comment) {
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   internal->comment.assign(comment);
 }
 
@@ -143,15 +143,13 @@ JSONNode JSONNode::as_array() const {
 void JSONNode::cast(char type) {
   internal->Fetch();
   if (internal->type != static_cast<unsigned char>(type)) {
-    makeUniqueInternal();
+    internal = internal->makeUnique();
     internal->Cast(type);
   }
 }
 
-void JSONNode::makeUniqueInternal() { internal = internal->makeUnique(); }
-
 JSONNode& JSONNode::operator[](std::string_view name) {
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   return existingMember(internal->at(name), name);
 }
 
@@ -160,7 +158,7 @@ const JSONNode& JSONNode::operator[](std::string_view name) const {
 }
 
 JSONNode& JSONNode::operator[](unsigned int index) {
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   return existingElement(internal->at(index), index);
 }
 
@@ -169,21 +167,21 @@ const JSONNode& JSONNode::operator[](unsigned int index) const {
 }
 
 JSONNode& JSONNode::at(std::string_view name) {
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   return *existing(internal->at(name));
 }
 
 const JSONNode& JSONNode::at(std::string_view name) const { return *existing(internal->at(name)); }
 
 JSONNode& JSONNode::at(unsigned int index) {
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   return existing(internal->at(index));
 }
 
 const JSONNode& JSONNode::at(unsigned int index) const { return existing(internal->at(index)); }
 
 JSONNode& JSONNode::at_nocase(std::string_view name) {
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   return *existing(internal->at_nocase(name));
 }
 
@@ -201,7 +199,8 @@ std::string JSONNode::writeAt(unsigned int level, std::size_t reserve) const {
   std::string output;
   if (internal->isContainer()) {
     output.reserve(reserve);
-    internal->Write(level, true, output);
+    json_detail::JSONOutput appended(output);
+    internal->Write(level, true, appended);
   }
   return output;
 }

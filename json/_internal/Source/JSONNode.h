@@ -249,7 +249,6 @@ class JSONNode {
   JSONNode(std::string_view name, double value, std::string_view digits);
 
   static void dropShare(internalJSONNode* body) noexcept;
-  void makeUniqueInternal();
   [[nodiscard]] unsigned int indexOf(JSONNode* const* place) const;
   JSONNode takeOut(unsigned int index);
   iterator eraseRange(unsigned int first, unsigned int last);

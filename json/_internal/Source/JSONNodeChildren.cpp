@@ -28,7 +28,7 @@ JSONNode** slotOrEnd(internalJSONNode& body, JSONNode** slot) {
 }  // namespace
 
 JSONNode::iterator JSONNode::find(std::string_view name) {
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   return iterator(slotOrEnd(*internal, internal->at(name)));
 }
 
@@ -37,7 +37,7 @@ JSONNode::const_iterator JSONNode::find(std::string_view name) const {
 }
 
 JSONNode::iterator JSONNode::find_nocase(std::string_view name) {
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   return iterator(slotOrEnd(*internal, internal->at_nocase(name)));
 }
 
@@ -46,12 +46,12 @@ JSONNode::const_iterator JSONNode::find_nocase(std::string_view name) const {
 }
 
 JSONNode::iterator JSONNode::begin() {
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   return iterator(firstSlot(*internal));
 }
 
 JSONNode::iterator JSONNode::end() {
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   return iterator(lastSlot(*internal));
 }
 
@@ -60,17 +60,17 @@ JSONNode::const_iterator JSONNode::begin() const { return const_iterator(firstSl
 JSONNode::const_iterator JSONNode::end() const { return const_iterator(lastSlot(*internal)); }
 
 void JSONNode::push_back(JSONNode child) {
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   internal->push_back(std::move(child));
 }
 
 void JSONNode::push_front(JSONNode child) {
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   internal->push_front(std::move(child));
 }
 
 void JSONNode::reserve(unsigned int children) {
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   internal->Fetch();
   if (internal->isContainer()) {
     jsonChildren::reserve2(*internal->children, children);
@@ -78,7 +78,7 @@ void JSONNode::reserve(unsigned int children) {
 }
 
 JSONNode JSONNode::takeOut(unsigned int index) {
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   internal->Fetch();
   if (index >= internal->size()) {
     throw std::out_of_range("");
@@ -116,7 +116,7 @@ JSONNode::iterator JSONNode::eraseRange(unsigned int first, unsigned int last) {
   if (first > last) {
     throw std::out_of_range("");
   }
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   jsonChildren& children = *internal->children;
   // The slots are taken out before the nodes end, so that the container is whole all the time.
   const std::vector<JSONNode*> removed(children.begin() + first, children.begin() + last);
@@ -157,7 +157,7 @@ JSONNode::iterator JSONNode::insertRange(JSONNode** position, Iterator first, It
   }
   // Copied first: the range may lie in this very node.
   std::vector<JSONNode> copies(first, last);
-  makeUniqueInternal();
+  internal = internal->makeUnique();
   jsonChildren& children = *internal->children;
   std::vector<JSONNode*> handles(copies.size());
   children.inc(static_cast<unsigned int>(copies.size()));
@@ -208,8 +208,8 @@ void JSONNode::merge(JSONNode& other) {
   if (this == &other || !internal->isContainer() || !other.internal->isContainer()) {
     return;
   }
-  other.makeUniqueInternal();
-  makeUniqueInternal();
+  other.internal = other.internal->makeUnique();
+  internal = internal->makeUnique();
   jsonChildren& from = *other.internal->children;
   jsonChildren& to = *internal->children;
   to.insert(to.size, from.begin(), from.size);

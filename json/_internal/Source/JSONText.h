@@ -4,8 +4,9 @@
 #include <cstddef>
 #include <cstring>
 #include <string_view>
-#include <type_traits>
 #include <utility>
+
+#include "json/_internal/Source/ByteScan.h"
 
 namespace json_detail {
 
@@ -58,12 +59,19 @@ class JSONSource {
 class JSONText {
  public:
   JSONText() noexcept : raw{} {}
+  /// Borrows, see borrow().
+  explicit JSONText(std::string_view text) noexcept {
+    setRemote(text.data(), text.size(), kBorrowed);
+  }
   JSONText(const JSONText&) = delete;
   JSONText& operator=(const JSONText&) = delete;
   JSONText(JSONText&&) = delete;
   JSONText& operator=(JSONText&&) = delete;
   ~JSONText() { release(); }
 
+  [[nodiscard]] std::size_t size() const noexcept {
+    return tag() <= kInPlace ? tag() : remote().size;
+  }
   [[nodiscard]] std::string_view view() const noexcept {
     if (tag() <= kInPlace) {
       return {raw.data(), tag()};
@@ -72,17 +80,15 @@ class JSONText {
     return {text.data, text.size};
   }
 
-  /// Takes a copy of `text`, which may be part of the present text.
+  /// Takes a copy of `text`, which must not be part of the present text.
   void assign(std::string_view text) {
     if (text.size() > kInPlace) {
       assignToHeap(text);
       return;
     }
-    std::array<char, kInPlace + 1> bytes{};
-    copyInPlace(bytes.data(), text);
-    bytes[kInPlace] = static_cast<char>(text.size());
-    release();
-    raw = bytes;
+    clear();
+    copyBytes(raw.data(), text.data(), text.size());
+    raw[kInPlace] = static_cast<char>(text.size());
   }
 
   /// Refers to bytes that outlive this object.
@@ -128,25 +134,6 @@ class JSONText {
     raw[kInPlace] = static_cast<char>(newTag);
   }
   void assignToHeap(std::string_view text);
-
-  /// Copies up to kInPlace bytes by two moves of a fixed size, which may overlap.
-  static void copyInPlace(char* to, std::string_view text) noexcept {
-    const auto copyEnds = [to, text](auto size) {
-      std::memcpy(to, text.data(), size);
-      std::memcpy(to + text.size() - size, text.data() + text.size() - size, size);
-    };
-    if (text.size() >= 16) {
-      copyEnds(std::integral_constant<std::size_t, 16>());
-    } else if (text.size() >= 8) {
-      copyEnds(std::integral_constant<std::size_t, 8>());
-    } else if (text.size() >= 4) {
-      copyEnds(std::integral_constant<std::size_t, 4>());
-    } else {
-      for (const char byte : text) {
-        *to++ = byte;
-      }
-    }
-  }
 
   void release() noexcept {
     if (tag() == kHeap) {

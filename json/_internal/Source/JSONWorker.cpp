@@ -1,5 +1,6 @@
 #include "json/_internal/Source/JSONWorker.h"
 
+#include <algorithm>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
@@ -14,28 +15,40 @@ using json_detail::JSONSource;
 
 namespace {
 
-/// Takes the comment runs ("#...#", one after the other) from the front of a text. Their texts are
-/// joined by line breaks. A run that is not closed takes all that is left.
-void takeCommentRuns(std::string_view& text, std::string& comment) {
-  for (bool first = true; !text.empty() && text.front() == '#'; first = false) {
-    if (!first) {
-      comment += '\n';
-    }
-    text.remove_prefix(1);
-    const std::string_view run = text.substr(0, text.find('#'));
-    comment += run;
-    text.remove_prefix(run.size() == text.size() ? run.size() : run.size() + 1);
+/// Takes the comment runs ("#...#", one after the other) from the front of a text. A run that is
+/// not closed takes all that is left.
+std::string_view takeComments(std::string_view& text) {
+  if (text.empty() || text.front() != '#') {
+    return {};
   }
+  std::size_t length = 0;
+  while (length < text.size() && text[length] == '#') {
+    const std::size_t close = text.find('#', length + 1);
+    length = close == std::string_view::npos ? text.size() : close + 1;
+  }
+  const std::string_view runs = text.substr(0, length);
+  text.remove_prefix(length);
+  return runs;
 }
 
-void takeComments(std::string_view& text, std::string& comment) {
-  if (!text.empty() && text.front() == '#') {
-    takeCommentRuns(text, comment);
+/// The texts of comment runs, joined by line breaks.
+void setComment(internalJSONNode& body, std::string_view runs) {
+  std::string comment;
+  while (!runs.empty()) {
+    const std::size_t close = std::min(runs.find('#', 1), runs.size());
+    comment += runs.substr(1, close - 1);
+    runs.remove_prefix(std::min(close + 1, runs.size()));
+    comment += runs.empty() ? "" : "\n";
   }
+  body.comment.assign(comment);
+}
+
+std::string_view slice(std::string_view text, std::size_t from, std::size_t to) {
+  return {text.data() + from, to - from};
 }
 
 /// Behind the string whose opening quote is at `at`; null when it is not closed.
-const char* behindString(const char* at, const char* end) {
+inline const char* behindString(const char* at, const char* end) {
   const char* const quote = findAnyOf<'"'>(at + 1, end);
   return quote == end ? nullptr : quote + 1;
 }
@@ -87,16 +100,17 @@ JSONNode JSONWorker::parse_unformatted(std::string_view text) {
 
 JSONNode JSONWorker::_parse_unformatted(const char* begin, const char* end,
                                         const JSONSource& source) {
-  std::string comment;
   std::string_view text(begin, static_cast<std::size_t>(end - begin));
-  takeComments(text, comment);
+  const std::string_view comment = takeComments(text);
   const bool isEnclosed = !text.empty() && ((text.front() == '{' && text.back() == '}') ||
                                             (text.front() == '[' && text.back() == ']'));
   if (!isEnclosed) {
     throw std::invalid_argument("");
   }
   JSONNode root = JSONNodeAccess::adopt(internalJSONNode::newInternal({}, text, source));
-  JSONNodeAccess::body(root).comment.assign(comment);
+  if (!comment.empty()) {
+    setComment(JSONNodeAccess::body(root), comment);
+  }
   return root;
 }
 
@@ -133,11 +147,8 @@ template std::size_t JSONWorker::FindNextRelevant<':'>(std::string_view, std::si
 
 void JSONWorker::NewNode(internalJSONNode& parent, std::string_view name, std::string_view value,
                          bool inArray) {
-  std::string comment;
-  if (inArray) {
-    takeComments(value, comment);
-  } else {
-    takeComments(name, comment);
+  const std::string_view comment = takeComments(inArray ? value : name);
+  if (!inArray) {
     // The quotes around a name are removed by position, whatever is there: the caller left out
     // the closing one, and this is the opening one.
     name.remove_prefix(name.empty() ? 0 : 1);
@@ -145,9 +156,9 @@ void JSONWorker::NewNode(internalJSONNode& parent, std::string_view name, std::s
   parent.children->inc();
   JSONNode child = JSONNodeAccess::adopt(internalJSONNode::newInternal(name, value, parent.source));
   if (!comment.empty()) {
-    JSONNodeAccess::body(child).comment.assign(comment);
+    setComment(JSONNodeAccess::body(child), comment);
   }
-  parent.children->push_back(JSONNodeAccess::newHandle(std::move(child)));
+  parent.children->append(JSONNodeAccess::newHandle(std::move(child)));
 }
 
 void JSONWorker::DoNode(internalJSONNode& parent, std::string_view text) {
@@ -167,12 +178,11 @@ void JSONWorker::DoNode(internalJSONNode& parent, std::string_view text) {
     }
     // Up to the byte before the colon (the closing quote), which is left out. There may be no
     // such byte: then the name is empty.
-    const std::size_t nameLength = colon > start ? colon - start - 1 : 0;
-    const std::string_view name = text.substr(start, nameLength);
+    const std::string_view name = slice(text, start, colon > start ? colon - 1 : start);
     const std::size_t comma = FindNextRelevant<','>(text, colon);
     const bool isLast = comma == std::string_view::npos;
     const std::size_t valueEnd = isLast ? text.size() - 1 : comma;
-    NewNode(parent, name, text.substr(colon + 1, valueEnd - (colon + 1)), false);
+    NewNode(parent, name, slice(text, colon + 1, valueEnd), false);
     if (isLast) {
       return;
     }
@@ -193,7 +203,7 @@ void JSONWorker::DoArray(internalJSONNode& parent, std::string_view text) {
     const std::size_t comma = FindNextRelevant<','>(text, start);
     const bool isLast = comma == std::string_view::npos;
     const std::size_t elementEnd = isLast ? text.size() - 1 : comma;
-    const std::string_view element = text.substr(start, elementEnd - start);
+    const std::string_view element = slice(text, start, elementEnd);
     if (FindNextRelevant<':'>(element, 0) != std::string_view::npos) {
       parent.Nullify();  // an array holds no members
       return;

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "json/_internal/Source/JSONNode.h"
+#include "json/_internal/Source/JSONOutput.h"
 #include "json/_internal/Source/JSONText.h"
 
 /// Parsing: text to nodes, and the escapes of strings in both directions.
@@ -45,9 +46,16 @@ class JSONWorker {
   /// FixString() into `target`, without a copy when the text (a slice of `source`, or of a text
   /// that outlives the target) holds no escape. Returns whether it did.
   static bool FixInto(json_detail::JSONText& target, std::string_view text,
-                      const json_detail::JSONSource& source);
+                      const json_detail::JSONSource& source) {
+    if (source.mayHoldEscapes()) {
+      return FixEscapesInto(target, text);
+    }
+    target.borrow(text);
+    return false;
+  }
   /// Appends the text of a string: escaped when `encoded`, else as it is.
   static void UnfixString(std::string_view text, bool encoded, std::string& output);
+  static void UnfixString(std::string_view text, bool encoded, json_detail::JSONOutput& output);
   /// The six-character escape of one byte: "\u00" and two upper-case hex digits.
   static std::string toUTF8(unsigned char byte);
 
@@ -55,6 +63,7 @@ class JSONWorker {
   static bool used_ascii_one;
 
  private:
+  static bool FixEscapesInto(json_detail::JSONText& target, std::string_view text);
   static void NewNode(internalJSONNode& parent, std::string_view name, std::string_view value,
                       bool inArray);
   /// What an escape stands for. `position` is at the byte after the backslash and is left on the

@@ -2,12 +2,15 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <utility>
 #include <vector>
 
 #include "json/_internal/Source/JSONSingleton.h"
 #include "json/_internal/Source/JSONWorker.h"
 #include "json/_internal/Source/internalJSONNode.h"
+
+using json_detail::JSONOutput;
 
 namespace {
 
@@ -26,9 +29,8 @@ const std::string& cachedIndent(unsigned int level) {
   return cache[level - First];
 }
 
-/// That many tabs; the empty text for the compact form. Levels beyond the caches are made in
-/// `deeper`.
-const std::string& makeIndent(unsigned int level, std::string& deeper) {
+/// That many tabs; the empty text for the compact form.
+std::string makeIndent(unsigned int level) {
   if (level < kIndentsPerCache) {
     return cachedIndent<0>(level);
   }
@@ -41,27 +43,30 @@ const std::string& makeIndent(unsigned int level, std::string& deeper) {
   if (level == internalJSONNode::kNotFormatted) {
     return jsonSingletonEMPTY_JSON_STRING();
   }
-  return deeper.assign(level, '\t');
+  return std::string(level, '\t');
 }
 
-void appendNewLine(unsigned int level, std::string& output) {
-  std::string deeper;
-  output += jsonSingletonNEW_LINE();
-  output += makeIndent(level, deeper);
+/// A line break and the indentation behind it; nothing in the compact form.
+std::string lineStart(unsigned int level) {
+  if (level == internalJSONNode::kNotFormatted) {
+    return jsonSingletonEMPTY_JSON_STRING();
+  }
+  return jsonSingletonNEW_LINE() + makeIndent(level);
 }
 
-void appendComment(std::string_view text, std::string& output) {
+void appendComment(std::string_view text, JSONOutput& output) {
   // "*/" would end the block before its end.
   for (std::size_t close = text.find("*/"); close != std::string_view::npos;
        close = text.find("*/")) {
-    output.append(text.substr(0, close + 1)).append(" ");
+    output.append(text.substr(0, close + 1));
+    output.append(' ');
     text.remove_prefix(close + 1);
   }
   output.append(text);
 }
 
 /// Appends compacted text without the comment runs between its values.
-void appendWithoutComments(std::string_view text, std::string& output) {
+void appendWithoutComments(std::string_view text, JSONOutput& output) {
   while (!text.empty()) {
     const std::size_t stop = std::min(text.find_first_of("\"#"), text.size());
     output.append(text.substr(0, stop));
@@ -83,54 +88,57 @@ char closingBracket(const internalJSONNode& body) { return body.type == JSON_ARR
 
 }  // namespace
 
-void internalJSONNode::WriteName(bool formatted, bool arrayChild, std::string& output) const {
+void internalJSONNode::WriteName(bool formatted, bool arrayChild, JSONOutput& output) const {
   if (arrayChild) {
     return;
   }
-  output += '"';
+  output.append('"');
   JSONWorker::UnfixString(name.view(), nameEncoded, output);
-  output += formatted ? "\" : " : "\":";
+  char* const out = output.room(4);
+  std::memcpy(out, formatted ? "\" : " : "\":  ", 4);  // a copy of a fixed size, then its length
+  output.advance(out + (formatted ? 4 : 2));
 }
 
-void internalJSONNode::WriteComment(unsigned int level, std::string& output) const {
+void internalJSONNode::WriteComment(unsigned int level, JSONOutput& output) const {
   std::string_view lines = comment.view();
   if (level == kNotFormatted || lines.empty()) {
     return;
   }
-  appendNewLine(level, output);
+  output.append(lineStart(level));
   if (lines.find('\n') == std::string_view::npos) {
-    output += jsonSingletonSINGLELINE_COMMENT();
-    output += lines;
+    output.append(jsonSingletonSINGLELINE_COMMENT());
+    output.append(lines);
   } else {
-    output += "/*";
+    output.append("/*");
     for (bool more = true; more;) {
       const std::size_t length = std::min(lines.find('\n'), lines.size());
-      appendNewLine(level + 1, output);
+      output.append(lineStart(level + 1));
       appendComment(lines.substr(0, length), output);
       more = length < lines.size();
       lines.remove_prefix(more ? length + 1 : length);
     }
-    appendNewLine(level, output);
-    output += "*/";
+    output.append(lineStart(level));
+    output.append("*/");
   }
-  appendNewLine(level, output);  // the value stands on a line of its own
+  output.append(lineStart(level));  // the value stands on a line of its own
 }
 
-void internalJSONNode::DumpRawString(std::string& output) const {
-  const std::size_t start = output.size();
+void internalJSONNode::DumpRawString(JSONOutput& output) const {
+  const std::size_t start = output.length();
   if (source.mayHoldComments()) {
     appendWithoutComments(text.view(), output);
   } else {
     output.append(text.view());
   }
   if (JSONWorker::used_ascii_one) {
-    std::replace(output.begin() + static_cast<std::ptrdiff_t>(start), output.end(), '\x01', '"');
+    const std::span<char> written = output.writtenSince(start);
+    std::replace(written.begin(), written.end(), '\x01', '"');
   }
 }
 
 // Writes a value as far as it goes without its children. True when there are children to write,
 // and the closing bracket behind them.
-bool internalJSONNode::WriteValue(unsigned int level, bool arrayChild, std::string& output) {
+bool internalJSONNode::WriteValue(unsigned int level, bool arrayChild, JSONOutput& output) {
   const bool formatted = level != kNotFormatted;
   if (!comment.view().empty()) {
     WriteComment(level, output);
@@ -146,16 +154,16 @@ bool internalJSONNode::WriteValue(unsigned int level, bool arrayChild, std::stri
   switch (type) {
     case JSON_ARRAY:
     case JSON_NODE:
-      output += openingBracket(*this);
+      output.append(openingBracket(*this));
       if (size() != 0) {
         return true;
       }
-      output += closingBracket(*this);
+      output.append(closingBracket(*this));
       return false;
     case JSON_STRING:
-      output += '"';
+      output.append('"');
       JSONWorker::UnfixString(text.view(), textEncoded, output);
-      output += '"';
+      output.append('"');
       return false;
     default:
       output.append(text.view());
@@ -163,16 +171,16 @@ bool internalJSONNode::WriteValue(unsigned int level, bool arrayChild, std::stri
   }
 }
 
-void internalJSONNode::Write(unsigned int level, bool arrayChild, std::string& output) {
+void internalJSONNode::Write(unsigned int level, bool arrayChild, JSONOutput& output) {
   if (WriteValue(level, arrayChild, output)) {
     WriteChildren(level, output);
-    output += closingBracket(*this);
+    output.append(closingBracket(*this));
   }
 }
 
 // The containers on the way down are kept in a list instead of on the call stack: no tree is too
 // deep to be written.
-void internalJSONNode::WriteChildren(unsigned int level, std::string& output) {
+void internalJSONNode::WriteChildren(unsigned int level, JSONOutput& output) {
   struct Open {
     internalJSONNode* body;
     unsigned int next;  // the child to write next
@@ -180,34 +188,33 @@ void internalJSONNode::WriteChildren(unsigned int level, std::string& output) {
   const bool formatted = level != kNotFormatted;
   std::vector<Open> outer;
   Open current{this, 0};
+  unsigned int childLevel = formatted ? level + 1 : kNotFormatted;
+  std::string separator = "," + lineStart(childLevel);
   for (;;) {
     jsonChildren& siblings = *current.body->children;
     if (current.next == siblings.size) {
       if (formatted) {
-        appendNewLine(level, output);
+        output.append(lineStart(childLevel - 1));
       }
       if (outer.empty()) {
         return;
       }
-      output += closingBracket(*current.body);
+      output.append(closingBracket(*current.body));
       current = outer.back();
       outer.pop_back();
-      level -= formatted ? 1 : 0;
+      childLevel -= formatted ? 1 : 0;
+      separator = "," + lineStart(childLevel);
       continue;
     }
-    if (current.next != 0) {
-      output += ',';
-    }
-    const unsigned int childLevel = formatted ? level + 1 : kNotFormatted;
-    if (formatted) {
-      appendNewLine(childLevel, output);
-    }
+    // The first child has no comma in front.
+    output.append(std::string_view(separator).substr(current.next == 0 ? 1 : 0));
     internalJSONNode& child = JSONNodeAccess::body(*siblings.array[current.next]);
     ++current.next;
     if (child.WriteValue(childLevel, current.body->type == JSON_ARRAY, output)) {
       outer.push_back(current);
       current = {&child, 0};
-      level = childLevel;
+      childLevel += formatted ? 1 : 0;
+      separator = "," + lineStart(childLevel);
     }
   }
 }

@@ -86,7 +86,7 @@ internalJSONNode* internalJSONNode::newInternal(const internalJSONNode& original
       const internalJSONNode& childBody = JSONNodeAccess::body(*child);
       internalJSONNode* const copy = copyWithoutChildren(childBody);
       // The slot is reserved, so appending cannot fail and the copy has its owner at once.
-      pair.to->children->push_back(JSONNode::newJSONNode(JSONNodeAccess::adopt(copy)));
+      pair.to->children->append(JSONNodeAccess::newHandle(JSONNodeAccess::adopt(copy)));
       if (childBody.size() != 0) {
         open.push_back({&childBody, copy});
       }
@@ -128,10 +128,7 @@ void internalJSONNode::deleteInternal(internalJSONNode* body) noexcept {
   }
 }
 
-internalJSONNode* internalJSONNode::makeUnique() {
-  if (refcount < 2) {
-    return this;
-  }
+internalJSONNode* internalJSONNode::detachedCopy() {
   internalJSONNode* const copy = newInternal(*this);
   --refcount;
   return copy;
@@ -229,15 +226,15 @@ void internalJSONNode::Cast(char newType) {
   }
 }
 
-void internalJSONNode::push_back(JSONNode child) {
+void internalJSONNode::push_back(JSONNode&& child) {
   if (isContainer()) {
     Fetch();
     children->inc();
-    children->push_back(JSONNodeAccess::newHandle(std::move(child)));
+    children->append(JSONNodeAccess::newHandle(std::move(child)));
   }
 }
 
-void internalJSONNode::push_front(JSONNode child) {
+void internalJSONNode::push_front(JSONNode&& child) {
   if (isContainer()) {
     Fetch();
     children->inc();

@@ -9,6 +9,7 @@
 #include "json/_internal/Source/FreeList.h"
 #include "json/_internal/Source/JSONChildren.h"
 #include "json/_internal/Source/JSONNode.h"
+#include "json/_internal/Source/JSONOutput.h"
 #include "json/_internal/Source/JSONText.h"
 #include "json/_internal/Source/NumberToString.h"
 
@@ -46,7 +47,7 @@ class internalJSONNode {
   }
   /// Copy-on-write: the body itself when it has one owner, else a copy that replaces the caller's
   /// share.
-  [[nodiscard]] internalJSONNode* makeUnique();
+  [[nodiscard]] internalJSONNode* makeUnique() { return refcount < 2 ? this : detachedCopy(); }
 
   [[nodiscard]] bool isContainer() const { return type == JSON_ARRAY || type == JSON_NODE; }
   /// The number of children of a fetched container; 0 for anything else.
@@ -84,8 +85,8 @@ class internalJSONNode {
   JSONNode* at(unsigned int index);
 
   /// Appends a handle that shares the child's body. Does nothing on a body that is no container.
-  void push_back(JSONNode child);
-  void push_front(JSONNode child);
+  void push_back(JSONNode&& child);
+  void push_front(JSONNode&& child);
 
   /// The text: a string's characters, a number as it was written, "true", "false", "null"; empty
   /// for arrays and objects. Valid until the body changes.
@@ -101,7 +102,7 @@ class internalJSONNode {
   /// Equality of names without regard to the case of A to Z.
   static bool AreEqualNoCase(std::string_view left, std::string_view right);
 
-  void Write(unsigned int level, bool arrayChild, std::string& output);
+  void Write(unsigned int level, bool arrayChild, json_detail::JSONOutput& output);
 
   unsigned char type;
   json_detail::JSONText name;
@@ -119,17 +120,21 @@ class internalJSONNode {
   friend class JSONNode;
   explicit internalJSONNode(unsigned char bodyType, bool isFetched)
       : type(bodyType), fetched(isFetched) {}
+  /// A body that borrows its name and text from `from`, or its text from the constants.
+  internalJSONNode(unsigned char bodyType, std::string_view bodyName, std::string_view bodyText,
+                   bool isFetched, const json_detail::JSONSource& from)
+      : type(bodyType), name(bodyName), text(bodyText), fetched(isFetched), source(from) {}
   ~internalJSONNode() = default;
 
   static internalJSONNode* make(unsigned char type, bool fetched) {
     return ::new (json_detail::FreeList<internalJSONNode>::take()) internalJSONNode(type, fetched);
   }
+  internalJSONNode* detachedCopy();
   static void destroyOne(internalJSONNode* body) noexcept;
   static internalJSONNode* copyWithoutChildren(const internalJSONNode& original);
   void makeChildren();
   static void dropChildren(internalJSONNode& body) noexcept;
 
-  void classify(std::string_view valueText);
   void FetchNow();
   void FetchString();
   void FetchNumber();
@@ -140,11 +145,11 @@ class internalJSONNode {
   double numericValue();
   bool isEqualApartFromChildren(internalJSONNode& other);
 
-  void WriteName(bool formatted, bool arrayChild, std::string& output) const;
-  void WriteChildren(unsigned int level, std::string& output);
-  void WriteComment(unsigned int level, std::string& output) const;
-  void DumpRawString(std::string& output) const;
-  bool WriteValue(unsigned int level, bool arrayChild, std::string& output);
+  void WriteName(bool formatted, bool arrayChild, json_detail::JSONOutput& output) const;
+  void WriteChildren(unsigned int level, json_detail::JSONOutput& output);
+  void WriteComment(unsigned int level, json_detail::JSONOutput& output) const;
+  void DumpRawString(json_detail::JSONOutput& output) const;
+  bool WriteValue(unsigned int level, bool arrayChild, json_detail::JSONOutput& output);
 };
 
 /// The way between a handle and its body, for the library's own sources.

@@ -10,77 +10,50 @@
 using json_detail::FreeList;
 using json_detail::JSONSource;
 
-internalJSONNode* internalJSONNode::newInternal(std::string_view name, std::string_view value,
-                                                const JSONSource& source) {
-  JSONNode owner = JSONNodeAccess::adopt(make(JSON_NULL, true));
-  internalJSONNode& body = JSONNodeAccess::body(owner);
-  body.source = source;
-  // A parsed name is written back as it is, even when it held escapes: nameEncoded stays false.
-  JSONWorker::FixInto(body.name, name, source);
-  body.classify(value);
-  return JSONNodeAccess::release(std::move(owner));
+namespace {
+
+/// The type that a value's text tells by its first byte and its last; null when it is malformed.
+char typeOf(std::string_view value) {
+  if (value.empty()) {
+    return JSON_NULL;
+  }
+  const auto endsWith = [value](char last) { return value.size() >= 2 && value.back() == last; };
+  switch (value.front()) {
+    case '"':  // a double quote by itself is no string
+      return endsWith('"') ? JSON_STRING : JSON_NULL;
+    case '[':
+      return endsWith(']') ? JSON_ARRAY : JSON_NULL;
+    case '{':
+      return endsWith('}') ? JSON_NODE : JSON_NULL;
+    case 't':
+    case 'f':
+      return value == jsonSingletonCONST_TRUE() || value == jsonSingletonCONST_FALSE() ? JSON_BOOL
+                                                                                       : JSON_NULL;
+    default:
+      return NumberToString::isNumeric(value) ? JSON_NUMBER : JSON_NULL;
+  }
 }
 
-void internalJSONNode::classify(std::string_view valueText) {
-  const auto enclosedBy = [valueText](char last) {
-    return valueText.size() >= 2 && valueText.back() == last;
-  };
-  const auto becomeUnfetched = [this, valueText](unsigned char newType) {
-    type = newType;
-    text.borrow(valueText);
-    fetched = false;
-  };
-  if (valueText.empty()) {
-    Nullify();
-    return;
+}  // namespace
+
+internalJSONNode* internalJSONNode::newInternal(std::string_view name, std::string_view value,
+                                                const JSONSource& source) {
+  const char type = typeOf(value);
+  const bool isFetched = type == JSON_NULL || type == JSON_BOOL;
+  const std::string_view text = type == JSON_NULL ? jsonSingletonCONST_NULL() : value;
+  auto* const body = ::new (FreeList<internalJSONNode>::take())
+      internalJSONNode(static_cast<unsigned char>(type), name, text, isFetched, source);
+  JSONNode owner = JSONNodeAccess::adopt(body);
+  // A parsed name is written back as it is, even when it held escapes: nameEncoded stays false.
+  if (source.mayHoldEscapes()) {
+    JSONWorker::FixInto(body->name, name, source);
   }
-  switch (valueText.front()) {
-    case '"':
-      // One double quote by itself is no string: it becomes null.
-      if (enclosedBy('"')) {
-        becomeUnfetched(JSON_STRING);
-        return;
-      }
-      break;
-    case 'n':
-    case 'N':
-      break;  // null, or not well formed and therefore null
-    case 't':
-    case 'T':
-      if (valueText == jsonSingletonCONST_TRUE()) {
-        Set(true);
-        return;
-      }
-      break;
-    case 'f':
-    case 'F':
-      if (valueText == jsonSingletonCONST_FALSE()) {
-        Set(false);
-        return;
-      }
-      break;
-    case '[':
-      if (enclosedBy(']')) {
-        makeChildren();
-        becomeUnfetched(JSON_ARRAY);
-        return;
-      }
-      break;
-    case '{':
-      if (enclosedBy('}')) {
-        makeChildren();
-        becomeUnfetched(JSON_NODE);
-        return;
-      }
-      break;
-    default:
-      if (NumberToString::isNumeric(valueText)) {
-        becomeUnfetched(JSON_NUMBER);
-        return;
-      }
-      break;
+  if (type == JSON_BOOL) {
+    body->value = value.front() == 't' ? 1 : 0;
+  } else if (type >= JSON_ARRAY) {
+    body->makeChildren();
   }
-  Nullify();
+  return JSONNodeAccess::release(std::move(owner));
 }
 
 void internalJSONNode::FetchNow() {
@@ -148,7 +121,9 @@ JSONNode** internalJSONNode::at(std::string_view key) {
     return nullptr;
   }
   for (JSONNode*& child : *children) {
-    if (JSONNodeAccess::body(*child).name.view() == key) {
+    const json_detail::JSONText& childName = JSONNodeAccess::body(*child).name;
+    if (childName.size() == key.size() &&
+        json_detail::equalBytes(childName.view().data(), key.data(), key.size())) {
       return &child;
     }
   }
