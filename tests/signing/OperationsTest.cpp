@@ -137,7 +137,7 @@ TEST_F(Operations, TheListingKeepsWhatCanSignNowInTheTokensOrder) {
 TEST_F(Operations, BadSigningInputIsRefusedOnlyAfterTheLogin) {
   std::vector<std::pair<std::string, std::string>> inputs{
       {"Aas=", ""}, {"Aas=", "!"}, {"!", kDigest}, {"", kDigest}};
-  for (const std::size_t length : {1, 15, 17, 19, 21, 31, 33, 48, 64}) {
+  for (const unsigned int length : {1U, 15U, 17U, 19U, 21U, 31U, 33U, 48U, 64U}) {
     inputs.emplace_back("Aas=", test_support::base64(std::string(length, '\x5A')));
   }
   for (const auto& [certId, digest] : inputs) {
