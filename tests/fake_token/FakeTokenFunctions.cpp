@@ -1,18 +1,20 @@
 // The C_* functions of the fake token: arguments into the log, the script's will, then a real
 // module's behaviour.
 #include <algorithm>
+#include <span>
 #include <sstream>
+#include <utility>
 
 #include "tests/fake_token/FakeToken.h"
 
 namespace {
 
-std::string hex(const unsigned char* bytes, CK_ULONG length) {
+std::string hex(const void* bytes, CK_ULONG length) {
   constexpr std::string_view kDigits = "0123456789abcdef";
   std::string text;
   for (CK_ULONG at = 0; bytes != nullptr && at < length; ++at) {
-    text += kDigits[bytes[at] >> 4U];
-    text += kDigits[bytes[at] & 0xFU];
+    const unsigned int byte = static_cast<const unsigned char*>(bytes)[at];
+    text += {kDigits[byte >> 4U], kDigits[byte & 0xFU]};
   }
   return text;
 }
@@ -27,38 +29,40 @@ std::string buffer(const void* pointer, CK_ULONG length) {
   return (pointer == nullptr ? "null:" : "buffer:") + std::to_string(length);
 }
 
-std::string field(const char* name, const std::string& value) {
-  return std::string(" ") + name + "=" + value;
-}
+const char* set(bool isSet) { return isSet ? "set" : "null"; }
 
-std::string field(const char* name, CK_ULONG value) { return field(name, std::to_string(value)); }
-
-std::string nullField(const char* name, bool isNull) {
-  return field(name, isNull ? "null" : "set");
+/// " name=value name=value ..."
+template <typename Value, typename... Further>
+std::string fields(const std::string& name, const Value& value, const Further&... further) {
+  std::ostringstream text;
+  text << ' ' << name << '=' << value;
+  if constexpr (sizeof...(further) > 0) text << fields(further...);
+  return text.str();
 }
 
 /// One call: `work` gets the token and the text to which it adds what it gave back.
 template <typename Work>
-CK_RV call(const char* function, const std::string& arguments, Work work) {
+CK_RV call(const std::string& function, const std::string& arguments, Work work) {
   FakeToken& token = FakeToken::instance();
-  std::string results;
+  std::string given;
+  const bool isFirst = function == "C_Initialize" || function == "C_GetFunctionList";
   const std::optional<CK_RV> forced = token.beginCall(function, arguments);
-  const CK_RV value = forced ? *forced : work(token, results);
-  token.record(function + arguments + " -> " + hexNumber(value) + results);
+  const CK_RV value = forced                         ? *forced
+                      : isFirst || token.initialized ? work(token, given)
+                                                     : CKR_CRYPTOKI_NOT_INITIALIZED;
+  token.record(function + arguments + " -> " + hexNumber(value) + given);
   return value;
 }
 
-/// A call on a session, which must exist.
+/// A call on a session, which must exist; `work` gets it too.
 template <typename Work>
-CK_RV callOnSession(const char* function, CK_SESSION_HANDLE handle, const std::string& arguments,
-                    Work work) {
-  return call(function, field("session", handle) + arguments,
-              [&](FakeToken& token, std::string& results) -> CK_RV {
-                if (!token.initialized) return CKR_CRYPTOKI_NOT_INITIALIZED;
-                FakeToken::Session* session = token.session(handle);
-                if (session == nullptr) return CKR_SESSION_HANDLE_INVALID;
-                return work(token, *session, results);
-              });
+CK_RV onSession(const char* function, CK_SESSION_HANDLE handle, const std::string& arguments,
+                Work work) {
+  return call(function, fields("session", handle) + arguments, [&](auto& token, auto& given) {
+    const auto session = token.sessions.find(handle);
+    if (session == token.sessions.end()) return CKR_SESSION_HANDLE_INVALID;
+    return work(token, session->second, given);
+  });
 }
 
 /// Gives one attribute as the standard's C_GetAttributeValue does, or as the script's lies want.
@@ -68,21 +72,16 @@ CK_RV giveAttribute(const FakeToken& token, CK_OBJECT_HANDLE object, CK_ATTRIBUT
   const bool isRead = wanted.pValue != nullptr;
   const auto& lies = token.current.lengthLies;
   const auto lie = std::find_if(lies.begin(), lies.end(), [&](const LengthLie& candidate) {
-    return candidate.type == wanted.type && (isRead ? candidate.whenRead : candidate.whenAsked) &&
+    return candidate.type == wanted.type && candidate.when != (isRead ? "asked" : "read") &&
            (candidate.object == 0 || candidate.object == object);
   });
-  if (own == attributes.end() && lie == lies.end()) {
-    wanted.ulValueLen = CK_UNAVAILABLE_INFORMATION;
-    return CKR_ATTRIBUTE_TYPE_INVALID;
-  }
-  const Bytes value = own == attributes.end() ? Bytes() : own->second;
-  if (isRead) {
-    if (lie == lies.end() && wanted.ulValueLen < value.size()) {
-      wanted.ulValueLen = CK_UNAVAILABLE_INFORMATION;
-      return CKR_BUFFER_TOO_SMALL;
-    }
-    // Even a lie never writes outside the caller's buffer.
-    std::copy_n(value.begin(), std::min<CK_ULONG>(wanted.ulValueLen, value.size()),
+  const CK_ULONG room = wanted.ulValueLen;
+  wanted.ulValueLen = CK_UNAVAILABLE_INFORMATION;
+  if (own == attributes.end()) return CKR_ATTRIBUTE_TYPE_INVALID;
+  const Bytes& value = own->second;
+  if (isRead && lie == lies.end() && room < value.size()) return CKR_BUFFER_TOO_SMALL;
+  if (isRead) {  // Even a lie never writes outside the caller's buffer.
+    std::copy_n(value.begin(), std::min<CK_ULONG>(room, value.size()),
                 static_cast<unsigned char*>(wanted.pValue));
   }
   wanted.ulValueLen = lie == lies.end() ? value.size() : lie->length;
@@ -96,203 +95,170 @@ extern "C" {
 
 CK_RV C_Initialize(CK_VOID_PTR arguments) {
   FakeToken::instance().readEnvironment();
-  return call("C_Initialize", nullField("arguments", arguments == nullptr),
-              [](FakeToken& token, std::string&) -> CK_RV {
-                if (token.initialized && !token.current.acceptSecondInitialize) {
-                  return CKR_CRYPTOKI_ALREADY_INITIALIZED;
-                }
-                token.initialized = true;
-                return CKR_OK;
-              });
+  const std::string text = fields("arguments", set(arguments != nullptr));
+  return call("C_Initialize", text, [](auto& token, auto&) {
+    if (token.initialized && !token.current.acceptSecondInitialize) {
+      return CKR_CRYPTOKI_ALREADY_INITIALIZED;
+    }
+    token.initialized = true;
+    return CKR_OK;
+  });
 }
 
 CK_RV C_Finalize(CK_VOID_PTR reserved) {
-  return call("C_Finalize", nullField("reserved", reserved == nullptr),
-              [](FakeToken& token, std::string&) -> CK_RV {
-                if (!token.initialized) return CKR_CRYPTOKI_NOT_INITIALIZED;
-                token.initialized = token.loggedIn = false;
-                token.sessions.clear();
-                return CKR_OK;
-              });
+  const std::string text = fields("reserved", set(reserved != nullptr));
+  return call("C_Finalize", text, [](auto& token, auto&) {
+    token.initialized = token.loggedIn = false;
+    token.sessions.clear();
+    return CKR_OK;
+  });
 }
 
 CK_RV C_GetSlotList(CK_BBOOL tokenPresent, CK_SLOT_ID_PTR slots, CK_ULONG_PTR count) {
-  return call("C_GetSlotList",
-              field("tokenPresent", tokenPresent) + nullField("list", slots == nullptr) +
-                  field("count", *count),
-              [&](FakeToken& token, std::string& results) -> CK_RV {
-                if (!token.initialized) return CKR_CRYPTOKI_NOT_INITIALIZED;
-                const std::vector<CK_SLOT_ID>& own = token.current.slots;
-                CK_RV value = CKR_OK;
-                if (slots != nullptr && *count < own.size()) {
-                  value = CKR_BUFFER_TOO_SMALL;
-                } else if (slots != nullptr) {
-                  std::copy(own.begin(), own.end(), slots);
-                }
-                *count = token.countToTell("C_GetSlotList", own.size());
-                results = field("count", *count);
-                return value;
-              });
+  const std::string text =
+      fields("tokenPresent", int{tokenPresent}, "list", set(slots != nullptr), "count", *count);
+  return call("C_GetSlotList", text, [&](auto& token, auto& given) {
+    const std::vector<CK_SLOT_ID>& own = token.current.slots;
+    const bool tooSmall = slots != nullptr && *count < own.size();
+    if (slots != nullptr && !tooSmall) std::copy(own.begin(), own.end(), slots);
+    *count = token.countToTell("C_GetSlotList", own.size());
+    given = fields("count", *count);
+    return tooSmall ? CKR_BUFFER_TOO_SMALL : CKR_OK;
+  });
 }
 
 CK_RV C_OpenSession(CK_SLOT_ID slot, CK_FLAGS flags, CK_VOID_PTR application, CK_NOTIFY notify,
                     CK_SESSION_HANDLE_PTR session) {
-  return call("C_OpenSession",
-              field("slot", slot) + field("flags", hexNumber(flags)) +
-                  nullField("application", application == nullptr) +
-                  nullField("notify", notify == nullptr),
-              [&](FakeToken& token, std::string& results) -> CK_RV {
-                if (!token.initialized) return CKR_CRYPTOKI_NOT_INITIALIZED;
-                if ((flags & CKF_SERIAL_SESSION) == 0) return CKR_SESSION_PARALLEL_NOT_SUPPORTED;
-                const std::vector<CK_SLOT_ID>& own = token.current.slots;
-                if (std::find(own.begin(), own.end(), slot) == own.end()) {
-                  return CKR_SLOT_ID_INVALID;
-                }
-                *session = ++token.lastSession;
-                token.sessions[*session] = {};
-                results = field("session", *session);
-                return CKR_OK;
-              });
+  const std::string text = fields("slot", slot, "flags", hexNumber(flags), "application",
+                                  set(application != nullptr), "notify", set(notify != nullptr));
+  return call("C_OpenSession", text, [&](auto& token, auto& given) {
+    if ((flags & CKF_SERIAL_SESSION) == 0) return CKR_SESSION_PARALLEL_NOT_SUPPORTED;
+    const std::vector<CK_SLOT_ID>& own = token.current.slots;
+    if (std::find(own.begin(), own.end(), slot) == own.end()) return CKR_SLOT_ID_INVALID;
+    *session = ++token.lastSession;
+    token.sessions[*session] = {};
+    given = fields("session", *session);
+    return CKR_OK;
+  });
 }
 
 CK_RV C_CloseSession(CK_SESSION_HANDLE session) {
-  return callOnSession("C_CloseSession", session, "",
-                       [&](FakeToken& token, FakeToken::Session&, std::string&) -> CK_RV {
-                         token.sessions.erase(session);
-                         if (token.sessions.empty()) token.loggedIn = false;
-                         return CKR_OK;
-                       });
+  return onSession("C_CloseSession", session, "", [&](auto& token, auto&, auto&) {
+    token.sessions.erase(session);
+    token.loggedIn = token.loggedIn && !token.sessions.empty();
+    return CKR_OK;
+  });
 }
 
 CK_RV C_Login(CK_SESSION_HANDLE session, CK_USER_TYPE user, CK_UTF8CHAR_PTR pin, CK_ULONG length) {
-  const std::string text(reinterpret_cast<const char*>(pin), length);
-  const bool showPin = FakeToken::instance().current.logPin;
-  return callOnSession(
-      "C_Login", session,
-      field("user", user) + field("pinLength", length) + (showPin ? field("pin", text) : ""),
-      [&](FakeToken& token, FakeToken::Session&, std::string&) -> CK_RV {
-        if (token.loggedIn) return CKR_USER_ALREADY_LOGGED_IN;
-        if (token.current.pin != "*" && text != token.current.pin) return CKR_PIN_INCORRECT;
-        token.loggedIn = true;
-        return CKR_OK;
-      });
+  const std::string typed(reinterpret_cast<const char*>(pin), length);
+  std::string text = fields("user", user, "pinLength", length);
+  if (FakeToken::instance().current.logPin) text += fields("pin", typed);
+  return onSession("C_Login", session, text, [&](auto& token, auto&, auto&) {
+    if (token.loggedIn) return CKR_USER_ALREADY_LOGGED_IN;
+    if (token.current.pin != "*" && typed != token.current.pin) return CKR_PIN_INCORRECT;
+    token.loggedIn = true;
+    return CKR_OK;
+  });
 }
 
 CK_RV C_Logout(CK_SESSION_HANDLE session) {
-  return callOnSession("C_Logout", session, "",
-                       [](FakeToken& token, FakeToken::Session&, std::string&) -> CK_RV {
-                         if (!token.loggedIn) return CKR_USER_NOT_LOGGED_IN;
-                         token.loggedIn = false;
-                         return CKR_OK;
-                       });
+  return onSession("C_Logout", session, "", [](auto& token, auto&, auto&) {
+    return std::exchange(token.loggedIn, false) ? CKR_OK : CKR_USER_NOT_LOGGED_IN;
+  });
 }
 
 CK_RV C_FindObjectsInit(CK_SESSION_HANDLE session, CK_ATTRIBUTE_PTR attributes, CK_ULONG count) {
   std::string text;
   Attributes wanted;
-  for (CK_ULONG at = 0; at < count; ++at) {
-    const CK_ATTRIBUTE& attribute = attributes[at];
-    const auto* value = static_cast<const unsigned char*>(attribute.pValue);
-    text += field(hexNumber(attribute.type).c_str(), hex(value, attribute.ulValueLen));
-    wanted[attribute.type] =
-        value == nullptr ? Bytes() : Bytes(value, value + attribute.ulValueLen);
+  for (const CK_ATTRIBUTE& attribute : std::span(attributes, count)) {
+    const auto* bytes = static_cast<const unsigned char*>(attribute.pValue);
+    text += fields(hexNumber(attribute.type), hex(bytes, attribute.ulValueLen));
+    wanted[attribute.type].assign(bytes, bytes + (bytes == nullptr ? 0 : attribute.ulValueLen));
   }
-  return callOnSession("C_FindObjectsInit", session, text,
-                       [&](FakeToken& token, FakeToken::Session& state, std::string&) -> CK_RV {
-                         if (state.found) return CKR_OPERATION_ACTIVE;
-                         state.found = token.search(wanted);
-                         state.given = 0;
-                         return CKR_OK;
-                       });
+  return onSession("C_FindObjectsInit", session, text, [&](auto& token, auto& state, auto&) {
+    if (state.found) return CKR_OPERATION_ACTIVE;
+    state.found = token.search(wanted);
+    return CKR_OK;
+  });
 }
 
 CK_RV C_FindObjects(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE_PTR objects, CK_ULONG maximum,
                     CK_ULONG_PTR count) {
-  return callOnSession(
-      "C_FindObjects", session, field("maximum", maximum),
-      [&](FakeToken& token, FakeToken::Session& state, std::string& results) -> CK_RV {
-        if (!state.found) return CKR_OPERATION_NOT_INITIALIZED;
-        std::string handles;
-        CK_ULONG given = 0;
-        for (; given < maximum && !state.found->empty(); ++given, ++state.given) {
-          const CK_OBJECT_HANDLE object = state.found->front();
-          state.found->erase(state.found->begin());
-          if (token.current.searchLie && state.given + 1 < *token.current.searchLie) {
-            state.found->push_back(object);
-          }
-          objects[given] = object;
-          handles += field("object", object);
-        }
-        *count = token.countToTell("C_FindObjects", given);
-        results = field("count", *count) + handles;
-        return CKR_OK;
-      });
+  const std::string text = fields("maximum", maximum);
+  return onSession("C_FindObjects", session, text, [&](auto& token, auto& state, auto& given) {
+    if (!state.found) return CKR_OPERATION_NOT_INITIALIZED;
+    const auto last = state.found->begin() +
+                      static_cast<std::ptrdiff_t>(std::min<CK_ULONG>(maximum, state.found->size()));
+    std::copy(state.found->begin(), last, objects);
+    const auto number = static_cast<CK_ULONG>(last - state.found->begin());
+    state.found->erase(state.found->begin(), last);
+    *count = token.countToTell("C_FindObjects", number);
+    given = fields("count", *count);
+    for (const CK_OBJECT_HANDLE object : std::span(objects, number)) {
+      given += fields("object", object);
+    }
+    return CKR_OK;
+  });
 }
 
 CK_RV C_FindObjectsFinal(CK_SESSION_HANDLE session) {
-  return callOnSession("C_FindObjectsFinal", session, "",
-                       [](FakeToken&, FakeToken::Session& state, std::string&) -> CK_RV {
-                         if (!state.found) return CKR_OPERATION_NOT_INITIALIZED;
-                         state.found.reset();
-                         return CKR_OK;
-                       });
+  return onSession("C_FindObjectsFinal", session, "", [](auto&, auto& state, auto&) {
+    return std::exchange(state.found, std::nullopt) ? CKR_OK : CKR_OPERATION_NOT_INITIALIZED;
+  });
 }
 
 CK_RV C_GetAttributeValue(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
                           CK_ATTRIBUTE_PTR attributes, CK_ULONG count) {
-  std::string text = field("object", object);
-  for (CK_ULONG at = 0; at < count; ++at) {
-    text += field(hexNumber(attributes[at].type).c_str(),
-                  buffer(attributes[at].pValue, attributes[at].ulValueLen));
+  std::string text = fields("object", object);
+  const std::span all(attributes, count);
+  for (const CK_ATTRIBUTE& attribute : all) {
+    text += fields(hexNumber(attribute.type), buffer(attribute.pValue, attribute.ulValueLen));
   }
-  return callOnSession("C_GetAttributeValue", session, text,
-                       [&](FakeToken& token, FakeToken::Session&, std::string& results) -> CK_RV {
-                         if (token.object(object) == nullptr) return CKR_OBJECT_HANDLE_INVALID;
-                         CK_RV value = CKR_OK;
-                         for (CK_ULONG at = 0; at < count; ++at) {
-                           const CK_RV own = giveAttribute(token, object, attributes[at]);
-                           if (own != CKR_OK) value = own;
-                           results.append(" ").append(hexNumber(attributes[at].type));
-                           results.append(":").append(std::to_string(attributes[at].ulValueLen));
-                         }
-                         return value;
-                       });
+  return onSession("C_GetAttributeValue", session, text, [&](auto& token, auto&, auto& given) {
+    if (token.object(object) == nullptr) return CKR_OBJECT_HANDLE_INVALID;
+    CK_RV result = CKR_OK;
+    for (CK_ATTRIBUTE& attribute : all) {
+      const CK_RV own = giveAttribute(token, object, attribute);
+      if (own != CKR_OK) result = own;
+      given += " " + hexNumber(attribute.type) + ":" + std::to_string(attribute.ulValueLen);
+    }
+    return result;
+  });
 }
 
 CK_RV C_SignInit(CK_SESSION_HANDLE session, CK_MECHANISM_PTR mechanism, CK_OBJECT_HANDLE key) {
-  return callOnSession(
-      "C_SignInit", session,
-      field("mechanism", hexNumber(mechanism->mechanism)) +
-          field("parameter", buffer(mechanism->pParameter, mechanism->ulParameterLen)) +
-          field("key", key),
-      [&](FakeToken& token, FakeToken::Session& state, std::string&) -> CK_RV {
-        if (!token.loggedIn) return CKR_USER_NOT_LOGGED_IN;
-        if (mechanism->mechanism != CKM_RSA_PKCS) return CKR_MECHANISM_INVALID;
-        const Attributes* object = token.object(key);
-        if (object == nullptr || object->contains(CKA_VALUE)) return CKR_KEY_HANDLE_INVALID;
-        state.signingKey = key;
-        return CKR_OK;
-      });
+  const CK_MECHANISM_TYPE type = mechanism->mechanism;
+  const std::string text =
+      fields("mechanism", hexNumber(type), "parameter",
+             buffer(mechanism->pParameter, mechanism->ulParameterLen), "key", key);
+  return onSession("C_SignInit", session, text, [&](auto& token, auto& state, auto&) {
+    if (!token.loggedIn) return CKR_USER_NOT_LOGGED_IN;
+    if (type != CKM_RSA_PKCS) return CKR_MECHANISM_INVALID;
+    const Attributes* object = token.object(key);
+    if (object == nullptr || object->contains(CKA_VALUE)) return CKR_KEY_HANDLE_INVALID;
+    state.signing = true;
+    return CKR_OK;
+  });
 }
 
 CK_RV C_Sign(CK_SESSION_HANDLE session, CK_BYTE_PTR data, CK_ULONG length, CK_BYTE_PTR signature,
              CK_ULONG_PTR signatureLength) {
-  return callOnSession(
-      "C_Sign", session,
-      field("data", hex(data, length)) + field("signature", buffer(signature, *signatureLength)),
-      [&](FakeToken& token, FakeToken::Session& state, std::string& results) -> CK_RV {
-        if (!state.signingKey) return CKR_OPERATION_NOT_INITIALIZED;
-        const Bytes made = token.signature(*state.signingKey, Bytes(data, data + length));
-        if (made.empty()) return CKR_FUNCTION_FAILED;
-        const CK_ULONG room = *signatureLength;
-        *signatureLength = token.countToTell("C_Sign", made.size());
-        results = field("length", *signatureLength);
-        if (signature == nullptr) return CKR_OK;
-        if (room < made.size()) return CKR_BUFFER_TOO_SMALL;
-        std::copy(made.begin(), made.end(), signature);
-        state.signingKey.reset();
-        return CKR_OK;
-      });
+  const CK_ULONG room = *signatureLength;
+  const std::string text = fields("data", hex(data, length), "signature", buffer(signature, room));
+  return onSession("C_Sign", session, text, [&](auto& token, auto& state, auto& given) {
+    if (!state.signing) return CKR_OPERATION_NOT_INITIALIZED;
+    const CK_ULONG own = token.current.signatureLength;
+    *signatureLength = token.countToTell("C_Sign", own);
+    given = fields("length", *signatureLength);
+    if (signature == nullptr) return CKR_OK;
+    if (room < own) return CKR_BUFFER_TOO_SMALL;
+    for (CK_ULONG at = 0; at < own; ++at) {
+      signature[at] = static_cast<CK_BYTE>(at ^ (length == 0 ? 0U : data[at % length]));
+    }
+    state.signing = false;
+    return CKR_OK;
+  });
 }
 
 CK_RV C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR list) {
@@ -313,10 +279,8 @@ CK_RV C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR list) {
   functions.C_SignInit = C_SignInit;
   functions.C_Sign = C_Sign;
   FakeToken::instance().readEnvironment();
-  return call("C_GetFunctionList", "", [&](FakeToken&, std::string&) -> CK_RV {
-    *list = &functions;
-    return CKR_OK;
-  });
+  *list = &functions;
+  return call("C_GetFunctionList", "", [](auto&, auto&) { return CKR_OK; });
 }
 
 }  // extern "C"
