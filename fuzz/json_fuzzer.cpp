@@ -33,7 +33,7 @@ std::size_t readAll(const JSONNode& root) {
     static_cast<void>(node.as_string());
     static_cast<void>(node.as_int());
     static_cast<void>(static_cast<unsigned long long>(node));
-    require(node.as_bool() || node.size() == 0, "what has children is true");
+    require(node.as_bool() || node.empty(), "what has children is true");
     for (const JSONNode& child : node) {
       require(count > kSearched || node.find(child.name()) != node.end(), "a name is found");
       open.push_back(&child);

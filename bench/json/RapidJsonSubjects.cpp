@@ -18,6 +18,10 @@ rapidjson::Value::StringRefType reference(const std::string& text) {
   return {text.data(), static_cast<rapidjson::SizeType>(text.size())};
 }
 
+const rapidjson::Value& member(const Document& root, const char* name) {
+  return root.FindMember(name)->value;
+}
+
 std::string copied(const rapidjson::Value& value) {
   return {value.GetString(), value.GetStringLength()};
 }
@@ -38,19 +42,21 @@ class RapidJson {
 
   InitializeTexts readInitialize() {
     return withRoot([](const Document& root) -> InitializeTexts {
-      return {root["command"].GetInt(), copied(root["signature"]), copied(root["domains"]),
-              copied(root["currentDomain"]), copied(root["caSubjectNames"])};
+      return {member(root, "command").GetInt(), copied(member(root, "signature")),
+              copied(member(root, "domains")), copied(member(root, "currentDomain")),
+              copied(member(root, "caSubjectNames"))};
     });
   }
 
   SigningTexts readSigning() {
     return withRoot([](const Document& root) -> SigningTexts {
-      return {root["command"].GetInt(), copied(root["certId"]), copied(root["digest"])};
+      return {member(root, "command").GetInt(), copied(member(root, "certId")),
+              copied(member(root, "digest"))};
     });
   }
 
   long readLast() {
-    return withRoot([](const Document& root) -> long { return root["last"].GetInt(); });
+    return withRoot([](const Document& root) -> long { return member(root, "last").GetInt(); });
   }
 
  private:

@@ -62,9 +62,7 @@ TEST(Iterators, WalkBothWays) {
   JSONNode list = numbers(1, 5);
   const JSONNode& constant = list;
   std::string seen;
-  for (auto it = list.rbegin(); it != list.rend(); ++it) {
-    seen += it->as_string();
-  }
+  std::for_each(list.rbegin(), list.rend(), [&](JSONNode& n) { seen += n.as_string(); });
   for (JSONNode::reverse_const_iterator it = constant.rbegin(); it < constant.rend(); it += 2) {
     seen += (*it).as_string();
   }

@@ -8,8 +8,7 @@
 
 namespace {
 
-using namespace std::string_literals;
-using std::string_view_literals::operator""sv;
+using namespace std::literals;
 
 std::string compacted(std::string_view text, bool escapeQuotes = true) {
   return std::string(JSONWorker::RemoveWhiteSpace(text, escapeQuotes).view());

@@ -40,13 +40,12 @@ inline CharacterClass classOf(char byte) {
 /// that letter.
 inline constexpr std::array<char, 256> kOutputEscapes = [] {
   std::array<char, 256> escapes{};
-  for (std::size_t byte = 0; byte != escapes.size(); ++byte) {
-    escapes[byte] = 'u';
+  for (char& escape : escapes) {
+    escape = 'u';
   }
-  constexpr std::string_view kBytes = "\\/\"\b\t\n\f\r";
-  constexpr std::string_view kLetters = "\\/\"btnfr";
-  for (std::size_t i = 0; i != kBytes.size(); ++i) {
-    escapes[static_cast<unsigned char>(kBytes[i])] = kLetters[i];
+  constexpr std::string_view kPairs = "\\\\//\"\"\bb\tt\nn\ff\rr";  // a byte and its letter
+  for (std::size_t i = 0; i != kPairs.size(); i += 2) {
+    escapes[static_cast<unsigned char>(kPairs[i])] = kPairs[i + 1];
   }
   return escapes;
 }();

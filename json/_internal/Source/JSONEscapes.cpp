@@ -1,7 +1,5 @@
 // The escapes of strings: undone when a string is read, made when it is written.
 
-#include <cstring>
-
 #include "json/_internal/Source/ByteScan.h"
 #include "json/_internal/Source/CharacterClass.h"
 #include "json/_internal/Source/JSONWorker.h"
@@ -38,10 +36,10 @@ constexpr std::size_t kLongestEscape = 6;
 /// Writes the byte as a six-character escape and returns the end.
 char* unicodeEscapeInto(char* out, unsigned char byte) {
   constexpr std::string_view kHex = "0123456789ABCDEF";
-  std::memcpy(out, "\\u00", 4);
-  out[4] = kHex[byte >> 4U];
-  out[5] = kHex[byte & 0x0FU];
-  return out + kLongestEscape;
+  for (const char c : {'\\', 'u', '0', '0', kHex[byte >> 4U], kHex[byte & 0x0FU]}) {
+    *out++ = c;
+  }
+  return out;
 }
 
 /// Writes a byte that needs an escape and returns the end.
@@ -161,6 +159,10 @@ void JSONWorker::UnfixString(std::string_view text, bool encoded, JSONOutput& ou
       return;
     }
     output.advance(escapeInto(out, *at));
+    // What needs an escape seldom comes alone: the bytes of a letter outside ASCII do not.
+    for (; at + 1 != end && json_detail::NeedsEscape::matches(at[1]); ++at) {
+      output.advance(escapeInto(output.room(kLongestEscape), at[1]));
+    }
   }
 }
 

@@ -104,7 +104,7 @@ JSONNode JSONNode::pop_back_nocase(std::string_view name) {
 
 // A place is remembered by its number, because the copy made on write has other slots.
 unsigned int JSONNode::indexOf(JSONNode* const* place) const {
-  const std::less<JSONNode* const*> before;  // total, also for places in other containers
+  const std::less<> before;  // total, also for places in other containers
   JSONNode** const first = firstSlot(*internal);
   if (!internal->isContainer() || before(place, first) || before(lastSlot(*internal), place)) {
     throw std::out_of_range("");

@@ -23,7 +23,8 @@ class JSONSource {
     }
   }
   JSONSource(JSONSource&& other) noexcept : block(std::exchange(other.block, nullptr)) {}
-  JSONSource& operator=(JSONSource other) noexcept {
+  JSONSource& operator=(const JSONSource& other) noexcept { return *this = JSONSource(other); }
+  JSONSource& operator=(JSONSource&& other) noexcept {
     std::swap(block, other.block);
     return *this;
   }
@@ -60,7 +61,7 @@ class JSONText {
  public:
   JSONText() noexcept : raw{} {}
   /// Borrows, see borrow().
-  explicit JSONText(std::string_view text) noexcept {
+  explicit JSONText(std::string_view text) noexcept : raw{} {
     setRemote(text.data(), text.size(), kBorrowed);
   }
   JSONText(const JSONText&) = delete;
@@ -124,7 +125,7 @@ class JSONText {
     return static_cast<unsigned char>(raw[kInPlace]);
   }
   [[nodiscard]] Remote remote() const noexcept {
-    Remote text;
+    Remote text{};
     std::memcpy(&text, raw.data(), sizeof text);
     return text;
   }

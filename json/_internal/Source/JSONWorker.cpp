@@ -6,10 +6,8 @@
 #include <utility>
 
 #include "json/_internal/Source/ByteScan.h"
-#include "json/_internal/Source/CharacterClass.h"
 #include "json/_internal/Source/internalJSONNode.h"
 
-using json_detail::CharacterClass;
 using json_detail::findAnyOf;
 using json_detail::JSONSource;
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -43,7 +42,8 @@ std::string makeIndent(unsigned int level) {
   if (level == internalJSONNode::kNotFormatted) {
     return jsonSingletonEMPTY_JSON_STRING();
   }
-  return std::string(level, '\t');
+  std::string tabs(level, '\t');
+  return tabs;
 }
 
 /// A line break and the indentation behind it; nothing in the compact form.
@@ -95,7 +95,7 @@ void internalJSONNode::WriteName(bool formatted, bool arrayChild, JSONOutput& ou
   output.append('"');
   JSONWorker::UnfixString(name.view(), nameEncoded, output);
   char* const out = output.room(4);
-  std::memcpy(out, formatted ? "\" : " : "\":  ", 4);  // a copy of a fixed size, then its length
+  std::copy_n(formatted ? "\" : " : "\":  ", 4, out);  // a copy of a fixed size, then its length
   output.advance(out + (formatted ? 4 : 2));
 }
 

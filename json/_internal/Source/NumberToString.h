@@ -47,10 +47,8 @@ class NumberToString {
     explicit Digits(T value) : start(kLongest) {
       // Negating as unsigned is right for the most negative value too.
       const bool negative = std::is_signed_v<T> && value < T{0};
-      auto rest = static_cast<unsigned long long>(value);
-      if (negative) {
-        rest = 0 - rest;
-      }
+      const auto widened = static_cast<unsigned long long>(+value);
+      unsigned long long rest = negative ? 0 - widened : widened;
       do {
         buffer[--start] = static_cast<char>('0' + rest % 10);
         rest /= 10;
@@ -66,7 +64,7 @@ class NumberToString {
    private:
     static constexpr std::size_t kLongest =
         std::numeric_limits<unsigned long long>::digits10 + 2;  // and a sign
-    std::array<char, kLongest> buffer;
+    std::array<char, kLongest> buffer{};
     std::size_t start;
   };
 };

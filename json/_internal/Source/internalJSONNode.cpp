@@ -5,7 +5,6 @@
 #include "json/_internal/Source/JSONSingleton.h"
 
 using json_detail::FreeList;
-using json_detail::JSONSource;
 
 void internalJSONNode::destroyOne(internalJSONNode* body) noexcept {
   if (body->children != nullptr) {

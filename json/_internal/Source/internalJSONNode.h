@@ -122,8 +122,12 @@ class internalJSONNode {
       : type(bodyType), fetched(isFetched) {}
   /// A body that borrows its name and text from `from`, or its text from the constants.
   internalJSONNode(unsigned char bodyType, std::string_view bodyName, std::string_view bodyText,
-                   bool isFetched, const json_detail::JSONSource& from)
-      : type(bodyType), name(bodyName), text(bodyText), fetched(isFetched), source(from) {}
+                   bool isFetched, json_detail::JSONSource from)
+      : type(bodyType),
+        name(bodyName),
+        text(bodyText),
+        fetched(isFetched),
+        source(std::move(from)) {}
   ~internalJSONNode() = default;
 
   static internalJSONNode* make(unsigned char type, bool fetched) {
