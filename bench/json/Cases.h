@@ -95,7 +95,7 @@ bool registerSubject() {
     add("read_initialize", readInitialize<Subject>);
     add("read_signing", readSigning<Subject>);
     add("read_members", [](benchmark::State& state) { readLast<Subject>(state, kMegabyte); });
-    for (std::size_t bytes = 1'000; bytes <= 16 * kMegabyte; bytes *= 4) {
+    for (std::size_t bytes = 1'000; bytes <= 17 * kMegabyte; bytes *= 4) {
       benchmark::RegisterBenchmark(
           ("growth/" + std::string(Subject::kName) + "/" + std::to_string(bytes)).c_str(),
           [bytes](benchmark::State& state) { readLast<Subject>(state, bytes); });
