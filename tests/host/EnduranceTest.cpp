@@ -1,10 +1,7 @@
 // A long conversation leaves the process as it was after its first few hundred requests.
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <filesystem>
-#include <fstream>
-#include <optional>
 #include <random>
 
 #include "tests/host/TokenHost.h"
@@ -21,10 +18,10 @@ constexpr long kToleranceKilobytes = 512;
 
 /// What a process holds that a leak would make more of.
 struct Holdings {
-  explicit Holdings(pid_t process)
-      : kilobytes(statusNumber(process, "VmRSS")), threads(statusNumber(process, "Threads")) {
+  explicit Holdings(const HostProcess& host)
+      : kilobytes(host.statusNumber("VmRSS")), threads(host.statusNumber("Threads")) {
     std::error_code denied;  // Only root may look into the protected process's descriptors.
-    const std::filesystem::directory_iterator folder("/proc/" + std::to_string(process) + "/fd",
+    const std::filesystem::directory_iterator folder("/proc/" + std::to_string(host.pid()) + "/fd",
                                                      denied);
     descriptors = std::distance(begin(folder), end(folder));
   }
@@ -33,12 +30,18 @@ struct Holdings {
   long descriptors = 0;
 };
 
-void expectSame(const Holdings& before, const Holdings& after) {
+/// The end of a conversation: nothing has grown since `before`, and the process ends in order.
+void expectGoodEnd(const Holdings& before, HostProcess& host) {
+  const Holdings after(host);
   EXPECT_EQ(after.threads, before.threads);
   EXPECT_EQ(after.descriptors, before.descriptors);
   if (!kSanitized) {
     EXPECT_LT(after.kilobytes, before.kilobytes + kToleranceKilobytes);
   }
+  host.say(kEndRequest);
+  EXPECT_EQ(host.hearAll(), "");
+  EXPECT_EQ(host.wait(), 0);
+  EXPECT_EQ(host.standardError(), "");
 }
 
 struct Exchange {
@@ -49,30 +52,26 @@ struct Exchange {
 
 TEST(Endurance, MixedRequestsOnTheFakeToken) {
   const auto frame = [](std::string_view text) { return HostProcess::frame(text); };
-  const std::int32_t tooLong = 1000;
-  const std::string tooLongLength(reinterpret_cast<const char*>(&tooLong), sizeof tooLong);
+  const std::string tooLong = lengthBytes(1000);
+  const std::string initialize = frame(initializeRequest());
   const Exchange exchanges[] = {
       {20, frame(kVersionRequest), 1},
-      {20, frame(R"({"command":6,"pinChar":"1"})"), 1},
+      {20, frame(pinCharRequest("1")), 1},
       {25, frame(R"({"command":7})"), 1},
       {5, frame(setPinRequest("1234567890123456789012345678901234567890")), 1},
       {40, frame(kListRequest), 1},
-      {20, frame(R"({"command":4,"certId":"oQ=="})"), 1},
+      {20, frame(kRetrieveRequest), 1},
       {5, frame(R"({"command":4,"certId":"not base64"})"), 1},  // Leaves its session open.
       {40, frame(kSignRequest), 1},
       {5, frame(R"({"command":5,"certId":"oQ==","digest":"AAEC"})"), 1},
-      {1, frame(initializeRequest()), 1},
-      {1,
-       frame(R"({"command":0,"signature":"AA==","domains":"","currentDomain":"",)"
-             R"("caSubjectNames":""})") +
-           frame(kListRequest) + frame(initializeRequest()),
-       3},
+      {1, initialize, 1},
+      {1, frame(initializeRequest("", "", "")) + frame(kListRequest) + initialize, 3},
       {5, frame("not json"), 0},
       {5, frame("{\"command\":8"), 0},
       {5, frame(R"({"command":99,"deep":[[[[{"a":[1,2,{"b":"\u00e9"}]}]]]]})"), 0},
       {5, frame("{\"command\" 8}"), 0},
-      {5, tooLongLength, 1},
-      {2, tooLongLength + tooLongLength + frame(kVersionRequest), 3},
+      {5, tooLong, 1},
+      {2, tooLong + tooLong + frame(kVersionRequest), 3},
   };
   std::vector<int> weights;
   for (const Exchange& exchange : exchanges) weights.push_back(exchange.weight);
@@ -84,48 +83,39 @@ TEST(Endurance, MixedRequestsOnTheFakeToken) {
                "pin *\naccept second C_Initialize\nkey a1\ncertificate a1 hex 3003020101\n");
   HostProcess host({}, {{"SIGNING_HOST_PKCS11_MODULE", FAKE_TOKEN_MODULE},
                         {"FAKE_TOKEN_SCRIPT", folder.file("script")}});
-  host.ask(initializeRequest());
-  host.ask(kSignRequest);
-  host.ask(setPinRequest("1"));
+  for (const std::string& request : {initializeRequest(), kSignRequest, setPinRequest("1")}) {
+    host.ask(request);
+  }
   std::optional<Holdings> early;
   for (int sent = 0; sent < kMixedRequests; ++sent) {
     const Exchange& exchange = exchanges[choose(order)];
     host.send(exchange.bytes);
     for (int answer = 0; answer < exchange.answers; ++answer) {
-      const std::optional<std::string> text = host.receiveFrame();
-      ASSERT_TRUE(text && text->starts_with("{\n\t\"command\" : ")) << exchange.bytes;
+      ASSERT_TRUE(host.hear().starts_with("{\n\t\"command\" : ")) << exchange.bytes;
     }
-    if (sent == kWarmUp) early.emplace(host.pid());
+    if (sent == kWarmUp) early.emplace(host);
   }
   EXPECT_FALSE(json::parse(host.ask(kSignRequest))["pkcs1"].empty());
-  expectSame(*early, Holdings(host.pid()));
-  host.sendFrame(R"({"command":1})");
-  EXPECT_EQ(host.receiveRest(), "");
-  EXPECT_EQ(host.wait(), 0);
-  EXPECT_EQ(host.standardError(), "");
+  expectGoodEnd(*early, host);
 }
 
 TEST(Endurance, SigningsOnSoftHsm) {
-  std::ifstream file(SOFT_TOKEN_FOLDER "/token.json");
-  const json token = json::parse(file);
   const std::string request =
       R"({"command":5,"certId":"AQ==","digest":"AAECAwQFBgcICQoLDA0ODw=="})";
-  HostProcess host({}, {{"SIGNING_HOST_PKCS11_MODULE", token["module"]},
-                        {"SOFTHSM2_CONF", token["softhsm2Conf"]}});
+  HostProcess host({}, softTokenEnvironment());
   host.ask(initializeRequest());
   host.ask(request);
-  host.ask(setPinRequest(token["pin"]));
+  host.ask(setPinRequest(softToken()["pin"]));
   const std::string first = host.ask(request);
   ASSERT_EQ(json::parse(first)["lastError"], 0) << first;
   std::optional<Holdings> early;
   for (int signings = 0; signings < kSignings; ++signings) {
     ASSERT_EQ(host.ask(request), first) << "PKCS#1 v1.5 gives one signature for one digest";
-    if (signings == kSignings / 10) early.emplace(host.pid());
-    host.send(HostProcess::frame("{\"command\"") + HostProcess::frame("]"));
+    if (signings == kSignings / 10) early.emplace(host);
+    host.say("{\"command\"");
+    host.say("]");
   }
-  expectSame(*early, Holdings(host.pid()));
-  host.sendFrame(R"({"command":1})");
-  EXPECT_EQ(host.wait(), 0);
+  expectGoodEnd(*early, host);
 }
 
 }  // namespace

@@ -3,17 +3,19 @@
 #include <cstdint>
 #include <string>
 
-#include "tests/host/Envelopes.h"
-#include "tests/host/HostProcess.h"
+#include "tests/host/TokenHost.h"
 
 namespace {
 
 using namespace std::string_literals;
 
-const std::string kVersionRequest = R"({"command":8})";
+const std::string kVersionFrame = HostProcess::frame(kVersionRequest);
+const std::string kVersionAnswer = HostProcess::frame(indented(kFreshVersion));
 
-std::string lengthBytes(std::int32_t length) {
-  return {reinterpret_cast<const char*>(&length), sizeof length};
+std::string refusals(int count) {
+  std::string text;
+  while (count-- > 0) text += HostProcess::frame(indented(kTooLong));
+  return text;
 }
 
 TEST(NativeFraming, IsChosenByEveryCommandLineButTheExactWord) {
@@ -21,96 +23,58 @@ TEST(NativeFraming, IsChosenByEveryCommandLineButTheExactWord) {
     HostProcess host({argument, "ws"});
     EXPECT_EQ(host.ask(kVersionRequest), indented(kFreshVersion)) << argument;
   }
-  HostProcess relay({"ws", "native"});
-  relay.send(kVersionRequest + "\n");
-  EXPECT_EQ(relay.receiveLine(), kFreshVersion);
+  EXPECT_EQ(HostProcess({"ws", "native"}).ask(kVersionRequest), kFreshVersion);
 }
 
-TEST(NativeFraming, EndsAtAZeroLengthAndAtTheEndOfInputWithoutOutput) {
-  const std::string answerless[] = {"",
-                                    "\0\0\0\0"s + HostProcess::frame(kVersionRequest),
-                                    "\x0d",
-                                    "\x0d\0\0\0"s,
-                                    lengthBytes(500),
-                                    "\x07\0\0\0{\"a\""s};
-  for (const std::string& input : answerless) {
-    HostProcess host;
-    host.send(input);
-    host.closeInput();
-    EXPECT_EQ(host.receiveRest(), "") << testing::PrintToString(input);
-    EXPECT_EQ(host.wait(), 0);
+TEST(NativeFraming, InputAndOutputToTheByte) {
+  struct Case {
+    const char* name;
+    std::string input;
+    std::string output;
+    bool closesInput = true;  ///< else the host ends without being told
+  };
+  const std::string padding(999 - kVersionRequest.size(), ' ');
+  const Case cases[] = {
+      {"no input", "", ""},
+      {"a length cut off", "\x0d", ""},
+      {"a length cut off counts as far as it came: 1000", "\xe8\x03", refusals(1)},
+      {"nothing behind the length", lengthBytes(500), ""},
+      {"half of a frame", lengthBytes(7) + "{\"a\"", ""},
+      {"a frame cut off holds the bytes that came, and nothing of earlier requests",
+       HostProcess::frame(pinCharRequest("1") + std::string(40, ' ')) + lengthBytes(60) +
+           R"({"command":7})",
+       HostProcess::frame(indented(fullAnswer(6, 1, R"("ok":true)"))) +
+           HostProcess::frame(indented(fullAnswer(7, 0, R"("ok":true)")))},
+      {"a zero byte ends the text but not the frame",
+       HostProcess::frame(kVersionRequest + "\0, and more"s) + kVersionFrame,
+       kVersionAnswer + kVersionAnswer},
+      {"999 bytes", HostProcess::frame(kVersionRequest + padding), kVersionAnswer},
+      // A long message is not skipped: what follows is read as frames of its own.
+      {"1000 bytes: two long lengths, then a request",
+       lengthBytes(1000) + "AAAABBBB" + kVersionFrame, refusals(3) + kVersionAnswer},
+      {"1000 bytes of spaces", lengthBytes(1000) + std::string(996, ' ') + lengthBytes(0),
+       refusals(1 + 996 / 4), false},
+      {"length 0", lengthBytes(0) + kVersionFrame, "", false},
+      {"length -1", lengthBytes(-1) + kVersionFrame, "", false},
+      {"length -1000", lengthBytes(-1000) + kVersionFrame, "", false},
+      {"the lowest length", lengthBytes(INT32_MIN) + kVersionFrame, "", false},
+      {"the command to end", HostProcess::frame(kEndRequest) + kVersionFrame, "", false},
+  };
+  for (const Case& test : cases) {
+    EXPECT_EQ(outputFor(test.input, test.closesInput), test.output) << test.name;
   }
-}
-
-TEST(NativeFraming, ALengthCutOffByTheEndOfInputCountsAsFarAsItCame) {
-  HostProcess host;
-  host.send("\xe8\x03"s);  // 1000 in its two lower bytes
-  host.closeInput();
-  EXPECT_EQ(host.receiveRest(), HostProcess::frame(indented(kTooLong)));
-  EXPECT_EQ(host.wait(), 0);
-}
-
-// A frame cut off by the end of input holds the bytes that came, and nothing of earlier requests.
-TEST(NativeFraming, TakesWhatArrivedOfACutOffFrame) {
-  HostProcess host;
-  host.sendFrame(R"({"command":6,"pinChar":"1"}                                 )");
-  ASSERT_TRUE(host.receiveFrame());
-  host.send(lengthBytes(60) + R"({"command":7})");
-  host.closeInput();
-  EXPECT_NE(host.receiveFrame().value_or("").find(R"("pinLength" : 0)"), std::string::npos);
-  EXPECT_EQ(host.receiveRest(), "");
-  EXPECT_EQ(host.wait(), 0);
-}
-
-TEST(NativeFraming, LengthLimitIs999AndALongMessageIsNotSkipped) {
-  HostProcess host;
-  const std::string longest = kVersionRequest + std::string(999 - kVersionRequest.size(), ' ');
-  EXPECT_EQ(host.ask(longest), indented(kFreshVersion));
-
-  // 1000 bytes: refused, then read as frames of their own: twice four bytes that are long lengths,
-  // then a length that takes the next bytes as a request.
-  const std::string payload = "AAAABBBB" + HostProcess::frame(kVersionRequest);
-  host.send(lengthBytes(1000) + payload);
-  for (int refused = 0; refused < 3; ++refused) {
-    EXPECT_EQ(host.receiveFrame(), indented(kTooLong));
-  }
-  EXPECT_EQ(host.receiveFrame(), indented(kFreshVersion));
-  host.send(lengthBytes(1000) + std::string(996, ' ') + "\0\0\0\0"s);
-  for (int refused = 0; refused < 1 + 996 / 4; ++refused) {
-    EXPECT_EQ(host.receiveFrame(), indented(kTooLong));
-  }
-  EXPECT_EQ(host.receiveRest(), "");
-  EXPECT_EQ(host.wait(), 0);
-}
-
-TEST(NativeFraming, NegativeLengthEndsTheConversation) {
-  for (const std::int32_t length : {-1, -1000, INT32_MIN}) {
-    HostProcess host;
-    host.send(lengthBytes(length) + HostProcess::frame(kVersionRequest));
-    EXPECT_EQ(host.receiveRest(), "");
-    EXPECT_EQ(host.wait(), 0) << length;
-  }
-}
-
-TEST(NativeFraming, AZeroByteEndsTheTextButNotTheFrame) {
-  HostProcess host;
-  EXPECT_EQ(host.ask(kVersionRequest + "\0, and more"s), indented(kFreshVersion));
-  EXPECT_EQ(host.ask(kVersionRequest), indented(kFreshVersion));
 }
 
 TEST(NativeFraming, BytesMayArriveOneByOne) {
   HostProcess host;
-  for (const char byte : HostProcess::frame(kVersionRequest)) {
-    host.send({&byte, 1});
-  }
-  EXPECT_EQ(host.receiveFrame(), indented(kFreshVersion));
+  for (const char byte : kVersionFrame) host.send({&byte, 1});
+  EXPECT_EQ(host.hear(), indented(kFreshVersion));
 }
 
 TEST(NativeFraming, TheBrowserClosingItsPipesAtAnyByteEndsTheProcess) {
-  const std::string bytes = HostProcess::frame(kVersionRequest);
-  for (std::size_t sent = 0; sent <= bytes.size(); ++sent) {
+  for (std::size_t sent = 0; sent <= kVersionFrame.size(); ++sent) {
     HostProcess host;
-    host.send(std::string_view(bytes).substr(0, sent));
+    host.send(kVersionFrame.substr(0, sent));
     host.closeInput();
     host.closeOutput();
     EXPECT_EQ(host.wait(), 0) << sent;
@@ -118,18 +82,18 @@ TEST(NativeFraming, TheBrowserClosingItsPipesAtAnyByteEndsTheProcess) {
 }
 
 TEST(WebsocketFraming, OneLinePerMessageOfAnyLength) {
+  const std::string lines[] = {
+      R"({"command":8,"filler":")" + std::string(300'000, 'x') + "\"}",
+      // A carriage return is white space of the text; empty and malformed lines are dropped.
+      "\n\nnot json\n" + kVersionRequest + "\r",
+      // A zero byte outside a string truncates the text like any other control byte.
+      "{\0}\n"s + kVersionRequest + "\0"s,
+      R"({"command":8,"x":")" + "\0\"}"s,
+  };
   HostProcess host({"ws"});
-  host.send(R"({"command":8,"filler":")" + std::string(300'000, 'x') + "\"}\n");
-  EXPECT_EQ(host.receiveLine(), kFreshVersion);
-  // A carriage return is white space of the text; empty and malformed lines are dropped.
-  host.send("\n\nnot json\n" + kVersionRequest + "\r\n");
-  EXPECT_EQ(host.receiveLine(), kFreshVersion);
-  // A zero byte outside a string truncates the text like any other control byte.
-  host.send(kVersionRequest + "\0\n"s + R"({"command":8,"x":")" + "\0\"}\n"s + "{\0}\n"s);
-  EXPECT_EQ(host.receiveLine(), kFreshVersion);
-  EXPECT_EQ(host.receiveLine(), kFreshVersion);
-  host.send("{\"command\":1}\n");
-  EXPECT_EQ(host.receiveRest(), "");
+  for (const std::string& line : lines) EXPECT_EQ(host.ask(line), kFreshVersion);
+  host.say(kEndRequest);
+  EXPECT_EQ(host.hearAll(), "");
   EXPECT_EQ(host.wait(), 0);
 }
 
@@ -138,10 +102,10 @@ TEST(WebsocketFraming, GoesOnAfterTheEndOfInput) {
   HostProcess host({"ws"});
   host.send(kVersionRequest);  // No line feed: the end of input ends the line.
   host.closeInput();
-  EXPECT_EQ(host.receiveLine(), kFreshVersion);
-  const double before = processorSeconds(host.pid());
+  EXPECT_EQ(host.hear(), kFreshVersion);
+  const double before = host.processorSeconds();
   EXPECT_EQ(host.wait(std::chrono::seconds(3)), std::nullopt);
-  EXPECT_LT(processorSeconds(host.pid()) - before, 0.03);
+  EXPECT_LT(host.processorSeconds() - before, 0.03);
 }
 
 }  // namespace

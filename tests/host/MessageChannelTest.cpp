@@ -9,6 +9,8 @@
 #include <string>
 #include <thread>
 
+#include "tests/host/TokenHost.h"
+
 namespace {
 
 /// A pipe whose ends do not block, as a starter may hand them over.
@@ -42,6 +44,24 @@ TEST(MessageChannel, WaitsForStreamsThatDoNotBlock) {
   channel.write("head", large);
   other.join();
   EXPECT_EQ(received, "head" + large);
+}
+
+// Whatever the starter left closed, the host serves what it can and ends with its input.
+TEST(Descriptors, LeftClosedByTheStarter) {
+  for (const std::string input : {"", " <&-"}) {
+    for (const std::string output : {"", " >&-"}) {
+      for (const std::string error : {"", " 2>&-"}) {
+        HostProcess host({}, {}, {"sh", "-c", "exec \"$0\"" + input + output + error});
+        host.say(kVersionRequest);
+        host.say(initializeRequest());
+        host.say(kListRequest);
+        host.closeInput();
+        EXPECT_EQ(host.hear(), (input + output).empty() ? indented(kFreshVersion) : "");
+        host.hearAll();
+        EXPECT_EQ(host.wait(), 0) << input << output << error;
+      }
+    }
+  }
 }
 
 }  // namespace

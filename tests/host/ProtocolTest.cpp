@@ -1,159 +1,151 @@
+// Commands and answers, to the byte.
 #include <gtest/gtest.h>
 
-#include <optional>
 #include <string>
-#include <string_view>
+#include <vector>
 
-#include "tests/host/Envelopes.h"
-#include "tests/host/HostProcess.h"
+#include "tests/host/TokenHost.h"
+#include "tests/support/TestCertificate.h"
 
 namespace {
 
-constexpr std::string_view kInitialize =
+const std::string kOk = R"("ok":true)";
+const std::string kInitialize =
     R"({"command":0,"signature":"s","domains":"d","currentDomain":"c","caSubjectNames":""})";
 
-/// A PIN command's answer on a host that has not reached the token.
-std::string pinAnswer(int command, int pinLength) {
-  return R"({"command":)" + std::to_string(command) +
-         R"(,"error":false,"errorMessage":"","lastError":0,"lastLowLevelError":0,)"
-         R"("pinModuleName":"","missingPin":false,"invalidPin":false,"pinLength":)" +
-         std::to_string(pinLength) + R"(,"ok":true})";
+TEST(Outcomes, EveryAnswerWithoutATokenInBothFramings) {
+  expectConversation({
+      {kVersionRequest, kFreshVersion},
+      {kListRequest, kNotInitialized},
+      // Intended: the refusal names command 2 whichever was asked; the members are not even read.
+      {R"({"command":4})", kNotInitialized},
+      {R"({"command":5})", kNotInitialized},
+      {R"({"command":3,"pin":"123456"})", fullAnswer(3, 6, kOk)},
+      {R"({"command":3,"pin":12.50})", fullAnswer(3, 5, kOk)},
+      {R"({"command":3,"pin":""})", fullAnswer(3, 0, kOk)},
+      {R"({"command":7})", fullAnswer(7, 0, kOk)},
+      {pinCharRequest("1"), fullAnswer(6, 1, kOk)},
+      {pinCharRequest("56"), fullAnswer(6, 2, kOk)},
+      // Intended: an empty text lengthens the PIN by its terminating zero byte.
+      {pinCharRequest(""), fullAnswer(6, 3, kOk)},
+      {R"({"command":7})", fullAnswer(7, 2, kOk)},
+      {kInitialize, kInitialized},
+      {kInitialize, kInitialized},
+      {R"({"command":7})", fullAnswer(7, 1, kOk)},  // Initialize keeps the pending PIN.
+  });
 }
 
-TEST(Outcomes, EveryAnswerToTheByteInBothFramings) {
-  struct Exchange {
-    std::string request;
-    std::string answer;
+TEST(Outcomes, EveryAnswerOfAConversationWithATokenInBothFramings) {
+  const std::string noPinKnown =
+      R"("error":true,"errorMessage":"No se ha definido el pin para Certificado ZORAL",)"
+      R"("lastError":11,"lastLowLevelError":0,"pinModuleName":"Certificado ZORAL",)"
+      R"("missingPin":true,"invalidPin":false)";
+  const auto afterABadId = [](bool error) {
+    return std::string(R"("error":)") + (error ? "true" : "false") +
+           R"(,"errorMessage":"Invalid cert id base64","lastError":)" + (error ? "12" : "0") +
+           R"(,"lastLowLevelError":0,"pinModuleName":"","missingPin":false,"invalidPin":false)";
   };
-  const Exchange conversation[] = {
-      {R"({"command":8})", std::string(kFreshVersion)},
-      {R"({"command":2})", std::string(kNotInitialized)},
-      // Intended: the refusal names command 2 whichever was asked; the members are not even read.
-      {R"({"command":4})", std::string(kNotInitialized)},
-      {R"({"command":5})", std::string(kNotInitialized)},
-      {R"({"command":3,"pin":"123456"})", pinAnswer(3, 6)},
-      {R"({"command":3,"pin":12.50})", pinAnswer(3, 5)},
-      {R"({"command":3,"pin":""})", pinAnswer(3, 0)},
-      {R"({"command":7})", pinAnswer(7, 0)},
-      {R"({"command":6,"pinChar":"1"})", pinAnswer(6, 1)},
-      {R"({"command":6,"pinChar":"56"})", pinAnswer(6, 2)},
-      // Intended: an empty text lengthens the PIN by its terminating zero byte.
-      {R"({"command":6,"pinChar":""})", pinAnswer(6, 3)},
-      {R"({"command":7})", pinAnswer(7, 2)},
-      {std::string(kInitialize), std::string(kInitialized)},
-      {std::string(kInitialize), std::string(kInitialized)},
-      // Initialize keeps the pending PIN.
-      {R"({"command":7})", pinAnswer(7, 1)},
-  };
-  HostProcess native;
-  HostProcess relay({"ws"});
-  for (const Exchange& exchange : conversation) {
-    EXPECT_EQ(native.ask(exchange.request), indented(exchange.answer)) << exchange.request;
-    relay.send(exchange.request + "\n");
-    EXPECT_EQ(relay.receiveLine(), exchange.answer) << exchange.request;
+  const std::string der =
+      test_support::makeCertificate({.subject = {{"C", "CR"}, {"CN", "Mar\xC3\xAD\x61"}}});
+  std::string escapedBase64;
+  for (const char byte : nssBase64(der)) {
+    escapedBase64 += byte == '/'    ? "\\/"
+                     : byte == '\r' ? "\\r"
+                     : byte == '\n' ? "\\n"
+                                    : std::string(1, byte);
   }
-  native.sendFrame(R"({"command":1})");
-  EXPECT_EQ(native.receiveRest(), "");
-  EXPECT_EQ(native.wait(), 0);
+  const std::string listing =
+      R"("pinRetryCount":0,"certificates":"CN=Test Authority|CN=Mar\u00C3\u00ADa,C=CR|oQ==")";
+  const TemporaryFolder folder;
+  folder.write("script",
+               "pin 12\naccept second C_Initialize\nkey a1\nsignature 3\n"
+               "print C_Initialize * noise\ncertificate a1 hex " +
+                   test_support::hex(der));
+  expectConversation(
+      {
+          {initializeRequest(), kInitialized},
+          // No module is named yet: what is typed stays pending through the token command.
+          {pinCharRequest("1"), fullAnswer(6, 1, kOk)},
+          {kListRequest, fullAnswer(2, 1, listing)},
+          {kRetrieveRequest,
+           fullAnswer(4, 1, R"("pinRetryCount":0,"certificate":")" + escapedBase64 + "\"")},
+          {kSignRequest, fullAnswer(5, 1, R"("pinRetryCount":0,"pkcs1":"")", noPinKnown)},
+          // Intended: commands that do not reach the token repeat the last token command's state,
+          // and Initialize does not clear it.
+          {R"({"command":7})", fullAnswer(7, 0, kOk, noPinKnown)},
+          {setPinRequest("1"), fullAnswer(3, 1, kOk, noPinKnown)},
+          {initializeRequest(), kInitialized},
+          {pinCharRequest("2"), fullAnswer(6, 2, kOk, noPinKnown)},
+          {kVersionRequest, fullAnswer(8, 2, R"("version":"1.1")", noPinKnown)},
+          {kListRequest, fullAnswer(2, 0, listing)},
+          {kSignRequest, fullAnswer(5, 0, R"("pinRetryCount":0,"pkcs1":"MCAy")")},
+          {R"({"command":4,"certId":"!"})",
+           fullAnswer(4, 0, R"("pinRetryCount":0,"certificate":"")", afterABadId(true))},
+          // Intended: a success leaves the last failure's message behind.
+          {kListRequest, fullAnswer(2, 0, listing, afterABadId(false))},
+      },
+      {{"SIGNING_HOST_PKCS11_MODULE", FAKE_TOKEN_MODULE},
+       {"FAKE_TOKEN_SCRIPT", folder.file("script")}});
 }
 
 TEST(CommandCode, IsTheFirstPlainCommandMemberTruncatedToItsLow32Bits) {
-  enum Outcome { kVersion, kPinDeleted, kEnd, kRefusal, kDropped };
+  const auto framed = [](const std::string& answer) {
+    return HostProcess::frame(indented(answer));
+  };
+  const std::string version = framed(kFreshVersion);
   struct Case {
-    const char* request;
-    Outcome outcome;
+    std::string output;  ///< of the request and a version request behind it
+    std::vector<const char*> members;
   };
   const Case cases[] = {
-      {R"({"command":8.9})", kVersion},
-      {R"({"command":"8"})", kVersion},
-      {R"({"command":"8 and more"})", kVersion},
-      {R"({"command":8e0})", kVersion},
-      {R"({"command":010})", kDropped},  // Octal-looking, read as ten.
-      {R"({"command":4294967298})", kRefusal},
-      {R"({"command":-4294967288})", kVersion},
-      {R"({"command":true})", kEnd},
-      {R"({"command":1.99})", kEnd},
-      {R"({"command":9})", kDropped},
-      {R"({"command":-1})", kDropped},
-      {R"({"command":1e300})", kDropped},
-      {R"({"command":-1e300})", kDropped},
-      {R"({"command":9223372036854775808})", kDropped},
-      {R"({"command":1e999})", kDropped},
-      {R"({"command":"nan"})", kDropped},
-      {R"({"command":[8]})", kDropped},
-      {R"({"command":{"command":8}})", kDropped},
-      {R"({"command":{},"command":8})", kVersion},
-      {R"({"command":{x},"command":8})", kVersion},
-      {R"({"command":8,"x":})", kVersion},
-      {R"({"command":8,"x"})", kDropped},
-      {R"({"command":7,"command":8})", kPinDeleted},
-      {R"({"Command":8})", kDropped},
-      {R"({"\u0063ommand":8})", kVersion},
-      {R"({"x":{"command":8}})", kDropped},
-      {R"([8])", kDropped},
-      {R"([{"command":8}])", kDropped},
-      {R"({})", kDropped},
-      {R"([])", kDropped},
-      {R"({"command" 8})", kDropped},
-      {R"({"a":1,})", kDropped},
-      {R"({"command":8)", kDropped},
-      {R"("command")", kDropped},
-      {R"(8)", kDropped},
-      {R"( )", kDropped},
-      {R"({"command":8} x)", kDropped},
-      {"/* c */ {\"command\" : 8, \"b\" : [1,,] }", kVersion},
-      {R"({"command":8} // a comment behind the root)", kDropped},
+      {version + version,
+       {R"("command":8)", R"("command":8.9)", R"("command":"8")", R"("command":"8 and more")",
+        R"("command":8e0)", R"("command":-4294967288)", R"("command":{},"command":8)",
+        R"("command":{x},"command":8)", R"("command":8,"x":)", R"("\u0063ommand":8)",
+        "/* c */ \"command\" : 8, \"b\" : [1,,] "}},
+      {framed(kNotInitialized) + version, {R"("command":4294967298)"}},
+      {framed(fullAnswer(7, 0, kOk)) + version, {R"("command":7,"command":8)"}},
+      {"", {R"("command":true)", R"("command":1.99)"}},
+      // A dropped request never takes the next one with it.
+      {version,
+       {R"("command":010)",  // Octal-looking, read as ten.
+        R"("command":9)", R"("command":-1)", R"("command":1e300)", R"("command":-1e300)",
+        R"("command":9223372036854775808)", R"("command":1e999)", R"("command":"nan")",
+        R"("command":[8])", R"("command":{"command":8})", R"("command":8,"x")", R"("Command":8)",
+        R"("x":{"command":8})", "", R"("command" 8)", R"("a":1,)"}},
   };
-  for (const Case& test : cases) {
-    HostProcess host;
-    host.sendFrame(test.request);
-    host.sendFrame(R"({"command":8})");  // A dropped request never takes the next one with it.
-    host.closeInput();
-    const std::string output = host.receiveRest();
-    const std::string version = HostProcess::frame(indented(kFreshVersion));
-    std::string expected;
-    switch (test.outcome) {
-      case kVersion:
-        expected = version + version;
-        break;
-      case kPinDeleted:
-        expected = HostProcess::frame(indented(pinAnswer(7, 0))) + version;
-        break;
-      case kRefusal:
-        expected = HostProcess::frame(indented(kNotInitialized)) + version;
-        break;
-      case kDropped:
-        expected = version;
-        break;
-      case kEnd:
-        break;
+  for (const auto& [output, members] : cases) {
+    for (const std::string request : members) {
+      EXPECT_EQ(
+          outputFor(HostProcess::frame("{" + request + "}") + HostProcess::frame(kVersionRequest)),
+          output)
+          << request;
     }
-    EXPECT_EQ(output, expected) << test.request;
-    EXPECT_EQ(host.wait(), 0) << test.request;
+  }
+  for (const char* request : {"[8]", R"([{"command":8}])", R"({"command":8)", R"({"command":8} x)",
+                              "8", " ", R"({"command":8} // a comment behind the root)"}) {
+    EXPECT_EQ(outputFor(HostProcess::frame(request) + HostProcess::frame(kVersionRequest)), version)
+        << request;
   }
 }
 
 // "command" null or false is command 0, and what it lacks ends the process like anywhere else.
 TEST(MissingMember, EndsTheProcessWithOneLineAndNoAnswer) {
-  for (const char* request :
-       {R"({"command":0})", R"({"command":null})", R"({"command":false,"signature":"s"})",
-        R"({"command":"abc"})", R"({"command":3})", R"({"command":3,"Pin":"1"})",
-        R"({"command":6,"pin":"1"})"}) {
-    HostProcess host;
-    host.sendFrame(request);
-    host.sendFrame(R"({"command":8})");
-    EXPECT_EQ(host.receiveRest(), "") << request;
-    const std::optional<int> status = host.wait();
-    EXPECT_TRUE(status.has_value() && *status != 0) << request;
-    const std::string error = host.standardError();
-    EXPECT_EQ(error.find('\n'), error.size() - 1) << error;
-  }
-  for (const char* request :
-       {R"({"command":4})", R"({"command":5,"certId":"YQ=="})", R"({"command":5,"digest":""})"}) {
-    HostProcess relay({"ws"});
-    relay.send(std::string(kInitialize) + "\n" + request + "\n" + R"({"command":8})" + "\n");
-    EXPECT_EQ(relay.receiveRest(), std::string(kInitialized) + "\n") << request;
-    EXPECT_NE(relay.wait(), 0);
+  for (const char* mode : {"native", "ws"}) {
+    for (const char* request :
+         {R"({"command":0})", R"({"command":null})", R"({"command":false,"signature":"s"})",
+          R"({"command":"abc"})", R"({"command":3})", R"({"command":3,"Pin":"1"})",
+          R"({"command":6,"pin":"1"})", R"({"command":4})", R"({"command":5,"certId":"YQ=="})",
+          R"({"command":5,"digest":""})"}) {
+      HostProcess host({mode});
+      EXPECT_NE(host.ask(kInitialize), "");
+      host.say(request);
+      host.say(kVersionRequest);
+      EXPECT_EQ(host.hearAll(), "") << request;
+      EXPECT_NE(host.wait().value_or(0), 0) << request;
+      const std::string error = host.standardError();
+      EXPECT_EQ(error.find('\n'), error.size() - 1) << error;
+    }
   }
 }
 

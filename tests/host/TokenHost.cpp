@@ -1,5 +1,7 @@
 #include "tests/host/TokenHost.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -8,6 +10,70 @@
 #include "tests/support/TestCertificate.h"
 
 using nlohmann::json;
+
+std::string initializeRequest(const std::string& page, const std::string& domains,
+                              const std::string& signedDomains) {
+  return json{{"command", 0},
+              {"signature", test_support::signSha1(DOMAINS_PRIVATE_KEY, signedDomains)},
+              {"domains", domains},
+              {"currentDomain", page},
+              {"caSubjectNames", ""}}
+      .dump();
+}
+
+std::string setPinRequest(const std::string& pin) {
+  return json{{"command", 3}, {"pin", pin}}.dump();
+}
+
+std::string pinCharRequest(const std::string& character) {
+  return json{{"command", 6}, {"pinChar", character}}.dump();
+}
+
+std::string fullAnswer(int command, int pinLength, const std::string& rest,
+                       const std::string& state) {
+  return R"({"command":)" + std::to_string(command) + "," + state + R"(,"pinLength":)" +
+         std::to_string(pinLength) + "," + rest + "}";
+}
+
+std::string indented(std::string_view compact) {
+  static const std::map<char, const char*> spaced{
+      {'{', "{\n\t"}, {'}', "\n}"}, {',', ",\n\t"}, {':', " : "}};
+  std::string text;
+  bool inString = false;
+  for (const char byte : compact) {
+    inString = inString != (byte == '"');
+    const auto found = inString ? spaced.end() : spaced.find(byte);
+    text += found == spaced.end() ? std::string(1, byte) : found->second;
+  }
+  return text;
+}
+
+std::string nssBase64(std::string_view bytes) {
+  std::string text = test_support::base64(bytes);
+  for (std::size_t at = 64; at < text.size(); at += 66) text.insert(at, "\r\n");
+  return text;
+}
+
+void expectConversation(const std::vector<std::pair<std::string, std::string>>& conversation,
+                        const HostProcess::Environment& environment) {
+  HostProcess native({}, environment);
+  HostProcess relay({"ws"}, environment);
+  for (const auto& [request, answer] : conversation) {
+    EXPECT_EQ(native.ask(request), indented(answer)) << request;
+    EXPECT_EQ(relay.ask(request), answer) << request;
+  }
+}
+
+const json& softToken() {
+  static std::ifstream file(SOFT_TOKEN_FOLDER "/token.json");
+  static const json token = json::parse(file);
+  return token;
+}
+
+HostProcess::Environment softTokenEnvironment() {
+  return {{"SIGNING_HOST_PKCS11_MODULE", softToken()["module"]},
+          {"SOFTHSM2_CONF", softToken()["softhsm2Conf"]}};
+}
 
 TemporaryFolder::TemporaryFolder() {
   std::string name = std::filesystem::temp_directory_path() / "host-test-XXXXXX";
@@ -23,29 +89,7 @@ void TemporaryFolder::write(const std::string& name, std::string_view bytes) con
   std::filesystem::rename(file(name + ".new"), file(name));
 }
 
-std::string initializeRequest() {
-  static const std::string request = json{
-      {"command", 0},
-      {"signature", test_support::signSha1(DOMAINS_PRIVATE_KEY, "a.test|")},
-      {"domains", "a.test|"},
-      {"currentDomain", "https://a.test/"},
-      {"caSubjectNames", ""}}.dump();
-  return request;
-}
-
-std::string setPinRequest(const std::string& pin) {
-  return json{{"command", 3}, {"pin", pin}}.dump();
-}
-
-long statusNumber(pid_t process, const std::string& field) {
-  std::ifstream file("/proc/" + std::to_string(process) + "/status");
-  for (std::string line; std::getline(file, line);) {
-    if (line.starts_with(field + ":")) return std::stol(line.substr(field.size() + 1));
-  }
-  throw std::runtime_error("no " + field);
-}
-
-TokenHost::TokenHost(const std::string& module, const std::vector<std::string>& launcher)
+TokenHost::TokenHost(const std::string& module, const HostProcess::Texts& launcher)
     : process({},
               {{"SIGNING_HOST_PKCS11_MODULE", module},
                {"FAKE_TOKEN_SCRIPT", folder.file("script")},
@@ -69,11 +113,9 @@ std::string TokenHost::takeCalls() const {
   return calls;
 }
 
-json TokenHost::ask(std::string_view request) {
-  process.sendFrame(request);
-  const std::string text = process.receiveFrame().value_or("");
+json TokenHost::ask(const std::string& request) {
+  json answer = json::parse(process.ask(request), nullptr, false);
   const json next = json::parse(process.ask(kVersionRequest), nullptr, false);
-  json answer = json::parse(text, nullptr, false);
   const bool isOnly = next.is_object() && next.value("command", -1) == 8;
   return isOnly && answer.is_object() ? answer : json::object();
 }

@@ -3,9 +3,53 @@
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tests/host/HostProcess.h"
+
+/// The sanitizers keep released memory and copies of their own.
+inline constexpr bool kSanitized = SANITIZED != 0;
+
+inline const std::string kVersionRequest = R"({"command":8})";
+inline const std::string kListRequest = R"({"command":2})";
+inline const std::string kRetrieveRequest = R"({"command":4,"certId":"oQ=="})";
+inline const std::string kSignRequest =
+    R"({"command":5,"certId":"oQ==","digest":"AAECAwQFBgcICQoLDA0ODxAREhM="})";
+inline const std::string kEndRequest = R"({"command":1})";
+/// Initialize of a page; without arguments of one that the build's development key authorises.
+std::string initializeRequest(const std::string& page = "https://a.test/",
+                              const std::string& domains = "a.test|",
+                              const std::string& signedDomains = "a.test|");
+std::string setPinRequest(const std::string& pin);
+std::string pinCharRequest(const std::string& character);
+
+/// The answers in their compact form.
+inline const std::string kTooLong = R"({"command":-1,"error":true,"message":"Message too long"})";
+inline const std::string kInitialized =
+    R"({"command":0,"error":false,"message":"InitializeComponent OK"})";
+inline const std::string kNotInitialized =
+    R"({"command":2,"error":true,"message":"Not initialized"})";
+inline const std::string kNoError =
+    R"("error":false,"errorMessage":"","lastError":0,"lastLowLevelError":0,"pinModuleName":"",)"
+    R"("missingPin":false,"invalidPin":false)";
+/// The full envelope: command, error state, length of the pending PIN, what follows.
+std::string fullAnswer(int command, int pinLength, const std::string& rest,
+                       const std::string& state = kNoError);
+inline const std::string kFreshVersion = fullAnswer(8, 0, R"("version":"1.1")");
+/// Their native form; strings may hold no double quote.
+std::string indented(std::string_view compact);
+
+/// Base64 as the host writes it, a line break after each 64 characters.
+std::string nssBase64(std::string_view bytes);
+
+/// Holds a conversation in both framings; an answer for each request, in the compact form.
+void expectConversation(const std::vector<std::pair<std::string, std::string>>& conversation,
+                        const HostProcess::Environment& environment = {});
+
+/// What demo/make-token says of the tests' SoftHSM token, and the environment in which it is used.
+const nlohmann::json& softToken();
+HostProcess::Environment softTokenEnvironment();
 
 /// A folder of its own that goes away with its owner.
 class TemporaryFolder {
@@ -22,33 +66,18 @@ class TemporaryFolder {
   std::string path;
 };
 
-inline constexpr std::string_view kVersionRequest = R"({"command":8})";
-inline constexpr std::string_view kListRequest = R"({"command":2})";
-inline constexpr std::string_view kSignRequest =
-    R"({"command":5,"certId":"oQ==","digest":"AAECAwQFBgcICQoLDA0ODxAREhM="})";
-
-/// Initialize of a page that the build's development key authorises.
-std::string initializeRequest();
-std::string setPinRequest(const std::string& pin);
-
-/// A number of /proc/<process>/status, "VmRSS" (in kB) for one.
-long statusNumber(pid_t process, const std::string& field);
-
-/// The sanitizers keep released memory and copies of their own.
-inline constexpr bool kSanitized = SANITIZED != 0;
-
 /// An initialised host on a fake token that does what `script` was last given.
 class TokenHost {
  public:
   explicit TokenHost(const std::string& module = FAKE_TOKEN_MODULE,
-                     const std::vector<std::string>& launcher = {});
+                     const HostProcess::Texts& launcher = {});
 
   /// In force from the token's next C_Initialize on. It accepts any PIN and a second C_Initialize.
   void script(const std::string& statements) const;
   /// The token's calls since they were last asked for, without the "C_", separated by spaces.
   std::string takeCalls() const;
   /// The answer, proven to be the only one by a version request behind it; else an empty object.
-  nlohmann::json ask(std::string_view request);
+  nlohmann::json ask(const std::string& request);
   /// Lets the registry know a PIN: by a signing that misses it, then the PIN itself.
   void givePin(const std::string& pin);
 
