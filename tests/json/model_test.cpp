@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "json/_internal/Source/internalJSONNode.h"
 #include "json/json.h"
@@ -28,6 +30,33 @@ TEST(CopyOnWrite, CountsSharesAndCopiesOnTheFirstChange) {
   const JSONNode& left = first;
   const JSONNode& right = second;
   EXPECT_NE(&JSONNodeAccess::body(left["c"]), &JSONNodeAccess::body(right["c"]));
+}
+
+TEST(CopyOnWrite, TakesEveryFieldOfEveryBody) {
+  JSONNode tree = JSONWorker::parse(R"({"n":12.5, /*why*/ "s":"a\u00e9/"})");
+  EXPECT_EQ(tree["n"].as_int() + static_cast<long>(tree["s"].as_string().size()), 15);
+  tree.push_back(JSONNode("q/", "x/y"));
+  const std::string text = tree.write_formatted();
+  JSONNode copy = tree;
+  copy.set_name("other");
+  EXPECT_EQ(copy.write_formatted(), text);
+  EXPECT_NE(text.find("//why"), std::string::npos) << text;
+  EXPECT_NE(text.find(R"("q\/" : "x\/y")"), std::string::npos) << text;
+  EXPECT_EQ(copy["n"].as_float(), 12.5);
+}
+
+TEST(Moves, LeaveTreesThatCanBeDestroyed) {
+  JSONNode tree = JSONWorker::parse(R"({"a":{"b":[1]},"c":2})");
+  const JSONNode taken = std::move(tree["a"]);
+  EXPECT_EQ(taken.write(), R"({"b":[1]})");
+  JSONNode root = JSONWorker::parse(R"({"a":{"b":[1]},"c":2})");
+  root = std::move(root["a"]);
+  EXPECT_EQ(root.write(), R"({"b":[1]})");
+  JSONNode list = JSONWorker::parse("[3,1,2]");
+  std::sort(list.begin(), list.end(), [](const JSONNode& left, const JSONNode& right) {
+    return left.as_int() < right.as_int();
+  });
+  EXPECT_EQ(list.write(), "[1,2,3]");
 }
 
 TEST(CopyOnWrite, ProtectsTheParentFromTheFirstHandle) {

@@ -145,6 +145,9 @@ TEST(Casts, GoByWhatTheValueReadsAs) {
       {"5", JSON_NODE, "[{}]"},
       {"[1]", JSON_NULL, "[null]"},
       {"[1:2]", JSON_ARRAY, "[[]]"},
+      {"[1,2:3]", JSON_ARRAY, "[[]]"},  // what was built before the fault is gone
+      {R"("nan")", JSON_NUMBER, "[null]"},
+      {R"("inf")", JSON_NUMBER, "[null]"},
       {"5", char{77}, "[null]"},
   };
   for (const Case& c : cases) {
@@ -154,6 +157,9 @@ TEST(Casts, GoByWhatTheValueReadsAs) {
     EXPECT_EQ(node.write(), c.written) << c.text;
     EXPECT_EQ(untouched.write(), JSONWorker::parse("[" + c.text + "]").duplicate().write());
   }
+  JSONNode emptied("q", 7);
+  emptied.cast(JSON_NODE);
+  EXPECT_EQ(emptied.as_int(), 0);
   const JSONNode object = JSONWorker::parse(R"({"a":1,"b":[2]})");
   EXPECT_EQ(object.as_array().write(), "[1,[2]]");
   EXPECT_EQ(object.as_node().write(), object.write());

@@ -196,6 +196,7 @@ TEST(Strings, AreUnescapedByteByByte) {
       {R"({"a":"\u00e9"})", "{a=\"\xE9\"}"},
       {R"({"a":"x\"y"})", "{a=\"x\"y\"}"},
       {R"({"a\"\u0041":1})", "{a\"A=1}"},
+      {"{/*c#a\\b*/x:1}", "{\b#=1}"},  // an escape in a comment that ends too early
   });
 }
 
@@ -206,6 +207,7 @@ TEST(Lookup, IsExactAndTakesTheFirst) {
   EXPECT_EQ(root.at_nocase("CERTIFICATE").as_int(), 1);
   EXPECT_EQ(root.at_nocase("a").as_int(), 2);
   EXPECT_EQ(root["l"][""].as_int(), 5);  // elements have empty names
+  EXPECT_EQ(root["l"].as_string(), "");
   EXPECT_THROW(static_cast<void>(root["a"].at("x")), std::out_of_range);
   EXPECT_THROW(static_cast<void>(root.at(5U)), std::out_of_range);
   EXPECT_THROW(static_cast<void>(root.at_nocase("certificat")), std::out_of_range);

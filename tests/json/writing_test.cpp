@@ -105,8 +105,8 @@ TEST(Writing, GivesBackWhatWasNotReadAsItCameIn) {
   EXPECT_EQ(root["n"].size(), 3U);
   EXPECT_EQ(root["n"].write(), "[1.50,007,null]");
   // Formatted: what is malformed shows as null, unread strings keep their text.
-  EXPECT_EQ(JSONWorker::parse(R"({"a":[1:2],"s":"\/"})").write_formatted(),
-            "{\n\t\"a\" : null,\n\t\"s\" : \"\\/\"\n}");
+  EXPECT_EQ(JSONWorker::parse(R"({"a":[1:2],"s":"\u00e9\"\/"})").write_formatted(),
+            "{\n\t\"a\" : null,\n\t\"s\" : \"\\u00e9\\\"\\/\"\n}");
   EXPECT_EQ(JSONWorker::parse("[1,//a\n\"#\",[/*\"*/]]//\n]").write(), "[1,\"#\",[]]]");
 }
 

@@ -43,7 +43,7 @@ class jsonChildren {
   /// Puts an owned handle into room that inc() or reserve2() has made.
   void append(JSONNode* child) { array[size++] = child; }
 
-  /// Puts `count` owned handles in front of the child at `position`.
+  /// Puts `count` owned handles in front of the child at `position`, into room that inc() has made.
   void insert(unsigned int position, JSONNode* const* handles, unsigned int count);
 
   /// Takes `count` slots out at `position` and moves the later handles down. The handles

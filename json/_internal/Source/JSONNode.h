@@ -36,9 +36,11 @@ concept JSONInteger = std::integral<T> && !std::same_as<T, bool>;
 /// null. So reading may change the tree inside, also through a const node: a tree, and all that
 /// shares bodies with it, belongs to one thread at a time.
 ///
-/// Nodes that were moved from may only be assigned to or destroyed. A node must not be put below
-/// itself. References and iterators to children stay valid until children are added or removed,
-/// or until the container is copied and then changed.
+/// Nodes that were moved from may only be assigned to or destroyed, and so may a tree with such a
+/// child: take children out with pop_back(). A node must not be put below itself. References and
+/// iterators to children stay valid until children are added or removed, or until the container is
+/// copied and then changed; a change through a reference that was taken before a copy shows in
+/// both. Reading every level of a deeply nested text costs its depth times its length.
 ///
 /// The library throws std::out_of_range (no text) where said below, std::invalid_argument from
 /// JSONWorker::parse(), and std::bad_alloc.
@@ -79,7 +81,7 @@ class JSONNode {
   JSONNode(JSONNode&& other) noexcept : internal(std::exchange(other.internal, nullptr)) {}
   JSONNode& operator=(const JSONNode& other) noexcept;
   JSONNode& operator=(JSONNode&& other) noexcept {
-    std::swap(internal, other.internal);
+    const JSONNode old(Adopt{}, std::exchange(internal, std::exchange(other.internal, nullptr)));
     return *this;
   }
   /// Releases one share of the body; the last one destroys the whole tree below it.

@@ -212,6 +212,7 @@ void JSONNode::merge(JSONNode& other) {
   internal = internal->makeUnique();
   jsonChildren& from = *other.internal->children;
   jsonChildren& to = *internal->children;
+  to.inc(from.size);
   to.insert(to.size, from.begin(), from.size);
   from.size = 0;
 }

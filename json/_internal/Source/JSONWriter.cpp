@@ -65,7 +65,8 @@ void appendComment(std::string_view text, JSONOutput& output) {
   output.append(text);
 }
 
-/// Appends compacted text without the comment runs between its values.
+/// Appends compacted text without the comment runs between its values, so that what is written is
+/// JSON: a "#" run means something to this parser only.
 void appendWithoutComments(std::string_view text, JSONOutput& output) {
   while (!text.empty()) {
     const std::size_t stop = std::min(text.find_first_of("\"#"), text.size());

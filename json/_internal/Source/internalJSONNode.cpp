@@ -1,5 +1,6 @@
 #include "json/_internal/Source/internalJSONNode.h"
 
+#include <cmath>
 #include <vector>
 
 #include "json/_internal/Source/JSONSingleton.h"
@@ -102,7 +103,8 @@ void internalJSONNode::deleteInternal(internalJSONNode* body) noexcept {
     if (body->children != nullptr && body->children->size != 0) {
       JSONNode* const handle = body->children->array[body->children->size - 1];
       internalJSONNode* const child = handle->internal;
-      const bool isLast = --child->refcount == 0;
+      // A child that was moved out of the tree has left its handle empty.
+      const bool isLast = child != nullptr && --child->refcount == 0;
       if (isLast && child->children != nullptr && child->children->size != 0) {
         handle->internal = std::exchange(parent, body);
         body = child;
@@ -157,6 +159,7 @@ void internalJSONNode::becomeContainer(unsigned char newType) {
   }
   text.clear();
   textEncoded = false;
+  value = 0;
   type = newType;
   fetched = true;
 }
@@ -199,7 +202,9 @@ void internalJSONNode::Cast(char newType) {
     case JSON_NUMBER: {
       const double number = numericValue();
       const long long whole = NumberToString::truncate(number);
-      if (static_cast<double>(whole) == number) {
+      if (!std::isfinite(number)) {
+        Cast(JSON_NULL);  // JSON has no number for it
+      } else if (static_cast<double>(whole) == number) {
         Set(whole);
       } else {
         Set(number);
