@@ -64,9 +64,19 @@ export function checkedRequest(message, origin) {
 }
 
 /**
+ * True for pages that nobody on the network can alter on their way: https, and this computer's own.
+ * @param {URL} url
+ */
+function isTrustworthy(url) {
+  if (url.protocol === "https:") return true;
+  const own = /^(localhost|.+\.localhost|127(\.\d+){3}|\[::1\])$/;
+  return url.protocol === "http:" && own.test(url.hostname);
+}
+
+/**
  * The origin of a page's connection as the browser states it, or null for one that is not served:
- * only top frames of active http and https pages, so that a page is never spoken for by a frame
- * in it and the address a person sees is the one that is checked.
+ * only top frames of active https pages (http from this computer itself), so that a page is never
+ * spoken for by a frame in it and the address a person sees is the one that is checked.
  * @param {{id?: string, frameId?: number, tab?: object, url?: string, origin?: string, documentLifecycle?: string}} sender
  * @param {string} extensionId
  * @returns {string | null} Scheme, host name and port: no user information, path or fragment.
@@ -80,7 +90,7 @@ export function originOf(sender, extensionId) {
   } catch {
     return null;
   }
-  if (url.protocol !== "https:" && url.protocol !== "http:") return null;
+  if (!isTrustworthy(url)) return null;
   // A sandboxed page has an address like any other but the opaque origin "null".
   if (sender.origin !== undefined && sender.origin !== url.origin) return null;
   return url.origin;

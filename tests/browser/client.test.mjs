@@ -98,6 +98,8 @@ test("the extension states the origin and passes the protocol's members only", (
   const origins = [
     [{}, "https://page.test:8443"], [{ origin: "https://page.test:8443" }, "https://page.test:8443"], [{ origin: "null" }, null],
     [{ frameId: 3 }, null], [{ id: "other" }, null], [{ tab: undefined }, null], [{ url: undefined }, null], [{ url: "file:///page" }, null],
+    [{ url: "http://page.test/" }, null], [{ url: "http://127.evil.test/" }, null], [{ url: "http://a.localhost:8/x" }, "http://a.localhost:8"],
+    [{ url: "http://127.0.0.1/" }, "http://127.0.0.1"], [{ url: "http://[::1]:8/" }, "http://[::1]:8"],
     [{ documentLifecycle: "prerender" }, null], [{ url: "data:text/html,x" }, null],
   ];
   for (const [change, origin] of origins) assert.equal(originOf({ ...sender, ...change }, "me"), origin, JSON.stringify(change));
