@@ -48,6 +48,8 @@ TEST(NativeFraming, InputAndOutputToTheByte) {
       {"a zero byte ends the text but not the frame",
        HostProcess::frame(kVersionRequest + "\0, and more"s) + kVersionFrame,
        kVersionAnswer + kVersionAnswer},
+      {"so that a string may be left open",
+       HostProcess::frame(R"({"command":8,"x":")" + "\0\"}"s) + kVersionFrame, kVersionAnswer},
       {"999 bytes", HostProcess::frame(kVersionRequest + padding), kVersionAnswer},
       // A long message is not skipped: what follows is read as frames of its own.
       {"1000 bytes: two long lengths, then a request",
