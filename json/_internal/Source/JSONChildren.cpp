@@ -14,9 +14,14 @@ unsigned int jsonChildren::doubled(unsigned int slots) {
 }
 
 void jsonChildren::resize(unsigned int slots) {
-  auto block = std::make_unique_for_overwrite<JSONNode*[]>(slots);
-  std::copy(begin(), end(), block.get());
-  array = std::move(block);
+  if (array == nullptr && slots <= kFirstCapacity) {
+    array = firstSlots.data();
+  } else {
+    auto larger = std::make_unique_for_overwrite<JSONNode*[]>(slots);
+    std::copy(begin(), end(), larger.get());
+    block = std::move(larger);
+    array = block.get();
+  }
   capacity = slots;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <memory>
 
@@ -17,12 +18,12 @@ class jsonChildren {
   /// The handles must have been released before (releaseAll(), or by the release of the body).
   ~jsonChildren() = default;
 
-  std::unique_ptr<JSONNode*[]> array;
+  JSONNode** array = nullptr;  // the slots: the first ones below, or a block
   unsigned int size = 0;
   unsigned int capacity = 0;
 
-  [[nodiscard]] JSONNode** begin() const { return array.get(); }
-  [[nodiscard]] JSONNode** end() const { return array.get() + size; }
+  [[nodiscard]] JSONNode** begin() const { return array; }
+  [[nodiscard]] JSONNode** end() const { return array + size; }
 
   /// Makes room for one more: 8 slots at first, then twice as many.
   void inc() {
@@ -57,4 +58,8 @@ class jsonChildren {
   static constexpr unsigned int kFirstCapacity = 8;
   static unsigned int doubled(unsigned int slots);
   void resize(unsigned int slots);
+
+  // The usual capacity comes with the container, without an allocation of its own.
+  std::array<JSONNode*, kFirstCapacity> firstSlots{};
+  std::unique_ptr<JSONNode*[]> block;
 };
