@@ -150,14 +150,26 @@ template <char... Wanted>
 template <typename Kind>
 [[gnu::always_inline]] inline const char* copyUntil(const char* from, const char* end, char*& out) {
 #ifdef __SSE2__
-  for (; end - from >= kStride; from += kStride, out += kStride) {
-    const __m128i bytes = loadStride(from);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), bytes);
-    if (const unsigned int hits = Kind::matches(bytes); hits != 0) {
+  const auto copyStride = [&](std::ptrdiff_t offset) {
+    const __m128i bytes = loadStride(from + offset);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + offset), bytes);
+    return Kind::matches(bytes);
+  };
+  for (; end - from >= 2 * kStride; from += 2 * kStride, out += 2 * kStride) {
+    if (const unsigned int hits = copyStride(0) | copyStride(kStride) << kStride; hits != 0) {
       const int copied = std::countr_zero(hits);
       out += copied;
       return from + copied;
     }
+  }
+  if (end - from >= kStride) {
+    if (const unsigned int hits = copyStride(0); hits != 0) {
+      const int copied = std::countr_zero(hits);
+      out += copied;
+      return from + copied;
+    }
+    from += kStride;
+    out += kStride;
   }
   if (const std::ptrdiff_t length = end - from; length >= kShortest) {
     const unsigned int hits = scanShort<Kind>(from, length);

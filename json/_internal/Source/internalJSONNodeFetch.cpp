@@ -7,55 +7,6 @@
 #include "json/_internal/Source/JSONWorker.h"
 #include "json/_internal/Source/internalJSONNode.h"
 
-using json_detail::FreeList;
-using json_detail::JSONSource;
-
-namespace {
-
-/// The type that a value's text tells by its first byte and its last; null when it is malformed.
-char typeOf(std::string_view value) {
-  if (value.empty()) {
-    return JSON_NULL;
-  }
-  const auto endsWith = [value](char last) { return value.size() >= 2 && value.back() == last; };
-  switch (value.front()) {
-    case '"':  // a double quote by itself is no string
-      return endsWith('"') ? JSON_STRING : JSON_NULL;
-    case '[':
-      return endsWith(']') ? JSON_ARRAY : JSON_NULL;
-    case '{':
-      return endsWith('}') ? JSON_NODE : JSON_NULL;
-    case 't':
-    case 'f':
-      return value == jsonSingletonCONST_TRUE() || value == jsonSingletonCONST_FALSE() ? JSON_BOOL
-                                                                                       : JSON_NULL;
-    default:
-      return NumberToString::isNumeric(value) ? JSON_NUMBER : JSON_NULL;
-  }
-}
-
-}  // namespace
-
-internalJSONNode* internalJSONNode::newInternal(std::string_view name, std::string_view value,
-                                                const JSONSource& source) {
-  const char type = typeOf(value);
-  const bool isFetched = type == JSON_NULL || type == JSON_BOOL;
-  const std::string_view text = type == JSON_NULL ? jsonSingletonCONST_NULL() : value;
-  auto* const body = ::new (FreeList<internalJSONNode>::take())
-      internalJSONNode(static_cast<unsigned char>(type), name, text, isFetched, source);
-  JSONNode owner = JSONNodeAccess::adopt(body);
-  // A parsed name is written back as it is, even when it held escapes: nameEncoded stays false.
-  if (source.mayHoldEscapes()) {
-    JSONWorker::FixInto(body->name, name, source);
-  }
-  if (type == JSON_BOOL) {
-    body->value = value.front() == 't' ? 1 : 0;
-  } else if (type >= JSON_ARRAY) {
-    body->makeChildren();
-  }
-  return JSONNodeAccess::release(std::move(owner));
-}
-
 void internalJSONNode::FetchNow() {
   switch (type) {
     case JSON_STRING:
