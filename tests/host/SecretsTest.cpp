@@ -5,11 +5,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
 
+#include "host/WipeStack.h"
 #include "tests/host/TokenHost.h"
 
 namespace {
@@ -32,13 +34,9 @@ void waitUntilIdle(pid_t process) {
   }
 }
 
-/// How often each half of a PIN stands in the process's writable memory: a copy whose start a heap
-/// has overwritten is a copy all the same. Needs root: the host lets nobody else.
-std::string counts(const TokenHost& host, const std::string& pin) {
-  const pid_t process = host.process.pid();
-  waitUntilIdle(process);
-  const std::string halves[] = {pin.substr(0, pin.size() / 2), pin.substr(pin.size() / 2)};
-  std::size_t found[] = {0, 0};
+/// How often a text stands in a process's writable memory. Needs root: the host lets nobody else.
+std::size_t occurrences(pid_t process, const std::string& text) {
+  std::size_t found = 0;
   std::size_t writable = 0;
   std::ifstream maps(procFile(process, "maps"));
   std::ifstream memory(procFile(process, "mem"), std::ios::binary);
@@ -55,14 +53,19 @@ std::string counts(const TokenHost& host, const std::string& pin) {
     memory.seekg(static_cast<std::streamoff>(start));
     memory.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     writable += static_cast<std::size_t>(memory.gcount());
-    for (const int half : {0, 1}) {
-      for (std::size_t at = 0; (at = bytes.find(halves[half], at)) != std::string::npos; ++at) {
-        ++found[half];
-      }
-    }
+    for (std::size_t at = 0; (at = bytes.find(text, at)) != std::string::npos; ++at) ++found;
   }
   if (writable < 100'000) throw std::runtime_error("the process's memory cannot be read");
-  return std::to_string(found[0]) + " " + std::to_string(found[1]);
+  return found;
+}
+
+/// The same for each half of a PIN: a copy whose start a heap has overwritten is a copy all the
+/// same.
+std::string counts(const TokenHost& host, const std::string& pin) {
+  waitUntilIdle(host.process.pid());
+  const std::size_t half = pin.size() / 2;
+  return std::to_string(occurrences(host.process.pid(), pin.substr(0, half))) + " " +
+         std::to_string(occurrences(host.process.pid(), pin.substr(half)));
 }
 
 Requests typed(const std::string& pin) {
@@ -161,6 +164,38 @@ TEST_P(Secrets, NowhereOnceTheRegistryIsCleared) {
 INSTANTIATE_TEST_SUITE_P(Pins, Secrets,
                          testing::Values("831792645027194",
                                          "8317926450271946385017264938561702948371"));
+
+constexpr unsigned char kMark[] = {0x9B, 0x31, 0xE4, 0x77, 0xC2, 0x58, 0x8D, 0x16};
+
+/// Leaves a mark on the stack, 6 kB below the caller; nothing else in the process spells it.
+[[gnu::noinline]] void leaveOnStack() {
+  [[maybe_unused]] volatile char depth[6000];
+  for (std::size_t i = 0; i < sizeof kMark; ++i) depth[i] = static_cast<char>(kMark[i] ^ 0xFFU);
+}
+
+TEST(WipeStack, ClearsWhatACallLeftBehind) {
+  if (kSanitized || geteuid() != 0) GTEST_SKIP() << "looks at a process's memory as it is";
+  const auto start = [](bool wiping) {
+    const pid_t child = fork();
+    if (child == 0) {
+      leaveOnStack();
+      if (wiping) wipeStack<kMessageStackDepth>();
+      for (;;) pause();
+    }
+    return child;
+  };
+  const pid_t left = start(false);
+  const pid_t wiped = start(true);
+  // Spelt only now: the children have this process's memory.
+  std::string mark(std::begin(kMark), std::end(kMark));
+  for (char& byte : mark) byte = static_cast<char>(~byte);
+  for (const pid_t child : {left, wiped}) {
+    waitUntilIdle(child);
+    EXPECT_EQ(occurrences(child, mark), child == left ? 1U : 0U);
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+  }
+}
 
 /// What another process of the same user can open of a process: 1 environ, 2 mem, 4 ptrace.
 int openTo(pid_t process, bool dropRoot) {
