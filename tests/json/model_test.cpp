@@ -46,17 +46,14 @@ TEST(CopyOnWrite, TakesEveryFieldOfEveryBody) {
 }
 
 TEST(Moves, LeaveTreesThatCanBeDestroyed) {
-  JSONNode tree = JSONWorker::parse(R"({"a":{"b":[1]},"c":2})");
-  const JSONNode taken = std::move(tree["a"]);
-  EXPECT_EQ(taken.write(), R"({"b":[1]})");
-  JSONNode root = JSONWorker::parse(R"({"a":{"b":[1]},"c":2})");
-  root = std::move(root["a"]);
-  EXPECT_EQ(root.write(), R"({"b":[1]})");
-  JSONNode list = JSONWorker::parse("[3,1,2]");
-  std::sort(list.begin(), list.end(), [](const JSONNode& left, const JSONNode& right) {
+  JSONNode tree = JSONWorker::parse(R"({"a":{"b":[3,1,2]},"c":2})");
+  JSONNode taken = std::move(tree["a"]);
+  EXPECT_EQ(taken.write(), R"({"b":[3,1,2]})");
+  taken = std::move(taken["b"]);
+  std::sort(taken.begin(), taken.end(), [](const JSONNode& left, const JSONNode& right) {
     return left.as_int() < right.as_int();
   });
-  EXPECT_EQ(list.write(), "[1,2,3]");
+  EXPECT_EQ(taken.write(), "[1,2,3]");
 }
 
 TEST(CopyOnWrite, ProtectsTheParentFromTheFirstHandle) {
@@ -66,7 +63,6 @@ TEST(CopyOnWrite, ProtectsTheParentFromTheFirstHandle) {
   EXPECT_EQ(shares(child), 2U);
   child.push_back(JSONNode("late", 1));
   EXPECT_EQ(parent.write(), R"({"":{}})");
-  EXPECT_EQ(child.size(), 1U);
   EXPECT_EQ(shares(child), 1U);
   // A node may be appended to a copy of itself.
   child.push_back(child);
@@ -94,10 +90,7 @@ TEST(CopyOnWrite, HoldsForEveryOperationThatCanChange) {
       [](JSONNode& n) { n.at_nocase("A").set_name("x"); },
       [](JSONNode& n) { n.find("a")->set_name("x"); },
       [](JSONNode& n) { n.begin()->set_name("x"); },
-      [](JSONNode& n) {
-        JSONNode taker(JSON_NODE);
-        taker.merge(n);
-      },
+      [](JSONNode& n) { JSONNode(JSON_NODE).merge(n); },
   };
   for (const Change change : changes) {
     JSONNode node = JSONWorker::parse(R"({"a":1,"b":[true]})");
@@ -113,18 +106,15 @@ TEST(Lifetime, OfAMemberIsItsOwn) {
   JSONNode member;
   {
     JSONNode root =
-        JSONWorker::parse(R"({"long name of a member":"a text of more than 23 bytes"})");
+        JSONWorker::parse(R"({"a name of more than 23 bytes":"so long a text as well"})");
     member = root[0U];
   }
-  EXPECT_EQ(member.name(), "long name of a member");
-  EXPECT_EQ(member.as_string(), "a text of more than 23 bytes");
   const JSONNode copy = member.duplicate();
   member.set_name(std::string(30, 'n'));
   member.set_name(std::string(23, 'm'));
-  EXPECT_EQ(member.name(), std::string(23, 'm'));
-  EXPECT_EQ(copy.name(), "long name of a member");
-  JSONNode moved = std::move(member);
-  EXPECT_EQ(moved.as_string(), copy.as_string());
+  const JSONNode moved = std::move(member);
+  EXPECT_EQ(moved.name() + moved.as_string(), std::string(23, 'm') + "so long a text as well");
+  EXPECT_EQ(copy.name() + copy.as_string(), "a name of more than 23 bytesso long a text as well");
 }
 
 TEST(Laziness, ShowsInWhatIsFetched) {
@@ -156,17 +146,11 @@ TEST(Equality, IsAboutTypesNamesValuesAndOrder) {
 }
 
 TEST(Threads, MayEachHaveTheirOwnTrees) {
-  JSONNode here = JSONWorker::parse(R"({"a":[1,2,3]})");
+  JSONNode here = JSONWorker::parse("[[1,2,3]]");
   std::string there;
-  std::thread([&there] {
-    JSONNode node(JSON_NODE);
-    for (int i = 0; i < 100; ++i) {
-      node.push_back(JSONNode("n", i));
-    }
-    there = node[99U].as_string();
-  }).join();
-  EXPECT_EQ(there, "99");
-  EXPECT_EQ(here["a"].size(), 3U);
+  std::thread([&there] { there = JSONWorker::parse("[{},[4,[5]]]").duplicate().write(); }).join();
+  EXPECT_EQ(here[0U].size(), 3U);
+  EXPECT_EQ(there + here.write(), "[{},[4,[5]]][[1,2,3]]");
 }
 
 }  // namespace
