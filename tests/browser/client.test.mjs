@@ -4,27 +4,21 @@ import { test } from "node:test";
 import { parseListing, SigningClient } from "../../client/signing-client.js";
 import { checkedRequest, endReason, originOf } from "../../extension/protocol.js";
 
-/** A transport whose answers the test gives: a function of the request, or nothing for silence. */
-class TableTransport {
-  currentDomain = "https://page.test";
-  maxRequestBytes = 999;
-  sent = [];
-  constructor(answerTo) { this.answerTo = answerTo; }
-  async open() {}
-  close() {}
-  send(request) {
-    this.sent.push(request);
-    const answer = this.answerTo(request);
-    if (answer !== undefined) setImmediate(() => this.onAnswer(answer));
-  }
-}
-
 const envelope = (members) => ({
   error: false, errorMessage: "", lastError: 0, lastLowLevelError: 0, pinModuleName: "", missingPin: false, invalidPin: false,
   pinLength: 0, pinRetryCount: 0, ...members,
 });
+
+/** A client whose answers the test gives: a function of the request, or nothing for silence. */
 async function clientOf(answerTo, options) {
-  const transport = new TableTransport(answerTo);
+  const transport = {
+    currentDomain: "https://page.test", maxRequestBytes: 999, sent: [], async open() {}, close() {},
+    send(request) {
+      this.sent.push(request);
+      const answer = answerTo(request);
+      if (answer !== undefined) setImmediate(() => this.onAnswer(answer));
+    },
+  };
   const client = new SigningClient(transport, options);
   await client.open();
   return { client, transport };
@@ -33,16 +27,17 @@ async function clientOf(answerTo, options) {
 test("what the client refuses never reaches the host", async () => {
   const { client, transport } = await clientOf(({ command }) => envelope({ command, version: "1.1" }));
   const digest = (length) => new Uint8Array(length);
-  const refused = [
-    ["too-long", () => client.setPin("1".repeat(978))], ["too-long", () => client.setPin("é".repeat(489))],
-    ["too-long", () => client.setPin('"'.repeat(489))], ["too-long", () => client.initialise({ domains: "d".repeat(999), signature: "" })],
-    ["cert-id", () => client.certificate("AQ")], ["cert-id", () => client.certificate(undefined)], ["cert-id", () => client.sign("A?==", digest(32))],
-    ["digest", () => client.sign("AQ==", digest(31))], ["digest", () => client.sign("AQ==", "no base64")], ["digest", () => client.sign("AQ==", "")],
-    ["pin-character", () => client.typePinCharacter("")], ["pin-character", () => client.typePinCharacter("12")],
-    ["pin-character", () => client.typePinCharacter("é")], ["not-text", () => client.setPin(1234)], ["not-text", () => client.setPin("\ud83d")],
-    ["not-text", () => client.initialise({ domains: "d" })],
-  ];
-  for (const [kind, call] of refused) await assert.rejects(call, { name: "RequestError", kind, advice: /\w/ });
+  const refused = {
+    "too-long": [["setPin", "1".repeat(978)], ["setPin", "é".repeat(489)], ["setPin", '"'.repeat(489)],
+      ["initialise", { domains: "d".repeat(999), signature: "" }]],
+    "cert-id": [["certificate", "AQ"], ["certificate", undefined], ["sign", "A?==", digest(32)]],
+    digest: [["sign", "AQ==", digest(31)], ["sign", "AQ==", "no base64"], ["sign", "AQ==", ""]],
+    "pin-character": [["typePinCharacter", ""], ["typePinCharacter", "12"], ["typePinCharacter", "é"]],
+    "not-text": [["setPin", 1234], ["setPin", "\ud83d"], ["initialise", { domains: "d" }]],
+  };
+  for (const [kind, calls] of Object.entries(refused)) {
+    for (const [method, ...given] of calls) await assert.rejects(async () => client[method](...given), { name: "RequestError", kind, advice: /\w/ });
+  }
   assert.equal(transport.sent.length, 0);
   await client.setPin("1".repeat(977)); // exactly 999 bytes
   await client.setPin("\\ud83d \u{1f511}");
@@ -52,8 +47,7 @@ test("what the client refuses never reaches the host", async () => {
 
 test("one request is under way at a time, and an unanswered one ends the connection", async () => {
   const { client, transport } = await clientOf(({ command }) => (command === 8 ? envelope({ command, version: "1.1" }) : undefined), { timeoutMs: 30 });
-  const calls = [client.version(), client.setPin("1"), client.version()];
-  const outcomes = await Promise.allSettled(calls);
+  const outcomes = await Promise.allSettled([client.version(), client.setPin("1"), client.version()]);
   assert.deepEqual(outcomes.map(({ value, reason }) => value ?? reason.kind), ["1.1", "no-answer", "no-answer"]);
   assert.deepEqual(transport.sent.map(({ command }) => command), [8, 3]);
   await client.open();
@@ -85,9 +79,7 @@ test("a listing is cut by identifiers, and its bytes are read as UTF-8", () => {
     ["CN=a|b,C=CR|CN=abcd|efgh|AQID|CN=c|CN=d|BAUG", [["CN=a|b,C=CR", "CN=abcd|efgh", "AQID"], ["CN=c", "CN=d", "BAUG"]]],
     ["CN=caf\u00e9|CN=\\\\C3|AQID", [["CN=café", "CN=\\\\C3", "AQID"]]],
   ];
-  for (const [text, records] of cases) {
-    assert.deepEqual(parseListing(text).map(({ issuer, subject, id }) => [issuer, subject, id]), records, text);
-  }
+  for (const [text, records] of cases) assert.deepEqual(parseListing(text).map(({ issuer, subject, id }) => [issuer, subject, id]), records, text);
 });
 
 test("the extension states the origin and passes the protocol's members only", () => {
@@ -103,7 +95,7 @@ test("the extension states the origin and passes the protocol's members only", (
     [{ documentLifecycle: "prerender" }, null], [{ url: "data:text/html,x" }, null],
   ];
   for (const [change, origin] of origins) assert.equal(originOf({ ...sender, ...change }, "me"), origin, JSON.stringify(change));
-  assert.equal(endReason("No such native application org.signing_host.host"), "host-not-found");
-  assert.equal(endReason("Access to the specified native messaging host is forbidden."), "host-forbidden");
-  assert.equal(endReason("Native host has exited."), "host-ended");
+  const ends = { "No such native application org.signing_host.host": "host-not-found", "Native host has exited.": "host-ended",
+    "Access to the specified native messaging host is forbidden.": "host-forbidden" };
+  for (const [told, reason] of Object.entries(ends)) assert.equal(endReason(told), reason);
 });

@@ -5,7 +5,7 @@ import { createHash } from "node:crypto";
 import { existsSync, mkdirSync, readdirSync, readFileSync, writeFileSync } from "node:fs";
 import path from "node:path";
 import { test } from "node:test";
-import { build, domainList, extensionFor, hostProgram, inPage, isRoot, makeHome, root, servePages, startChromium, temporaryFolder, until } from "./support.mjs";
+import { build, call, connect, domainList, hostProgram, isRoot, openPage, root, startChromium, temporaryFolder, until } from "./support.mjs";
 
 const manifest = JSON.parse(readFileSync(path.join(root, "extension/manifest.json")));
 const chromiumId = [...createHash("sha256").update(Buffer.from(manifest.key, "base64")).digest("hex").slice(0, 32)]
@@ -15,11 +15,9 @@ const kSystemManifests = [
   "/usr/lib/mozilla/native-messaging-hosts"].map((folder) => `${folder}/org.signing_host.host.json`);
 
 function assertNamesTheExtension(file, host) {
-  const registered = JSON.parse(readFileSync(file));
-  assert.equal(registered.path, host);
-  const ids = registered.allowed_origins ?? registered.allowed_extensions;
+  const { path: program, allowed_origins, allowed_extensions } = JSON.parse(readFileSync(file));
   const expected = /mozilla/.test(file) ? manifest.browser_specific_settings.gecko.id : `chrome-extension://${chromiumId}/`;
-  assert.deepEqual(ids, [expected], file);
+  assert.deepEqual([program, allowed_origins ?? allowed_extensions], [host, [expected]], file);
 }
 
 const everything = (folder) => readdirSync(folder, { recursive: true }).sort();
@@ -40,22 +38,12 @@ test("the Debian package", {
   for (const file of kSystemManifests) assertNamesTheExtension(file, "/usr/bin/signing-host");
 
   await t.test("Chromium finds the host in the system's folder", async (t) => {
-    const home = makeHome(t, { register: false });
-    const address = await servePages(t);
-    const browser = await startChromium(t, home, extensionFor(home.home, "http://signer.localhost/*"));
-    const page = await browser.newPage();
-    await page.goto(address("signer.localhost"));
-    const listed = await inPage(page, async ({ SigningClient }, credentials) => {
-      const client = new SigningClient();
-      await client.open();
-      await client.initialise(credentials);
-      return client.list();
-    }, domainList("signer.localhost"));
-    assert.equal(listed.length, 1);
+    const { page } = await openPage(t, startChromium, { register: false });
+    await connect(page, domainList("signer.localhost"));
+    assert.equal((await call(page, "list")).length, 1);
   });
 
-  const files = execFileSync("dpkg", ["-L", "signing-host"], { encoding: "utf8" }).trim().split("\n");
-  const own = files.filter((file) => /signing.host/.test(file));
+  const own = execFileSync("dpkg", ["-L", "signing-host"], { encoding: "utf8" }).split("\n").filter((file) => /signing.host/.test(file));
   assert.ok(own.length >= 5, own.join());
   execFileSync("dpkg", ["--remove", "signing-host"], { stdio: "ignore" });
   assert.deepEqual(own.filter(existsSync), [], "removal leaves nothing");

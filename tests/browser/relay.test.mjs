@@ -4,58 +4,47 @@ import { createHash } from "node:crypto";
 import net from "node:net";
 import path from "node:path";
 import { test } from "node:test";
-import { domainList, hostsOf, inPage, kPin, makeHome, servePages, startChromium, startServer, until } from "./support.mjs";
+import { call, connect, domainList, hostsOf, kPin, openPage, startChromium, startServer, untilHosts } from "./support.mjs";
 
 async function freePort() {
-  const server = net.createServer().listen(0, "127.0.0.1");
-  await new Promise((resolve) => server.on("listening", resolve));
+  const server = net.createServer();
+  await new Promise((resolve) => server.listen(0, "127.0.0.1", resolve));
   const { port } = server.address();
   await new Promise((resolve) => server.close(resolve));
   return port;
 }
 
 test("a relay for one site", { timeout: 120_000 }, async (t) => {
-  const home = makeHome(t, { register: false });
-  const address = await servePages(t);
+  const { home, address, browser, page } = await openPage(t, startChromium, { sites: [], register: false });
   const port = await freePort();
   // As docs/relay.md has it.
-  await startServer(t, "websocketd", [`--port=${port}`, "--address=127.0.0.1", `--origin=${new URL(address("signer.localhost")).host}`,
-    "--maxforks=2", "--passenv=SOFTHSM2_CONF,SIGNING_HOST_PKCS11_MODULE", path.join(home.home, "host/signing-host"), "ws"],
-  { env: home.env }, (output) => output.includes("ws://"));
-  const browser = await startChromium(t, home, null);
-  const relay = [`ws://127.0.0.1:${port}/`, domainList("signer.localhost")];
-  const connect = (page) => inPage(page, async ({ SigningClient, WebsocketTransport }, [url, credentials]) => {
-    window.client = new SigningClient(new WebsocketTransport(url));
-    await client.open();
-    await client.initialise(credentials);
-  }, relay);
-  const page = await browser.newPage();
-  await page.goto(address("signer.localhost"));
+  await startServer(t, "websocketd", [`--port=${port}`, "--address=127.0.0.1", `--origin=${new URL(address("signer")).host}`, "--maxforks=2",
+    "--passenv=SOFTHSM2_CONF,SIGNING_HOST_PKCS11_MODULE", path.join(home.home, "host/signing-host"), "ws"], home.env, /ws:\/\//);
+  const relay = [domainList("signer.localhost"), `ws://127.0.0.1:${port}/`];
 
   await t.test("the whole conversation", async () => {
-    await connect(page);
-    const [{ id, subject }] = await inPage(page, () => client.list());
+    await connect(page, ...relay);
+    const [{ id, subject }] = await call(page, "list");
     assert.match(subject, /María Núñez Solís/);
-    const digest = createHash("sha256").update("x").digest("base64");
-    const sign = () => inPage(page, (_, [id, digest]) => client.sign(id, digest), [id, digest]);
+    const sign = () => call(page, "sign", id, createHash("sha256").update("x").digest("base64"));
     await assert.rejects(sign, { kind: "pin-missing" });
-    await inPage(page, (_, pin) => client.setPin(pin), kPin);
+    await call(page, "setPin", kPin);
     assert.equal(Buffer.from(await sign(), "base64").length, 256);
   });
 
   await t.test("a page of another origin gets no host", async () => {
     const other = await browser.newPage();
-    await other.goto(address("other.localhost"));
-    await assert.rejects(connect(other), { kind: "relay-unreachable" });
+    await other.goto(address("other"));
+    await assert.rejects(connect(other, ...relay), { kind: "relay-unreachable" });
     assert.equal(hostsOf(home).length, 1);
   });
 
   await t.test("no host stays when the client closes, or the tab without it", async () => {
-    await inPage(page, () => client.close());
-    await until("the host ended with its client", () => hostsOf(home).length === 0);
-    await connect(page);
+    await call(page, "close");
+    await untilHosts(home, 0);
+    await connect(page, ...relay);
     assert.equal(hostsOf(home).length, 1);
     await page.close();
-    await until("the host ended with its tab", () => hostsOf(home).length === 0);
+    await untilHosts(home, 0);
   });
 });
