@@ -7,7 +7,7 @@
 
 using json_detail::FreeList;
 
-void internalJSONNode::destroyOne(internalJSONNode* body) noexcept {
+[[gnu::always_inline]] inline void internalJSONNode::destroyOne(internalJSONNode* body) noexcept {
   if (body->children != nullptr) {
     dropChildren(*body);
   }
