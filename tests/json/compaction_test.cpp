@@ -14,52 +14,39 @@ std::string compacted(std::string_view text, bool escapeQuotes = true) {
   return std::string(JSONWorker::RemoveWhiteSpace(text, escapeQuotes).view());
 }
 
-struct Case {
-  std::string text;
-  std::string compact;
-};
-
 TEST(Compaction, KeepsWhatMattersAndCutsTheTextAtWhatCannotBeJson) {
+  struct Case {
+    std::string compact;
+    std::vector<std::string> texts;
+  };
   const std::vector<Case> cases{
-      {"", ""},
-      {" \t\r\n{ \"a b\" : 1 }\n", "{\"a b\":1}"},
-      {R"(["",""])", R"(["",""])"},
+      {"", {"", " \t\r\n"}},
+      {"{\"a b\":[~!\\]}", {" \t\r\n{ \"a b\" : [~ !\\] }\n"}},
       // Strings: nothing is filtered, a quote behind a backslash is hidden.
-      {"[\"\x01\x1F\x7F\xC3\xB1 \t\n#/*\"]", "[\"\x01\x1F\x7F\xC3\xB1 \t\n#/*\"]"},
-      {"[\"a\0b\"]"s, "[\"a\0b\"]"s},
-      {R"(["x\"y"])", "[\"x\\\x01y\"]"},
-      {R"(["x\\"])", R"(["x\\"])"},
-      {R"(["\\\"\n"])", "[\"\\\\\\\x01\\n\"]"},
+      {"[\"\",\"\x01\x1F\x7F\xC3\xB1 \t\n#/*\"]", {"[\"\", \"\x01\x1F\x7F\xC3\xB1 \t\n#/*\"]"}},
+      {"[\"a\0b\"]"s, {"[\"a\0b\" ]"s}},
+      {"[\"x\\\x01y\\\\\"]", {R"( ["x\"y\\"])"}},
+      {"[\"\\\\\\\x01\\n\"]", {R"(["\\\"\n"])"}},
       // Comments become marked runs.
-      {"/*c*/{}", "#c#{}"},
-      {"{/* a * b /c*/}", "{# a * b /c#}"},
-      {"[1,//x y\n2]", "[1,#x y#2]"},
-      {"[1,#x y\r\n2]", "[1,#x y\r#2]"},
-      {"/**//***/[]", "###*#[]"},
-      {"[]//end", "[]#end#"},
-      {"[]#", "[]##"},
-      {"[ /*\xC3\xB1 \" */ ]", "[#\xC3\xB1 \" #]"},
+      {"{# a * b /c#}", {"{/* a * b /c*/}"}},
+      {"[1,#x y#2]", {"[1,//x y\n2]", "[1,#x y\n2]"}},
+      {"[#x\r##\xC3\xB1 \" #]", {"[ #x\r\n /*\xC3\xB1 \" */ ]"}},
+      {"###*#[]#end#", {"/**//***/[]//end"}},
+      {"[]##", {"[]#", "[]//", "[]/*"}},
       // Cut off.
-      {"[1]\x01[2]", "[1]"},
-      {"[1]\0[2]"s, "[1]"},
-      {"[1\x7F]", "[1"},
-      {"[1]\xC3\xB1", "[1]"},
-      {"[1/2]", "[1"},
-      {"[1]/", "[1]"},
-      {"[\"open]", "[\"open]"},
-      {"[\"open\\", "[\"open\\"},
-      {"[\"open\\\"", "[\"open\\\x01"},
-      {"[1]/* open]", "[1]# open]#"},
-      {"[1]/*", "[1]##"},
-      {"[1]/* open *", "[1]# open *#"},
-      {"[~ !\\]", "[~!\\]"},
+      {"[1]", {"[1]\x01[2]", "[1]\0[2]"s, "[1]\xC3\xB1", "[1]/", "[1]/2"}},
+      {"[1", {"[1\x7F]", "[1/2]"}},
+      {"[\"open ]", {"[\"open ]"}},
+      {"[\"open\\", {"[\"open\\"}},
+      {"[\"open\\\x01", {"[\"open\\\""}},
+      {"[1]# open#", {"[1]/* open"}},
+      {"[1]# open *#", {"[1]/* open *"}},
   };
   for (const Case& c : cases) {
-    EXPECT_EQ(compacted(c.text), c.compact) << c.text;
+    for (const std::string& text : c.texts) {
+      EXPECT_EQ(compacted(text), c.compact) << text;
+    }
   }
-}
-
-TEST(Compaction, KeepsEscapedQuotesWhenTheyAreNotToBeHidden) {
   EXPECT_EQ(compacted(R"([ "a\"b" ])", false), R"(["a\"b"])");
 }
 
@@ -89,39 +76,31 @@ TEST(Compaction, RemembersThatAQuoteWasHidden) {
   EXPECT_EQ(JSONWorker::parse("[\"a\x01\"]").write(), "[\"a\"\"]");
 }
 
+// Brackets of the other kind do not count within a group.
 TEST(Separators, AreFoundAtTheTopLevelOnly) {
   constexpr std::size_t kNone = std::string_view::npos;
-  struct Search {
-    std::string_view text;
-    std::size_t start;
+  struct Places {
     std::size_t comma;
     std::size_t colon;
+    std::vector<std::string> texts;
   };
-  const std::vector<Search> searches{
-      {"", 0, kNone, kNone},
-      {"a,b:c", 0, 1, 3},
-      {"a,b:c", 2, kNone, 3},
-      {"a,b:c", 3, kNone, 3},
-      {"\",:\",:", 0, 4, 5},
-      {"\"open,:", 0, kNone, kNone},
-      {"[,:],:", 0, 4, 5},
-      {"{,:},:", 0, 4, 5},
-      {"[[,]:],:", 0, 6, 7},
-      {"[\"]\",],:", 0, 6, 7},
-      {"[}{],:", 0, 4, 5},  // brackets of the other kind do not count
-      {"{]},:", 0, 3, 4},
-      {"[,:", 0, kNone, kNone},
-      {"[\",:]", 0, kNone, kNone},
-      {"{{},:", 0, kNone, kNone},
-      {"],:", 0, kNone, kNone},
-      {"},:", 0, kNone, kNone},
-      {"\"a\0b\",:"sv, 0, 5, 6},
-      {"12345678901234567890\"123456789012345678\",[123456789012345678901]:", 0, 40, 64},
+  const std::vector<Places> cases{
+      {1, 3, {"a,b:c"}},
+      {4, 5, {"\",:\",:", "[,:],:", "{,:},:", "[}{],:"}},
+      {6, 7, {"[[,]:],:", "{{,}:},:", "[\"]\",],:"}},
+      {3, 4, {"{]},:"}},
+      {6, 5, {"\"a\0b\":,"s}},
+      {40, 64, {"12345678901234567890\"123456789012345678\",[123456789012345678901]:"}},
+      {kNone, kNone, {"", "\"open,:", "[,:", "[\",:]", "{{},:", "],:", "},:"}},
   };
-  for (const Search& s : searches) {
-    EXPECT_EQ(JSONWorker::FindNextRelevant<','>(s.text, s.start), s.comma) << s.text;
-    EXPECT_EQ(JSONWorker::FindNextRelevant<':'>(s.text, s.start), s.colon) << s.text;
+  for (const Places& c : cases) {
+    for (const std::string& text : c.texts) {
+      EXPECT_EQ(JSONWorker::FindNextRelevant<','>(text, 0), c.comma) << text;
+      EXPECT_EQ(JSONWorker::FindNextRelevant<':'>(text, 0), c.colon) << text;
+    }
   }
+  EXPECT_EQ(JSONWorker::FindNextRelevant<','>("a,b:c", 2), kNone);
+  EXPECT_EQ(JSONWorker::FindNextRelevant<':'>("a,b:c", 3), 3U);
 }
 
 }  // namespace

@@ -44,39 +44,34 @@ TEST(Escapes, AreMadeForEveryByteOutsidePrintableAscii) {
   EXPECT_EQ(escaped(""), "");
 }
 
+JSONNode named(char type, std::string_view name) {
+  JSONNode node(type);
+  node.set_name(name);
+  return node;
+}
+
 TEST(Writing, FixesEveryByteOfBothForms) {
   JSONNode answer(JSON_NODE);
-  EXPECT_EQ(answer.write(), "{}");
-  EXPECT_EQ(answer.write_formatted(), "{}");
+  EXPECT_EQ(answer.write() + answer.write_formatted(), "{}{}");
   answer.push_back(JSONNode("command", 3));
   answer.push_back(JSONNode("error", "x/y"));
   EXPECT_EQ(answer.write(1024), R"({"command":3,"error":"x\/y"})");
   EXPECT_EQ(answer.write_formatted(2048), "{\n\t\"command\" : 3,\n\t\"error\" : \"x\\/y\"\n}");
 
-  JSONNode list(JSON_ARRAY);
+  JSONNode list = named(JSON_ARRAY, "l");
   list.push_back(JSONNode("ignored", 1));
   list.push_back(JSONNode("", true));
-  JSONNode tree(JSON_NODE);
-  tree.set_name("root");  // never written
+  JSONNode tree = named(JSON_NODE, "never written");
   tree.push_back(JSONNode("t/\"\xC3", "tab\tline\nquote\""));
-  JSONNode empty(JSON_ARRAY);
-  empty.set_name("e");
-  tree.push_back(empty);
-  list.set_name("l");
+  tree.push_back(named(JSON_ARRAY, "e"));
   tree.push_back(list);
-  JSONNode null(JSON_NULL);
-  null.set_name("n");
-  tree.push_back(null);
+  tree.push_back(named(JSON_NULL, "n"));
   EXPECT_EQ(tree.write(),
             "{\"t\\/\\\"\\u00C3\":\"tab\\tline\\nquote\\\"\",\"e\":[],\"l\":[1,true],\"n\":null}");
   EXPECT_EQ(tree.write_formatted(),
             "{\n\t\"t\\/\\\"\\u00C3\" : \"tab\\tline\\nquote\\\"\",\n\t\"e\" : [],\n\t\"l\" : [\n"
             "\t\t1,\n\t\ttrue\n\t],\n\t\"n\" : null\n}");
-}
-
-TEST(Writing, GivesNothingForARootThatIsNoContainer) {
-  EXPECT_EQ(JSONNode("n", "text").write(), "");
-  EXPECT_EQ(JSONNode("n", 1).write_formatted(), "");
+  EXPECT_EQ(JSONNode("n", "text").write() + JSONNode("n", 1).write_formatted(), "");
 }
 
 TEST(Writing, IndentsByOneTabPerLevelHoweverDeep) {
