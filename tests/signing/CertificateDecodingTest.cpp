@@ -3,7 +3,6 @@
 #include <prtime.h>
 
 #include <cstring>
-#include <stdexcept>
 
 #include "tests/signing/ServiceFixture.h"
 
@@ -27,31 +26,25 @@ std::string joined(const char* list) {
 /// NSS runs while the service lives.
 class CertificateDecoding : public ServiceTest {
  protected:
-  static CertificateHandle decode(const std::string& der, bool copyDER = true,
-                                  const char* nickname = nullptr) {
+  CertificateHandle decode(const std::string& der, bool copyDER = true, const char* nickname = "") {
     // Exactly as long as the certificate, so that a sanitizer sees a read behind its end.
-    bytes.assign(der.begin(), der.end());
-    bytes.shrink_to_fit();
+    bytes = std::vector<unsigned char>(der.begin(), der.end());
     const SECItem item{siBuffer, bytes.data(), static_cast<unsigned int>(bytes.size())};
     return certificate::CERT_DecodeDERCertificate(item, copyDER, nickname);
   }
 
-  static CertificateHandle made(const CertificateFields& fields) {
-    CertificateHandle certificate = decode(makeCertificate(fields));
-    if (!certificate) throw std::runtime_error("not decoded");
-    return certificate;
+  CertificateHandle made(const CertificateFields& fields) {
+    return decode(makeCertificate(fields));
   }
 
-  static inline std::vector<unsigned char> bytes;
+  std::vector<unsigned char> bytes;
   std::unique_ptr<Service> service = authorizedService();
 };
 
 TEST_F(CertificateDecoding, FillsTheRecord) {
   const std::string der = makeCertificate({});
-  const CertificateHandle shared = decode(der, false);
-  ASSERT_TRUE(shared);
-  EXPECT_EQ(shared->derCert.data, bytes.data());
-  EXPECT_EQ(shared->nickname, nullptr);
+  const CertificateHandle shared = decode(der, false, nullptr);
+  EXPECT_TRUE(shared && shared->derCert.data == bytes.data() && shared->nickname == nullptr);
   char nickname[] = "Certificado";
   const CertificateHandle copied = decode(der, true, nickname);
   ASSERT_TRUE(copied);
@@ -69,18 +62,18 @@ TEST_F(CertificateDecoding, FillsTheRecord) {
 
 TEST_F(CertificateDecoding, ReadsKeyUsageFromTheFirstByteAloneAndTheKeyIdentifier) {
   const std::string hash = test_support::publicKeySha1();
-  const std::tuple<const char*, const char*, unsigned int, bool, std::string> kCases[]{
-      {"keyUsage", "digitalSignature,nonRepudiation", 0xC0, true, hash},
-      {"keyUsage", "keyAgreement,decipherOnly", 0x08, true, hash},
-      {"keyUsage", "DER:030200FF", 0xFF, true, hash},
-      {"keyUsage", "DER:030100", 0, true, hash},  // a bit string without a byte
-      {"subjectKeyIdentifier", "DER:0403010203", 0xFF, false, "\x01\x02\x03"},
-      {"subjectKeyIdentifier", "DER:0400", 0xFF, false, hash}};  // empty: as if there were none
-  for (const auto& [extension, value, usage, present, keyId] : kCases) {
+  const std::tuple<std::string, const char*, unsigned int, std::string> kCases[]{
+      {"keyUsage", "keyAgreement,decipherOnly", 0x08, hash},
+      {"keyUsage", "DER:030200FF", 0xFF, hash},
+      {"keyUsage", "DER:030100", 0, hash},  // a bit string without a byte
+      {"subjectKeyIdentifier", "DER:0403010203", 0xFF, "\x01\x02\x03"},
+      {"subjectKeyIdentifier", "DER:0400", 0xFF, hash}};  // empty: as if there were none
+  for (const auto& [extension, value, usage, keyId] : kCases) {
     const CertificateHandle certificate = made({.extensions = {{extension, value}}});
+    ASSERT_TRUE(certificate) << value;
     EXPECT_EQ(certificate->keyUsage, usage) << value;
     EXPECT_EQ(certificate->rawKeyUsage, usage) << value;
-    EXPECT_EQ(certificate->keyUsagePresent, present ? PR_TRUE : PR_FALSE) << value;
+    EXPECT_EQ(certificate->keyUsagePresent != PR_FALSE, extension == "keyUsage") << value;
     EXPECT_EQ(text(certificate->subjectKeyID), keyId) << value;
   }
 }
@@ -99,9 +92,8 @@ TEST_F(CertificateDecoding, GathersEmailAddressesInOrder) {
         .extensions = {{"subjectAltName", kAlternativeNames}}},
        "first@a.test,second@a.test,c@b,d@b,f@b,e@b,"},
       {{.subject = {{"emailAddress", "One@A.test"}, {"emailAddress", "Two@A.test"}},
-        .extensions = {{"subjectAltName", "email:One@A.test"}}},
+        .extensions = {{"subjectAltName", "DNS:d.test,IP:1.2.3.4,email:One@A.test"}}},
        "one@a.test,one@a.test,"},
-      {alternative("DNS:d.test,IP:1.2.3.4,email:A@b.test"), "a@b.test,"},
       {alternative("DER:30088103610a62810163"), "a\\0ab,c,"},
       // Escapes grow, so a text can outgrow the certificate and is left out.
       {alternative("DER:308207d7818207d0" + test_support::hex(std::string(2000, '\n')) + "810163"),
@@ -127,10 +119,9 @@ TEST_F(CertificateDecoding, FindsTheFirstElementOfATagOnTheHeapToo) {
 }
 
 TEST_F(CertificateDecoding, DamagedCertificatesNeitherCrashNorLeak) {
-  const std::string der = makeCertificate({.subject = {{"emailAddress", "a@b.test"}},
-                                           .extensions = {{"subjectAltName", kAlternativeNames},
-                                                          {"keyUsage", "digitalSignature"},
-                                                          {"subjectKeyIdentifier", "hash"}}});
+  const std::string der = makeCertificate(
+      {.subject = {{"emailAddress", "a@b.test"}},
+       .extensions = {{"subjectAltName", kAlternativeNames}, {"subjectKeyIdentifier", "hash"}}});
   unsigned int decoded = 0;
   for (std::size_t at = 0; at < der.size(); ++at) {
     EXPECT_FALSE(decode(der.substr(0, at))) << at;

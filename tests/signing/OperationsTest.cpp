@@ -77,35 +77,29 @@ TEST_F(Operations, AskTheTokenExactly) {
 }
 
 TEST_F(Operations, OnATokenThatLacksThingsOrLies) {
-  const std::string kOpen = "Initialize GetSlotList GetSlotList OpenSession ";
-  const std::string kFind = kOpen + "FindObjectsInit FindObjects ";
-  const std::string kClose = "FindObjectsFinal CloseSession Finalize";
-  const std::string kNext = "FindObjects GetAttributeValue GetAttributeValue FindObjects ";
-  const std::string kLogin = kOpen + "Login FindObjectsInit FindObjects FindObjectsFinal ";
-  const std::string kLogout = "Logout CloseSession Finalize";
-  const std::string der = hex(makeCertificate({.subject = {{"CN", "b"}}}));
-  const std::string two = "certificate 01 hex " + der + "\ncertificate 01ab hex " + der + "\n";
-  const std::string second = "CN=Test Authority|CN=b|Aas=";
-  const std::tuple<Operation, std::string, std::string, std::string, std::string> kRows[]{
-      {list, "slots none", "Initialize GetSlotList Finalize", "12 0 No se encontro ningun slot",
-       ""},
-      {list, "lie slots 2 0", "Initialize GetSlotList GetSlotList Finalize",
-       "12 0 No se encontro ningun slot", ""},
-      {list, two + "lie length CKA_VALUE asked 1048577 object 1",
-       kFind + "GetAttributeValue " + kNext + kClose, "12 19 get attribute value", second},
-      {list, two + "lie length CKA_ID read 2 object 1",
-       kFind + "GetAttributeValue GetAttributeValue " + kNext + kClose,
-       "12 336 get attribute value", second},
-      {retrieve, "key 01ab\ncertificate 01 hex 00", kFind + kClose, "0 0 ", ""},
-      {sign, "key 01\ncertificate 01ab hex 00", kLogin + kLogout, "0 0 ", ""},
-      {sign, "key 01ab\nlie signature 1 2049", kLogin + "SignInit Sign " + kLogout,
-       "12 336 sign final", ""}};
-  for (const auto& [operation, objects, log, error, result] : kRows) {
-    SCOPED_TRACE(objects);
+  const std::string noSlot = "12 0 No se encontro ningun slot";
+  const std::string next = "GetAttributeValue FindObjects FindObjectsFinal CloseSession Finalize";
+  const std::string certificate = "certificate 01ab hex " + hex(makeCertificate({})) + "\n";
+  // The token's objects and lies; the last calls and the error.
+  const std::tuple<Operation, std::string, std::string, std::string> kRows[]{
+      {list, "slots none", "Initialize GetSlotList Finalize", noSlot},
+      {list, "lie slots 2 0", "GetSlotList GetSlotList Finalize", noSlot},
+      {list, certificate + "lie length CKA_VALUE asked 1048577", "FindObjects " + next,
+       "12 19 get attribute value"},
+      {list, certificate + "lie length CKA_ID read 3", "GetAttributeValue " + next,
+       "12 336 get attribute value"},
+      {retrieve, "key 01ab\ncertificate 01 hex 00",
+       "FindObjects FindObjectsFinal CloseSession Finalize", "0 0 "},
+      {sign, "key 01\n" + certificate, "FindObjects FindObjectsFinal Logout CloseSession Finalize",
+       "0 0 "},
+      {sign, "key 01ab\nlie signature 1 2049", "Sign Logout CloseSession Finalize",
+       "12 336 sign final"}};
+  for (const auto& [operation, objects, lastCalls, error] : kRows) {
+    SCOPED_TRACE(error + " " + lastCalls);
     script(objects);
     const auto fresh = authorizedService();
-    EXPECT_EQ(operation(*fresh), result);
-    EXPECT_EQ(calls(), log);
+    EXPECT_EQ(operation(*fresh), "");
+    EXPECT_TRUE(calls().ends_with(lastCalls)) << calls();
     EXPECT_EQ(errorOf(*fresh), error);
   }
 }
@@ -137,7 +131,7 @@ TEST_F(Operations, TheListingKeepsWhatCanSignNowInTheTokensOrder) {
 TEST_F(Operations, BadSigningInputIsRefusedOnlyAfterTheLogin) {
   std::vector<std::pair<std::string, std::string>> inputs{
       {"Aas=", ""}, {"Aas=", "!"}, {"!", kDigest}, {"", kDigest}};
-  for (const unsigned int length : {1U, 15U, 17U, 19U, 21U, 31U, 33U, 48U, 64U}) {
+  for (const unsigned int length : {1U, 15U, 17U, 19U, 21U, 31U, 33U, 64U}) {
     inputs.emplace_back("Aas=", test_support::base64(std::string(length, '\x5A')));
   }
   for (const auto& [certId, digest] : inputs) {

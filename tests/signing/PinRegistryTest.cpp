@@ -11,8 +11,7 @@ class PinRegistry : public ServiceTest {};
 
 TEST_F(PinRegistry, QuestionsAreAnsweredInKeyOrderAndFillNothing) {
   EXPECT_FALSE(MissingPin() || InvalidPin() || Util::MissingPin() || Util::InvalidPin());
-  EXPECT_EQ(Util::MissingPines(), Names());
-  EXPECT_EQ(Util::InvalidPines(), Names());
+  EXPECT_TRUE(Util::MissingPines().empty() && Util::InvalidPines().empty());
   EXPECT_EQ(Util::InvalidPinRetries(kModule), 0);
   EXPECT_TRUE(gPines.empty());
 
@@ -24,18 +23,20 @@ TEST_F(PinRegistry, QuestionsAreAnsweredInKeyOrderAndFillNothing) {
   EXPECT_TRUE(Util::InvalidPin());
   EXPECT_EQ(Util::InvalidPines(), (Names{"a", "b"}));
   EXPECT_EQ(Util::MissingPines(), (Names{"A", "B", "b"}));
+  Service("", "", "").ClearPin();
+  EXPECT_TRUE(gPines.empty());
 }
 
 TEST_F(PinRegistry, OnlyADifferentPinClearsTheFlagAndNoneClearsTheCount) {
-  Util::SetPin(kModule, "1234");
+  gPines[kModule].pin = "1234";
   gPines[kModule].invalid = true;
   gPines[kModule].retries = 2;
-  Util::SetPin(kModule, "1234");
-  EXPECT_TRUE(InvalidPin());
-  Util::SetPin(kModule, std::string("1234\0", 5));  // bytes, not C strings
-  EXPECT_FALSE(InvalidPin());
-  EXPECT_EQ(gPines[kModule].pin, std::string("1234\0", 5));
-  EXPECT_EQ(Util::InvalidPinRetries(kModule), 2);
+  for (const std::string& pin : {std::string("1234"), std::string("1234\0", 5)}) {  // not C strings
+    Util::SetPin(kModule, pin);
+    EXPECT_EQ(InvalidPin(), pin.size() == 4);
+    EXPECT_EQ(gPines[kModule].pin, pin);
+    EXPECT_EQ(Util::InvalidPinRetries(kModule), 2);
+  }
 }
 
 TEST_F(PinRegistry, AReplacedOrDestroyedPinLeavesNoTrace) {

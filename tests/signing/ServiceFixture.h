@@ -21,11 +21,8 @@ class Service : public DigitalSignatureUtilPkcs11 {
   Service(const std::string& domainsSignature, const std::string& list, const std::string& page)
       : DigitalSignatureUtilPkcs11("not used", domainsSignature, list, page) {}
 
-  using DigitalSignatureUtil::currentDomain;
   using DigitalSignatureUtil::domainList;
-  using DigitalSignatureUtil::domains;
   using DigitalSignatureUtil::lastError;
-  using DigitalSignatureUtil::signature;
   using DigitalSignatureUtilPkcs11::Login;
   using DigitalSignatureUtilPkcs11::SetErrorInfo;
 };
@@ -61,11 +58,10 @@ class ServiceTest : public testing::Test {
   }
 
   /// A page of shop.example.test under a list that the operator signed.
-  template <typename Type = Service>
-  static std::unique_ptr<Type> authorizedService() {
+  static std::unique_ptr<Service> authorizedService() {
     constexpr char kDomains[] = "example.test|other.test";
     static const std::string signature = test_support::signSha1(DOMAINS_PRIVATE_KEY, kDomains);
-    return std::make_unique<Type>(signature, kDomains, "https://shop.example.test/sign");
+    return std::make_unique<Service>(signature, kDomains, "https://shop.example.test/sign");
   }
 
   /// The token's calls as one text, without the "C_".
