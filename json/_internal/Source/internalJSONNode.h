@@ -24,7 +24,8 @@ class internalJSONNode {
   /// A new, empty body of a type, with one share.
   static internalJSONNode* newInternal(char type);
   /// A body for a name and a value in compacted text; both are slices of `source`. The first byte
-  /// of the value tells its type; what is not well formed at its ends becomes null.
+  /// of the value tells its type; what is not well formed at its ends becomes null. For the
+  /// splitting in JSONWorker.cpp alone, where it is defined so that it can be inlined.
   static internalJSONNode* newInternal(std::string_view name, std::string_view value,
                                        const json_detail::JSONSource& source);
   /// A deep copy with one share: every child of every level is copied too.
