@@ -47,9 +47,9 @@ TEST_F(PinRegistry, AReplacedOrDestroyedPinLeavesNoTrace) {
     PinInfoStruct shorter;
     shorter.pin = "1";
     *record = shorter;
-    // The rest of the storage that held the longer text, small-string buffer or heap alike.
-    record->pin.resize(record->pin.capacity());
-    EXPECT_EQ(record->pin.find(pin[1], 1), std::string::npos);
+    // The whole buffer that held the longer text, within the record or on the heap.
+    const std::string_view buffer(record->pin.data(), record->pin.capacity());
+    EXPECT_EQ(buffer.find(pin[1]), std::string_view::npos);
     record->pin = pin.substr(0, 8);
     record->~PinInfoStruct();
     const std::string_view bytes(reinterpret_cast<const char*>(storage), sizeof storage);
