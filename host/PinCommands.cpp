@@ -1,5 +1,3 @@
-#include <string.h>  // NOLINT(modernize-deprecated-headers): explicit_bzero
-
 #include <algorithm>
 
 #include "host/Pkcs11NativeMessagingHost.h"
