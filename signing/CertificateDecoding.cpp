@@ -57,10 +57,20 @@ bool copyNameText(PLArenaPool* arena, CERTName* name, char*& copy) {
   return !text || copy != nullptr;
 }
 
+/// The same for the issuer's name, from the sibling's text where the issuers are the same.
+bool copyIssuerText(CERTCertificate& certificate, const CERTCertificate* sibling) {
+  if (sibling == nullptr || sibling->issuerName == nullptr ||
+      SECITEM_ItemsAreEqual(&sibling->derIssuer, &certificate.derIssuer) == PR_FALSE) {
+    return copyNameText(certificate.arena, &certificate.issuer, certificate.issuerName);
+  }
+  certificate.issuerName = PORT_ArenaStrdup(certificate.arena, sibling->issuerName);
+  return certificate.issuerName != nullptr;
+}
+
 }  // namespace
 
-CertificateHandle CERT_DecodeDERCertificate(const SECItem& der, bool copyDER,
-                                            const char* nickname) {
+CertificateHandle CERT_DecodeDERCertificate(const SECItem& der, bool copyDER, const char* nickname,
+                                            const CERTCertificate* sibling) {
   // An empty text of bytes is no certificate, and no input for NSS's decoder.
   if (der.data == nullptr || der.len == 0) {
     return nullptr;
@@ -95,7 +105,7 @@ CertificateHandle CERT_DecodeDERCertificate(const SECItem& der, bool copyDER,
     return nullptr;
   }
   if (!copyNameText(arena.get(), &certificate->subject, certificate->subjectName) ||
-      !copyNameText(arena.get(), &certificate->issuer, certificate->issuerName)) {
+      !copyIssuerText(*certificate, sibling)) {
     return nullptr;
   }
   certificate->referenceCount = 1;

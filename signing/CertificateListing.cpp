@@ -1,6 +1,7 @@
 #include <prtime.h>
 
 #include <array>
+#include <utility>
 
 #include "signing/Base64.h"
 #include "signing/CertificateDecoding.h"
@@ -11,9 +12,9 @@ namespace {
 
 constexpr unsigned int kSigningUsage = KU_DIGITAL_SIGNATURE | KU_NON_REPUDIATION;
 
-CertificateHandle decodeCertificate(std::vector<CK_BYTE>& der) {
+CertificateHandle decodeCertificate(std::vector<CK_BYTE>& der, const CERTCertificate* sibling) {
   SECItem item{siBuffer, der.data(), static_cast<unsigned int>(der.size())};
-  return certificate::CERT_DecodeDERCertificate(item, true, "Certificado");
+  return certificate::CERT_DecodeDERCertificate(item, true, "Certificado", sibling);
 }
 
 /// True when the certificate is meant for signing and now lies within its validity.
@@ -32,6 +33,17 @@ bool canSignNow(const CERTCertificate& certificate) {
 
 /// The text, or the empty text where NSS could not write the name.
 const char* nameText(const char* name) { return name != nullptr ? name : ""; }
+
+void appendRecord(std::string& listing, const CERTCertificate& certificate, std::span<CK_BYTE> id) {
+  if (!listing.empty()) {
+    listing += '|';
+  }
+  listing += nameText(certificate.issuerName);
+  listing += '|';
+  listing += nameText(certificate.subjectName);
+  listing += '|';
+  listing += encodeBase64(id);
+}
 
 }  // namespace
 
@@ -63,24 +75,21 @@ std::string DigitalSignatureUtilPkcs11::listSigningCertificates(CK_SESSION_HANDL
     return {};
   }
   std::string listing;
+  CertificateHandle sibling;
   for (auto object = findObject(session, "Find first object"); object;
        object = findObject(session, "Find other objects")) {
     std::vector<Bytes> values = readAttributes(session, *object, kRead);
     if (values.empty() || values[0].empty() || values[1].empty()) {
       continue;
     }
-    const CertificateHandle certificate = decodeCertificate(values[1]);
-    if (!certificate || !canSignNow(*certificate)) {
+    CertificateHandle certificate = decodeCertificate(values[1], sibling.get());
+    if (!certificate) {
       continue;
     }
-    if (!listing.empty()) {
-      listing += '|';
+    if (canSignNow(*certificate)) {
+      appendRecord(listing, *certificate, values[0]);
     }
-    listing += nameText(certificate->issuerName);
-    listing += '|';
-    listing += nameText(certificate->subjectName);
-    listing += '|';
-    listing += encodeBase64(values[0]);
+    sibling = std::move(certificate);
   }
   return listing;
 }

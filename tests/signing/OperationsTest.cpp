@@ -128,6 +128,20 @@ TEST_F(Operations, TheListingKeepsWhatCanSignNowInTheTokensOrder) {
   EXPECT_EQ(errorOf(*service), "0 0 ");
 }
 
+TEST_F(Operations, TheListingTellsIssuersApart) {
+  const std::string der = makeCertificate({});
+  std::string other = der;
+  other.replace(other.find("Test Authority"), 4, "Next");  // as long; signatures are not verified
+  std::string objects;
+  for (const std::string& certificate : {der, other, other, der}) {
+    objects += "certificate 01 hex " + hex(certificate) + "\n";
+  }
+  script(objects);
+  const std::string test = "CN=Test Authority|CN=Signer,C=CR|AQ==";
+  const std::string next = "CN=Next Authority|CN=Signer,C=CR|AQ==";
+  EXPECT_EQ(list(*service), test + "|" + next + "|" + next + "|" + test);
+}
+
 TEST_F(Operations, BadSigningInputIsRefusedOnlyAfterTheLogin) {
   std::vector<std::pair<std::string, std::string>> inputs{
       {"Aas=", ""}, {"Aas=", "!"}, {"!", kDigest}, {"", kDigest}};
