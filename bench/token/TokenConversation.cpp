@@ -9,11 +9,6 @@
 
 namespace {
 
-// The token's signing certificate has the CKA_ID 01. All subjects sign a digest of 32 zero bytes.
-constexpr const char* kRetrieve = R"({"command":4,"certId":"AQ=="})";
-constexpr const char* kSign =
-    R"({"command":5,"certId":"AQ==","digest":"AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA="})";
-
 std::string contents(const std::string& file) {
   std::ifstream stream(file, std::ios::binary);
   return {std::istreambuf_iterator<char>(stream), {}};
@@ -33,26 +28,23 @@ TokenConversation::TokenConversation(const std::string& host, const BenchToken& 
   child.ask(token.initialize);
 }
 
-std::string TokenConversation::result(const std::string& request, const char* member) {
-  const std::string answer(child.ask(request));
-  std::string text = JSONWorker::parse(answer)[member].as_string();
+std::string TokenConversation::result(const TokenRequest& request, std::string_view answer) {
+  std::string text = JSONWorker::parse(std::string(answer))[request.resultName].as_string();
   if (text.empty()) {
-    fail("the host answered " + answer);
+    fail("the host answered " + std::string(answer));
   }
   return text;
 }
 
 std::size_t TokenConversation::list() {
   // Records of issuer, subject and identifier, all joined by bars.
-  const std::string listing = result(R"({"command":2})", "certificates");
+  const std::string listing = result(kList, ask(kList));
   return (static_cast<std::size_t>(std::count(listing.begin(), listing.end(), '|')) + 1) / 3;
 }
 
-void TokenConversation::retrieve() { result(kRetrieve, "certificate"); }
-
-void TokenConversation::sign() { result(kSign, "pkcs1"); }
+void TokenConversation::sign() { result(kSign, ask(kSign)); }
 
 void TokenConversation::enterPin() {
-  child.ask(kSign);
+  ask(kSign);
   child.ask(R"({"command":3,"pin":")" + pin + R"("})");
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "bench/driver/Child.h"
 
@@ -14,24 +15,38 @@ struct BenchToken {
   std::string initialize;  ///< the Initialize request, with a signed domain list
 };
 
-/// The host in conversation about one token. An answer that reports an error ends the benchmark.
+/// A request about a token, and the member of the answer that holds its result.
+struct TokenRequest {
+  const char* text;
+  const char* resultName;
+};
+
+// The token's signing certificate has the CKA_ID 01. All subjects sign a digest of 32 zero bytes.
+inline constexpr TokenRequest kList{R"({"command":2})", "certificates"};
+inline constexpr TokenRequest kRetrieve{R"({"command":4,"certId":"AQ=="})", "certificate"};
+inline constexpr TokenRequest kSign{
+    R"({"command":5,"certId":"AQ==","digest":"AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA="})",
+    "pkcs1"};
+
+/// The host in conversation about one token. A result that is empty ends the benchmark.
 class TokenConversation {
  public:
   TokenConversation(const std::string& host, const BenchToken& token);
 
   /// Returns the number of certificates listed.
   std::size_t list();
-  void retrieve();
   /// Signs with the PIN already given, see `enterPin`.
   void sign();
+  /// The answer to a request as it came, valid until the next one: what is timed.
+  std::string_view ask(const TokenRequest& request) { return child.ask(request.text); }
+  /// The result in an answer.
+  static std::string result(const TokenRequest& request, std::string_view answer);
   /// Provokes the question for the PIN with a first signing, then answers it.
   void enterPin();
 
   Child& process() { return child; }
 
  private:
-  std::string result(const std::string& request, const char* member);
-
   Child child;
   std::string pin;
 };
