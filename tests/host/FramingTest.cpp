@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
 #include <string>
+#include <thread>
 
 #include "tests/host/TokenHost.h"
 
@@ -9,12 +11,12 @@ namespace {
 
 using namespace std::string_literals;
 
-const std::string kVersionFrame = HostProcess::frame(kVersionRequest);
-const std::string kVersionAnswer = HostProcess::frame(indented(kFreshVersion));
+const std::string kVersionFrame = frame(kVersionRequest);
+const std::string kVersionAnswer = frame(indented(kFreshVersion));
 
 std::string refusals(int count) {
   std::string text;
-  while (count-- > 0) text += HostProcess::frame(indented(kTooLong));
+  while (count-- > 0) text += frame(indented(kTooLong));
   return text;
 }
 
@@ -41,16 +43,14 @@ TEST(NativeFraming, InputAndOutputToTheByte) {
       {"nothing behind the length", lengthBytes(500), ""},
       {"half of a frame", lengthBytes(7) + "{\"a\"", ""},
       {"a frame cut off holds the bytes that came, and nothing of earlier requests",
-       HostProcess::frame(pinCharRequest("1") + std::string(40, ' ')) + lengthBytes(60) +
-           R"({"command":7})",
-       HostProcess::frame(indented(fullAnswer(6, 1, R"("ok":true)"))) +
-           HostProcess::frame(indented(fullAnswer(7, 0, R"("ok":true)")))},
+       frame(pinCharRequest("1") + std::string(40, ' ')) + lengthBytes(60) + R"({"command":7})",
+       frame(indented(fullAnswer(6, 1, R"("ok":true)"))) +
+           frame(indented(fullAnswer(7, 0, R"("ok":true)")))},
       {"a zero byte ends the text but not the frame",
-       HostProcess::frame(kVersionRequest + "\0, and more"s) + kVersionFrame,
-       kVersionAnswer + kVersionAnswer},
+       frame(kVersionRequest + "\0, and more"s) + kVersionFrame, kVersionAnswer + kVersionAnswer},
       {"so that a string may be left open",
-       HostProcess::frame(R"({"command":8,"x":")" + "\0\"}"s) + kVersionFrame, kVersionAnswer},
-      {"999 bytes", HostProcess::frame(kVersionRequest + padding), kVersionAnswer},
+       frame(R"({"command":8,"x":")" + "\0\"}"s) + kVersionFrame, kVersionAnswer},
+      {"999 bytes", frame(kVersionRequest + padding), kVersionAnswer},
       // A long message is not skipped: what follows is read as frames of its own.
       {"1000 bytes: two long lengths, then a request",
        lengthBytes(1000) + "AAAABBBB" + kVersionFrame, refusals(3) + kVersionAnswer},
@@ -60,7 +60,7 @@ TEST(NativeFraming, InputAndOutputToTheByte) {
       {"length -1", lengthBytes(-1) + kVersionFrame, "", false},
       {"length -1000", lengthBytes(-1000) + kVersionFrame, "", false},
       {"the lowest length", lengthBytes(INT32_MIN) + kVersionFrame, "", false},
-      {"the command to end", HostProcess::frame(kEndRequest) + kVersionFrame, "", false},
+      {"the command to end", frame(kEndRequest) + kVersionFrame, "", false},
   };
   for (const Case& test : cases) {
     EXPECT_EQ(outputFor(test.input, test.closesInput), test.output) << test.name;
@@ -105,9 +105,29 @@ TEST(WebsocketFraming, GoesOnAfterTheEndOfInput) {
   host.send(kVersionRequest);  // No line feed: the end of input ends the line.
   host.closeInput();
   EXPECT_EQ(host.hear(), kFreshVersion);
-  const double before = host.processorSeconds();
-  EXPECT_EQ(host.wait(std::chrono::seconds(3)), std::nullopt);
-  EXPECT_LT(host.processorSeconds() - before, 0.03);
+  const auto nanoseconds = [&] { return std::stol(procText(host.pid(), "schedstat")); };
+  const long before = nanoseconds();
+  std::this_thread::sleep_for(std::chrono::seconds(3));
+  EXPECT_EQ(statusOf(host.pid(), "State"), "S (sleeping)");
+  EXPECT_LT(nanoseconds() - before, 30'000'000);
+}
+
+// Whatever the starter left closed, the host serves what it can and ends with its input.
+TEST(Descriptors, LeftClosedByTheStarter) {
+  for (const std::string input : {"", " <&-"}) {
+    for (const std::string output : {"", " >&-"}) {
+      for (const std::string error : {"", " 2>&-"}) {
+        HostProcess host({}, {"sh", "-c", "exec \"$0\"" + input + output + error});
+        for (const std::string& text : {kVersionRequest, initializeRequest(), kListRequest}) {
+          host.say(text);
+        }
+        host.closeInput();
+        EXPECT_EQ(host.hear(), (input + output).empty() ? indented(kFreshVersion) : "");
+        host.hearAll();
+        EXPECT_EQ(host.wait(), 0) << input << output << error;
+      }
+    }
+  }
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -14,6 +13,7 @@ namespace {
 
 using nlohmann::json;
 using test_support::base64;
+using test_support::signDigest;
 
 constexpr char kDomains[] = "demo.example.test|Example.Test";
 constexpr char kPage[] = "https://demo.example.test/page";
@@ -28,22 +28,7 @@ class SoftTokenTest : public testing::Test {
     return ask(json{{"command", 5}, {"certId", base64(certId)}, {"digest", base64(digest)}}.dump());
   }
 
-  /// OpenSSL's verdict on a PKCS#1 v1.5 signature by the signing certificate's key.
-  static bool verifies(const std::string& hash, const std::string& digest,
-                       const std::string& signature) {
-    const TemporaryFolder folder;
-    folder.write("digest", digest);
-    folder.write("base64", signature + "\n");
-    const std::string command =
-        "cd " + folder.file(".") + " && openssl base64 -d -in base64 -out signature && " +
-        "openssl pkeyutl -verify -certin -inkey " +
-        softToken()["certificates"]["signing"]["certificate"].get<std::string>() +
-        " -in digest -sigfile signature -pkeyopt digest:" + hash + " >verdict";
-    // NOLINTNEXTLINE(cert-env33-c,concurrency-mt-unsafe): a fixed command, one thread
-    return std::system(command.c_str()) == 0;
-  }
-
-  HostProcess host{{}, softTokenEnvironment()};
+  HostProcess host{{}, kWithSoftToken};
 };
 
 TEST_F(SoftTokenTest, ListsTheOneCertificateThatCanSignNowAndFetchesIt) {
@@ -62,7 +47,7 @@ TEST_F(SoftTokenTest, ListsTheOneCertificateThatCanSignNowAndFetchesIt) {
   EXPECT_EQ(std::count(bytes.begin(), bytes.end(), '|'), 2) << bytes;
   EXPECT_TRUE(bytes.ends_with("|AQ==")) << bytes;
 
-  std::ifstream file(softToken()["certificates"]["signing"]["der"], std::ios::binary);
+  std::ifstream file(SOFT_TOKEN_FOLDER "/signing.der");
   const std::string der(std::istreambuf_iterator<char>(file), {});
   EXPECT_EQ(ask(R"({"command":4,"certId":"AQ=="})")["certificate"], nssBase64(der));
   EXPECT_EQ(ask(R"({"command":4,"certId":"dw=="})")["certificate"], "");
@@ -80,22 +65,20 @@ TEST_F(SoftTokenTest, SignsAfterMissingWrongAndCorrectedPin) {
     EXPECT_EQ(answer["pinRetryCount"], 1);
   }
   EXPECT_EQ(ask(kListRequest)["lastError"], 5);  // Not even what needs no PIN.
-  for (const char byte : softToken()["pin"].get<std::string>()) {
-    EXPECT_EQ(ask(pinCharRequest({byte}))["lastError"], 5);
-  }
+  for (const char byte : kSoftPin) EXPECT_EQ(ask(pinCharRequest({byte}))["lastError"], 5);
   // A PIN outlives the service: after another Initialize it is still known.
   for (int services = 0; services < 2; ++services) {
     for (const auto& [hash, length] : {std::pair("sha256", 32), {"sha1", 20}, {"md5", 16}}) {
       const std::string bytes(static_cast<std::size_t>(length), static_cast<char>('a' + services));
       const json answer = sign(bytes);
       EXPECT_EQ(answer["error"], false) << answer;
-      EXPECT_TRUE(verifies(hash, bytes, answer["pkcs1"])) << hash;
+      EXPECT_EQ(answer["pkcs1"],
+                nssBase64(signDigest(SOFT_TOKEN_FOLDER "/signing-key.pem", hash, bytes)));
     }
     initialize();
   }
   EXPECT_EQ(sign(std::string(48, 'a'))["lastError"], 3);
-  const json unknown = sign(digest, "\x99");
-  EXPECT_EQ(unknown["pkcs1"], "");
+  EXPECT_EQ(sign(digest, "\x99")["pkcs1"], "");
 }
 
 TEST_F(SoftTokenTest, RefusesPagesThatTheListDoesNotCover) {

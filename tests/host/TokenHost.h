@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -45,11 +46,12 @@ std::string nssBase64(std::string_view bytes);
 
 /// Holds a conversation in both framings; an answer for each request, in the compact form.
 void expectConversation(const std::vector<std::pair<std::string, std::string>>& conversation,
-                        const HostProcess::Environment& environment = {});
+                        const HostProcess::Texts& launcher = {"env"});
 
-/// What demo/make-token says of the tests' SoftHSM token, and the environment in which it is used.
-const nlohmann::json& softToken();
-HostProcess::Environment softTokenEnvironment();
+/// Words that let a host use the tests' SoftHSM token, made by demo/make-token, and its PIN.
+inline const HostProcess::Texts kWithSoftToken{
+    "sh", "-c", "set -a; . '" SOFT_TOKEN_FOLDER "/token.env'; exec \"$0\" \"$@\""};
+inline const std::string kSoftPin = "123456";
 
 /// A folder of its own that goes away with its owner.
 class TemporaryFolder {
@@ -63,23 +65,21 @@ class TemporaryFolder {
   void write(const std::string& name, std::string_view bytes) const;
 
  private:
-  std::string path;
+  std::string path = std::filesystem::temp_directory_path() / "host-test-XXXXXX";
 };
 
 /// An initialised host on a fake token that does what `script` was last given.
 class TokenHost {
  public:
   explicit TokenHost(const std::string& module = FAKE_TOKEN_MODULE,
-                     const HostProcess::Texts& launcher = {});
+                     const std::string& launcher = "env");
 
   /// In force from the token's next C_Initialize on. It accepts any PIN and a second C_Initialize.
   void script(const std::string& statements) const;
-  /// The token's calls since they were last asked for, without the "C_", separated by spaces.
+  /// The token's calls since they were last asked for, without the "C_", a space before each.
   std::string takeCalls() const;
   /// The answer, proven to be the only one by a version request behind it; else an empty object.
   nlohmann::json ask(const std::string& request);
-  /// Lets the registry know a PIN: by a signing that misses it, then the PIN itself.
-  void givePin(const std::string& pin);
 
   TemporaryFolder folder;
   HostProcess process;
