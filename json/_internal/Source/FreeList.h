@@ -4,14 +4,7 @@
 #include <cstring>
 #include <new>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define JSON_UNDER_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(memory_sanitizer) || \
-    __has_feature(thread_sanitizer)
-#define JSON_UNDER_SANITIZER 1
-#endif
-#endif
+#include "json/_internal/Source/Sanitizer.h"
 
 namespace json_detail {
 
@@ -19,9 +12,8 @@ namespace json_detail {
 ///
 /// Every thread has its own list, so trees that belong to different threads stay independent. A
 /// block is cleared when it is given back: nothing that a request said survives in the list. The
-/// list is bounded, so that one large document does not hold its memory for ever, and under the
-/// sanitizers it is bypassed, so that leaks and uses after release are still found.
-template <typename T>
+/// list is bounded, so that one large tree does not hold its memory for ever.
+template <typename T, std::size_t Limit = 16384>
 class FreeList {
  public:
   static void* take() {
@@ -34,13 +26,11 @@ class FreeList {
   }
 
   static void give(void* memory) noexcept {
-    if (list.room == 0 && !makeRoom()) {
-      ::operator delete(memory);
-      return;
-    }
-    clear<kBlockSize>(static_cast<char*>(memory));
-    list.first = ::new (memory) Block{list.first};
-    --list.room;
+    giveBack(memory, [memory] { clear<kBlockSize>(static_cast<char*>(memory)); });
+  }
+  /// The same for a block of which only the first bytes were used.
+  static void give(void* memory, std::size_t used) noexcept {
+    giveBack(memory, [memory, used] { std::memset(memory, 0, used); });
   }
 
  private:
@@ -67,12 +57,17 @@ class FreeList {
   };
 
   static constexpr std::size_t kBlockSize = sizeof(T) < sizeof(Block) ? sizeof(Block) : sizeof(T);
-  static constexpr std::size_t kLimit = 16384;
-#ifdef JSON_UNDER_SANITIZER
-  static constexpr bool kBypass = true;
-#else
-  static constexpr bool kBypass = false;
-#endif
+
+  template <typename Clear>
+  static void giveBack(void* memory, Clear clearUsed) noexcept {
+    if (list.room == 0 && !makeRoom()) {
+      ::operator delete(memory);
+      return;
+    }
+    clearUsed();
+    list.first = ::new (memory) Block{list.first};
+    --list.room;
+  }
 
   /// In pieces, because a larger fill of a known size becomes a string instruction, which takes
   /// longer to start than all of this takes.
@@ -89,12 +84,12 @@ class FreeList {
 
   /// Opens the list on first use; afterwards it is full.
   static bool makeRoom() noexcept {
-    if (kBypass || list.opened) {
+    if (!kMemoryIsReused || list.opened) {
       return false;
     }
     static thread_local Drain drain;
     list.opened = true;
-    list.room = kLimit;
+    list.room = Limit;
     return true;
   }
 

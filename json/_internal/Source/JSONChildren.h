@@ -10,7 +10,8 @@ class JSONNode;
 /// The container grows by fixed rules and never shrinks.
 class jsonChildren {
  public:
-  jsonChildren() = default;
+  /// @param inSource  its memory is a parsed document's
+  explicit jsonChildren(bool inSource = false) : isInSource(inSource) {}
   jsonChildren(const jsonChildren&) = delete;
   jsonChildren& operator=(const jsonChildren&) = delete;
   jsonChildren(jsonChildren&&) = delete;
@@ -62,4 +63,7 @@ class jsonChildren {
   // The usual capacity comes with the container, without an allocation of its own.
   std::array<JSONNode*, kFirstCapacity> firstSlots{};
   std::unique_ptr<JSONNode*[]> block;
+
+ public:
+  const bool isInSource;
 };

@@ -7,7 +7,6 @@
 #include "json/_internal/Source/MissingMember.h"
 #include "json/_internal/Source/internalJSONNode.h"
 
-using json_detail::FreeList;
 using json_detail::missingMember;
 
 namespace {
@@ -82,7 +81,7 @@ JSONNode* JSONNode::newJSONNode(JSONNode&& node) {
 
 void JSONNode::deleteJSONNode(JSONNode* node) noexcept {
   node->~JSONNode();
-  FreeList<JSONNode>::give(node);
+  internalJSONNode::giveHandle(node);
 }
 
 JSONNode JSONNode::duplicate() const { return {Adopt{}, internalJSONNode::newInternal(*internal)}; }

@@ -5,29 +5,25 @@
 #include <stdexcept>
 #include <utility>
 
-#include "json/_internal/Source/ByteScan.h"
 #include "json/_internal/Source/JSONSingleton.h"
+#include "json/_internal/Source/JSONStructure.h"
 #include "json/_internal/Source/internalJSONNode.h"
 
-using json_detail::findAnyOf;
-using json_detail::FreeList;
+using json_detail::IndexedStructure;
 using json_detail::JSONSource;
+using json_detail::ScannedStructure;
 
 namespace {
 
-bool startsWithComment(std::string_view text) { return !text.empty() && text.front() == '#'; }
-
-/// Takes the comment runs ("#...#", one after the other) from the front of a text. A run that is
-/// not closed takes all that is left.
-std::string_view takeComments(std::string_view& text) {
+/// The comment runs ("#...#", one after the other) at the front of a text. A run that is not closed
+/// takes all that is left.
+std::string_view commentsOf(std::string_view text) {
   std::size_t length = 0;
   while (length < text.size() && text[length] == '#') {
     const std::size_t close = text.find('#', length + 1);
     length = close == std::string_view::npos ? text.size() : close + 1;
   }
-  const std::string_view runs = text.substr(0, length);
-  text.remove_prefix(length);
-  return runs;
+  return text.substr(0, length);
 }
 
 /// The texts of comment runs, joined by line breaks.
@@ -42,59 +38,26 @@ void setComment(internalJSONNode& body, std::string_view runs) {
   body.comment.assign(comment);
 }
 
-/// Behind the string whose opening quote is at `at`; null when it is not closed.
-inline const char* behindString(const char* at, const char* end) {
-  const char* const quote = findAnyOf<'"'>(at + 1, end);
-  return quote == end ? nullptr : quote + 1;
-}
-
-/// Behind the bracket that matches the one at `at`; null when there is none. Other kinds of
-/// brackets do not count.
-template <char Open, char Close>
-const char* behindGroup(const char* at, const char* end) {
-  std::size_t depth = 1;
-  ++at;
-  while (at != nullptr && (at = findAnyOf<'"', Open, Close>(at, end)) != end) {
-    switch (*at) {
-      case '"':
-        at = behindString(at, end);
-        break;
-      case Open:
-        ++depth;
-        ++at;
-        break;
-      default:
-        ++at;
-        if (--depth == 0) {
-          return at;
-        }
-        break;
-    }
-  }
-  return nullptr;
-}
-
-/// FindNextRelevant() with pointers; null when there is none.
-template <char Separator>
-[[gnu::always_inline]] inline const char* nextRelevant(const char* at, const char* end) {
-  while (at != end) {
-    // The two usual bytes are tested for apart: foreseen better than one jump for all.
-    if (*at == Separator) {
+/// The next of some separators outside brackets; null when there is none, also when a bracket is
+/// closed before or is not closed at all.
+template <char... Separators, typename Structure>
+[[gnu::always_inline]] inline const char* nextRelevant(Structure& structure) {
+  char open = 0;
+  char close = 0;
+  std::size_t depth = 0;  // of the group of brackets being skipped; other kinds do not count
+  while (const char* const at = structure.next()) {
+    const char byte = *at;
+    if (depth != 0) {
+      depth += byte == open ? 1 : 0;
+      depth -= byte == close ? 1 : 0;
+    } else if (((byte == Separators) || ...)) {
       return at;
-    }
-    if (*at == '"') {
-      at = behindString(at, end);
-    } else if (*at == '[') {
-      at = behindGroup<'[', ']'>(at, end);
-    } else if (*at == '{') {
-      at = behindGroup<'{', '}'>(at, end);
-    } else if (*at == ']' || *at == '}') {
+    } else if (byte == ']' || byte == '}') {
       return nullptr;
-    } else {
-      ++at;
-    }
-    if (at == nullptr) {
-      return nullptr;
+    } else if (byte == '[' || byte == '{') {
+      open = byte;
+      close = byte == '[' ? ']' : '}';
+      depth = 1;
     }
   }
   return nullptr;
@@ -141,19 +104,15 @@ std::string_view between(const char* from, const char* to) {
   const char type = typeOf(value);
   const bool isFetched = type == JSON_NULL || type == JSON_BOOL;
   const std::string_view text = type == JSON_NULL ? jsonSingletonCONST_NULL() : value;
-  auto* const body = ::new (FreeList<internalJSONNode>::take())
+  void* const container = type >= JSON_ARRAY ? source.allocate<jsonChildren>() : nullptr;
+  auto* const body = ::new (source.allocate<internalJSONNode>())
       internalJSONNode(static_cast<unsigned char>(type), name, text, isFetched, source);
-  JSONNode owner = JSONNodeAccess::adopt(body);
-  // A parsed name is written back as it is, even when it held escapes: nameEncoded stays false.
-  if (source.mayHoldEscapes()) {
-    JSONWorker::FixInto(body->name, name, source);
-  }
-  if (type == JSON_BOOL) {
+  if (container != nullptr) {
+    body->children = ::new (container) jsonChildren(true);
+  } else if (type == JSON_BOOL) {
     body->value = value.front() == 't' ? 1 : 0;
-  } else if (type >= JSON_ARRAY) {
-    body->makeChildren();
   }
-  return JSONNodeAccess::release(std::move(owner));
+  return body;
 }
 
 bool JSONWorker::used_ascii_one = false;
@@ -176,8 +135,8 @@ JSONNode JSONWorker::parse_unformatted(std::string_view text) {
 JSONNode JSONWorker::_parse_unformatted(const char* begin, const char* end,
                                         const JSONSource& source) {
   std::string_view text(begin, static_cast<std::size_t>(end - begin));
-  const std::string_view comment =
-      startsWithComment(text) ? takeComments(text) : std::string_view();
+  const std::string_view comment = commentsOf(text);
+  text.remove_prefix(comment.size());
   if (!isEnclosed(text, '{', '}') && !isEnclosed(text, '[', ']')) {
     throw std::invalid_argument("");
   }
@@ -193,43 +152,46 @@ std::size_t JSONWorker::FindNextRelevant(std::string_view text, std::size_t star
   if (start > text.size()) {
     return std::string_view::npos;
   }
-  const char* const found = nextRelevant<Separator>(text.data() + start, text.data() + text.size());
+  ScannedStructure structure(text.substr(start));
+  const char* const found = nextRelevant<Separator>(structure);
   return found == nullptr ? std::string_view::npos : static_cast<std::size_t>(found - text.data());
 }
 
 template std::size_t JSONWorker::FindNextRelevant<','>(std::string_view, std::size_t);
 template std::size_t JSONWorker::FindNextRelevant<':'>(std::string_view, std::size_t);
 
+template <bool IsPlain>
 [[gnu::always_inline]] inline void JSONWorker::NewNode(internalJSONNode& parent,
                                                        std::string_view name,
                                                        std::string_view value, bool inArray) {
-  std::string_view& commented = inArray ? value : name;
-  const std::string_view comment =
-      startsWithComment(commented) ? takeComments(commented) : std::string_view();
+  std::string_view comment;
+  if constexpr (!IsPlain) {
+    std::string_view& commented = inArray ? value : name;
+    comment = commentsOf(commented);
+    commented.remove_prefix(comment.size());
+  }
   if (!inArray) {
     // The quotes around a name are removed by position, whatever is there: the caller left out
     // the closing one, and this is the opening one.
     name.remove_prefix(name.empty() ? 0 : 1);
   }
   parent.children->inc();
-  JSONNode child = JSONNodeAccess::adopt(internalJSONNode::newInternal(name, value, parent.source));
-  if (!comment.empty()) {
-    setComment(JSONNodeAccess::body(child), comment);
+  internalJSONNode* const child = internalJSONNode::newInternal(name, value, parent.source);
+  parent.children->append(JSONNodeAccess::newHandle(JSONNodeAccess::adopt(child)));
+  if constexpr (!IsPlain) {
+    // A parsed name is written back as it is, even when it held escapes: nameEncoded stays false.
+    FixInto(child->name);
+    if (!comment.empty()) {
+      setComment(*child, comment);
+    }
   }
-  parent.children->append(JSONNodeAccess::newHandle(std::move(child)));
 }
 
-void JSONWorker::DoNode(internalJSONNode& parent, std::string_view text) {
-  if (text.empty() || text.front() != '{') {
-    parent.Nullify();
-    return;
-  }
-  if (text.size() < 3) {
-    return;
-  }
-  const char* const end = text.data() + text.size();
+template <typename Structure>
+void JSONWorker::splitNode(internalJSONNode& parent, std::string_view text, Structure structure) {
+  const char* const end = text.data() + text.size() - 1;
   for (const char* start = text.data() + 1;;) {
-    const char* const colon = nextRelevant<':'>(start, end);
+    const char* const colon = nextRelevant<':'>(structure);
     if (colon == nullptr) {
       parent.Nullify();
       return;
@@ -237,8 +199,9 @@ void JSONWorker::DoNode(internalJSONNode& parent, std::string_view text) {
     // Up to the byte before the colon (the closing quote), which is left out. There may be no
     // such byte: then the name is empty.
     const std::string_view name = between(start, colon > start ? colon - 1 : start);
-    const char* const comma = nextRelevant<','>(colon + 1, end);
-    NewNode(parent, name, between(colon + 1, comma != nullptr ? comma : end - 1), false);
+    const char* const comma = nextRelevant<','>(structure);
+    NewNode<Structure::kIsPlain>(parent, name, between(colon + 1, comma != nullptr ? comma : end),
+                                 false);
     if (comma == nullptr) {
       return;
     }
@@ -246,26 +209,46 @@ void JSONWorker::DoNode(internalJSONNode& parent, std::string_view text) {
   }
 }
 
-void JSONWorker::DoArray(internalJSONNode& parent, std::string_view text) {
-  if (text.empty() || text.front() != '[') {
-    parent.Nullify();
-    return;
-  }
-  if (text.size() < 3) {
-    return;
-  }
-  const char* const end = text.data() + text.size();
+template <typename Structure>
+void JSONWorker::splitArray(internalJSONNode& parent, std::string_view text, Structure structure) {
+  const char* const end = text.data() + text.size() - 1;
   for (const char* start = text.data() + 1;;) {
-    const char* const comma = nextRelevant<','>(start, end);
-    const std::string_view element = between(start, comma != nullptr ? comma : end - 1);
-    if (FindNextRelevant<':'>(element, 0) != std::string_view::npos) {
+    const char* const separator = nextRelevant<',', ':'>(structure);
+    if (separator != nullptr && *separator == ':') {
       parent.Nullify();  // an array holds no members
       return;
     }
-    NewNode(parent, {}, element, true);
-    if (comma == nullptr) {
+    NewNode<Structure::kIsPlain>(parent, {}, between(start, separator != nullptr ? separator : end),
+                                 true);
+    if (separator == nullptr) {
       return;
     }
-    start = comma + 1;
+    start = separator + 1;
+  }
+}
+
+void JSONWorker::DoNode(internalJSONNode& parent, std::string_view text) {
+  const std::string_view inner = text.substr(text.empty() ? 0 : 1);
+  if (text.empty() || text.front() != '{') {
+    parent.Nullify();
+  } else if (text.size() < 3) {
+    return;
+  } else if (parent.source.isIndexed()) {
+    splitNode(parent, text, IndexedStructure(parent.source, inner));
+  } else {
+    splitNode(parent, text, ScannedStructure(inner));
+  }
+}
+
+void JSONWorker::DoArray(internalJSONNode& parent, std::string_view text) {
+  const std::string_view inner = text.substr(text.empty() ? 0 : 1);
+  if (text.empty() || text.front() != '[') {
+    parent.Nullify();
+  } else if (text.size() < 3) {
+    return;
+  } else if (parent.source.isIndexed()) {
+    splitArray(parent, text, IndexedStructure(parent.source, inner));
+  } else {
+    splitArray(parent, text, ScannedStructure(inner));
   }
 }

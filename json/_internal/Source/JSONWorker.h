@@ -6,6 +6,7 @@
 
 #include "json/_internal/Source/JSONNode.h"
 #include "json/_internal/Source/JSONOutput.h"
+#include "json/_internal/Source/JSONSource.h"
 #include "json/_internal/Source/JSONText.h"
 
 /// Parsing: text to nodes, and the escapes of strings in both directions.
@@ -43,16 +44,9 @@ class JSONWorker {
 
   /// The characters of a string's inner text. "\u00e9" gives the one byte E9: the last two digits.
   static std::string FixString(std::string_view text, bool& hadEscape);
-  /// FixString() into `target`, without a copy when the text (a slice of `source`, or of a text
-  /// that outlives the target) holds no escape. Returns whether it did.
-  static bool FixInto(json_detail::JSONText& target, std::string_view text,
-                      const json_detail::JSONSource& source) {
-    if (source.mayHoldEscapes()) {
-      return FixEscapesInto(target, text);
-    }
-    target.borrow(text);
-    return false;
-  }
+  /// Undoes the escapes of a borrowed text, which stays as it is when it has none. Returns whether
+  /// it had.
+  static bool FixInto(json_detail::JSONText& text);
   /// Appends the text of a string: escaped when `encoded`, else as it is.
   static void UnfixString(std::string_view text, bool encoded, std::string& output);
   static void UnfixString(std::string_view text, bool encoded, json_detail::JSONOutput& output);
@@ -63,7 +57,11 @@ class JSONWorker {
   static bool used_ascii_one;
 
  private:
-  static bool FixEscapesInto(json_detail::JSONText& target, std::string_view text);
+  template <typename Structure>
+  static void splitNode(internalJSONNode& parent, std::string_view text, Structure structure);
+  template <typename Structure>
+  static void splitArray(internalJSONNode& parent, std::string_view text, Structure structure);
+  template <bool IsPlain>
   static void NewNode(internalJSONNode& parent, std::string_view name, std::string_view value,
                       bool inArray);
   /// What an escape stands for. `position` is at the byte after the backslash and is left on the

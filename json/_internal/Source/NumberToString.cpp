@@ -1,5 +1,6 @@
 #include "json/_internal/Source/NumberToString.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -102,11 +103,12 @@ bool NumberToString::isNumeric(std::string_view text) {
 double NumberToString::_atof(std::string_view text) {
   // Up to 15 digits a double is exact: the usual case needs neither a copy nor the C library.
   constexpr std::size_t kExactDigits = 15;
-  if (!text.empty() && text.size() <= kExactDigits && consistsOf(text, kDigits)) {
-    long long value = 0;
-    for (const char digit : text) {
-      value = value * 10 + (digit - '0');
-    }
+  long long value = 0;
+  std::size_t digits = 0;
+  while (digits != std::min(text.size(), kExactDigits) && isDigit(text[digits])) {
+    value = value * 10 + (text[digits++] - '0');
+  }
+  if (digits != 0 && digits == text.size()) {
     return static_cast<double>(value);
   }
   const std::string terminated(text);

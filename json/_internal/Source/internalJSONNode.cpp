@@ -11,8 +11,14 @@ using json_detail::FreeList;
   if (body->children != nullptr) {
     dropChildren(*body);
   }
-  body->~internalJSONNode();
-  FreeList<internalJSONNode>::give(body);
+  if (!body->isHandleTaken) {
+    body->giveMemory();
+    return;
+  }
+  body->name.clear();
+  body->text.clear();
+  body->comment.clear();
+  body->isEnded = true;
 }
 
 void internalJSONNode::makeChildren() {
@@ -22,8 +28,11 @@ void internalJSONNode::makeChildren() {
 void internalJSONNode::dropChildren(internalJSONNode& body) noexcept {
   if (jsonChildren* const old = std::exchange(body.children, nullptr); old != nullptr) {
     old->releaseAll();
+    const bool isInSource = old->isInSource;
     old->~jsonChildren();
-    FreeList<jsonChildren>::give(old);
+    if (!isInSource) {
+      FreeList<jsonChildren>::give(old);
+    }
   }
 }
 
@@ -37,7 +46,7 @@ internalJSONNode* internalJSONNode::newInternal(char type) {
       body.text.borrow(jsonSingletonCONST_NULL());
       break;
     case JSON_NUMBER:
-      body.text.assign("0");
+      body.text.borrow("0");
       break;
     case JSON_BOOL:
       body.text.borrow(jsonSingletonCONST_FALSE());
@@ -55,9 +64,9 @@ internalJSONNode* internalJSONNode::newInternal(char type) {
 internalJSONNode* internalJSONNode::copyWithoutChildren(const internalJSONNode& original) {
   JSONNode owner = JSONNodeAccess::adopt(make(original.type, original.fetched));
   internalJSONNode& body = JSONNodeAccess::body(owner);
-  body.name.copyFrom(original.name);
+  body.name.copyFrom(original.name, body.nameRoom());
   body.nameEncoded = original.nameEncoded;
-  body.text.copyFrom(original.text);
+  body.text.copyFrom(original.text, body.textRoom());
   body.textEncoded = original.textEncoded;
   body.value = original.value;
   body.comment.copyFrom(original.comment);
@@ -110,10 +119,10 @@ void internalJSONNode::deleteInternal(internalJSONNode* body) noexcept {
         body = child;
         continue;
       }
+      giveHandle(handle);
       if (isLast) {
         destroyOne(child);
       }
-      FreeList<JSONNode>::give(handle);
       --body->children->size;
       continue;
     }
@@ -124,7 +133,7 @@ void internalJSONNode::deleteInternal(internalJSONNode* body) noexcept {
     body = parent;
     JSONNode* const handle = body->children->array[body->children->size - 1];
     parent = handle->internal;
-    FreeList<JSONNode>::give(handle);
+    giveHandle(handle);
     --body->children->size;
   }
 }
@@ -165,7 +174,7 @@ void internalJSONNode::becomeContainer(unsigned char newType) {
 }
 
 void internalJSONNode::Set(std::string_view newText) {
-  text.assign(newText);
+  text.assign(newText, textRoom());
   becomeScalar(JSON_STRING);
 }
 
@@ -180,13 +189,13 @@ void internalJSONNode::Set(long double number) {
 }
 
 void internalJSONNode::SetNumber(double number, std::string_view digits) {
-  text.assign(digits);
+  text.assign(digits, textRoom());
   value = number;
   becomeScalar(JSON_NUMBER);
 }
 
 void internalJSONNode::SetName(std::string_view newName) {
-  name.assign(newName);
+  name.assign(newName, nameRoom());
   nameEncoded = true;
 }
 

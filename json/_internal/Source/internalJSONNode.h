@@ -1,7 +1,8 @@
 #pragma once
 
-#include <concepts>
+#include <array>
 #include <cstddef>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -10,8 +11,11 @@
 #include "json/_internal/Source/JSONChildren.h"
 #include "json/_internal/Source/JSONNode.h"
 #include "json/_internal/Source/JSONOutput.h"
+#include "json/_internal/Source/JSONSource.h"
 #include "json/_internal/Source/JSONText.h"
+#include "json/_internal/Source/JSONWorker.h"
 #include "json/_internal/Source/NumberToString.h"
+#include "json/_internal/Source/Sanitizer.h"
 
 /// The body behind one or more JSONNode handles: a value, its name and, for arrays and objects,
 /// its children. Made by newInternal(), ended by deleteInternal(); handles count their shares in
@@ -56,7 +60,13 @@ class internalJSONNode {
 
   /// Decodes the source text on first use; malformed text makes the body null.
   void Fetch() {
-    if (!fetched) {
+    if (fetched) {
+      return;
+    }
+    if (type == JSON_STRING && !source.mayHoldEscapes()) {
+      FetchString();  // the usual case, without a call
+      fetched = true;
+    } else {
       FetchNow();
     }
   }
@@ -91,7 +101,10 @@ class internalJSONNode {
 
   /// The text: a string's characters, a number as it was written, "true", "false", "null"; empty
   /// for arrays and objects. Valid until the body changes.
-  std::string_view AsText();
+  std::string_view AsText() {
+    Fetch();
+    return text.view();
+  }
   explicit operator bool();
   explicit operator long long();
   explicit operator unsigned long long();
@@ -106,37 +119,65 @@ class internalJSONNode {
   void Write(unsigned int level, bool arrayChild, json_detail::JSONOutput& output);
 
   unsigned char type;
-  json_detail::JSONText name;
   bool nameEncoded = false;  // the name must be escaped when it is written
-  json_detail::JSONText text;
   bool textEncoded = false;  // the text is a string that must be escaped when it is written
-  double value = 0;          // of a number; 1 or 0 for a bool
-  std::size_t refcount = 1;
   bool fetched;
+
+ private:
+  bool isInSource = false;     // its memory is the source's
+  bool isEnded = false;        // only its own handle is still in use
+  bool isHandleTaken = false;  // that is, by a container
+
+ public:
+  json_detail::JSONText name;
+  json_detail::JSONText text;
+  double value = 0;  // of a number; 1 or 0 for a bool
+  std::size_t refcount = 1;
   json_detail::JSONText comment;
   jsonChildren* children = nullptr;  // owned; made with the body for arrays and objects
   json_detail::JSONSource source;    // what borrowed texts are slices of
 
  private:
   friend class JSONNode;
-  explicit internalJSONNode(unsigned char bodyType, bool isFetched)
-      : type(bodyType), fetched(isFetched) {}
-  /// A body that borrows its name and text from `from`, or its text from the constants.
+  friend struct JSONNodeAccess;
+
+  /// Where a child's handle stands in memory.
+  struct ChildHandle {
+    JSONNode node;
+    internalJSONNode* home;  // the body that it came with, if any
+  };
+  /// The memory of a body that stands by itself: behind it there is room for the usual name and
+  /// the usual text.
+  struct Standalone;
+  static constexpr std::size_t kRoom = 24;
+
+  // NOLINTBEGIN(cppcoreguidelines-pro-type-member-init): ownHandle is memory, for an object to
+  // come.
+  internalJSONNode(unsigned char bodyType, bool isFetched) : type(bodyType), fetched(isFetched) {}
+  /// A body in the memory of `from` that borrows its name and text from it, or its text from the
+  /// constants.
   internalJSONNode(unsigned char bodyType, std::string_view bodyName, std::string_view bodyText,
                    bool isFetched, json_detail::JSONSource from)
       : type(bodyType),
+        fetched(isFetched),
+        isInSource(true),
         name(bodyName),
         text(bodyText),
-        fetched(isFetched),
         source(std::move(from)) {}
+  // NOLINTEND(cppcoreguidelines-pro-type-member-init)
   ~internalJSONNode() = default;
 
-  static internalJSONNode* make(unsigned char type, bool fetched) {
-    return ::new (json_detail::FreeList<internalJSONNode>::take()) internalJSONNode(type, fetched);
-  }
+  static internalJSONNode* make(unsigned char type, bool fetched);
+  /// A new handle for a container. The usual one comes with its body.
+  static JSONNode* newHandle(JSONNode&& node);
+  /// Gives back the memory of a handle whose share has been dropped or passed on.
+  static void giveHandle(JSONNode* handle) noexcept;
   internalJSONNode* detachedCopy();
   static void destroyOne(internalJSONNode* body) noexcept;
   static internalJSONNode* copyWithoutChildren(const internalJSONNode& original);
+  void giveMemory() noexcept;
+  [[nodiscard]] std::span<char> nameRoom();
+  [[nodiscard]] std::span<char> textRoom();
   void makeChildren();
   static void dropChildren(internalJSONNode& body) noexcept;
 
@@ -155,7 +196,69 @@ class internalJSONNode {
   void WriteComment(unsigned int level, json_detail::JSONOutput& output) const;
   void DumpRawString(json_detail::JSONOutput& output) const;
   bool WriteValue(unsigned int level, bool arrayChild, json_detail::JSONOutput& output);
+
+  alignas(ChildHandle) std::array<std::byte, sizeof(ChildHandle)> ownHandle;
 };
+
+struct internalJSONNode::Standalone {
+  alignas(internalJSONNode) std::array<std::byte, sizeof(internalJSONNode) + 2 * kRoom> memory;
+};
+
+inline std::span<char> internalJSONNode::nameRoom() {
+  return {reinterpret_cast<char*>(this + 1), isInSource ? 0 : kRoom};
+}
+
+inline std::span<char> internalJSONNode::textRoom() {
+  return {reinterpret_cast<char*>(this + 1) + kRoom, isInSource ? 0 : kRoom};
+}
+
+inline internalJSONNode* internalJSONNode::make(unsigned char type, bool fetched) {
+  return ::new (json_detail::FreeList<Standalone>::take()) internalJSONNode(type, fetched);
+}
+
+inline JSONNode* internalJSONNode::newHandle(JSONNode&& node) {
+  internalJSONNode* const body = node.internal;
+  if (!body->isHandleTaken) {
+    body->isHandleTaken = true;
+    return &(::new (body->ownHandle.data()) ChildHandle{std::move(node), body})->node;
+  }
+  void* const memory = json_detail::FreeList<ChildHandle>::take();
+  return &(::new (memory) ChildHandle{std::move(node), nullptr})->node;
+}
+
+inline void internalJSONNode::giveMemory() noexcept {
+  if (!isInSource) {
+    this->~internalJSONNode();
+    json_detail::FreeList<Standalone>::give(this);
+    return;
+  }
+  const json_detail::JSONSource memory = std::move(source);
+  this->~internalJSONNode();
+  json_detail::forbidUse(this, sizeof *this);
+}
+
+inline void internalJSONNode::giveHandle(JSONNode* handle) noexcept {
+  auto* const child = reinterpret_cast<ChildHandle*>(handle);
+  internalJSONNode* const home = child->home;
+  if (home == nullptr) {
+    json_detail::FreeList<ChildHandle>::give(child);
+    return;
+  }
+  home->isHandleTaken = false;
+  if (home->isEnded) {
+    home->giveMemory();
+  }
+}
+
+inline void internalJSONNode::FetchString() {
+  const std::string_view quoted = text.view();
+  if (quoted.size() < 2 || quoted.front() != '"' || quoted.back() != '"') {
+    Nullify();
+    return;
+  }
+  text.dropEnds();
+  textEncoded = source.mayHoldEscapes() && JSONWorker::FixInto(text);
+}
 
 /// The way between a handle and its body, for the library's own sources.
 struct JSONNodeAccess {
@@ -166,7 +269,7 @@ struct JSONNodeAccess {
   }
   /// JSONNode::newJSONNode(), for the hot paths.
   static JSONNode* newHandle(JSONNode&& node) {
-    return ::new (json_detail::FreeList<JSONNode>::take()) JSONNode(std::move(node));
+    return internalJSONNode::newHandle(std::move(node));
   }
   /// The share of a handle that is done with it.
   static internalJSONNode* release(JSONNode&& node) noexcept {

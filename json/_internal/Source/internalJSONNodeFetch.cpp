@@ -28,15 +28,6 @@ void internalJSONNode::FetchNow() {
   fetched = true;
 }
 
-void internalJSONNode::FetchString() {
-  const std::string_view quoted = text.view();
-  if (quoted.size() < 2 || quoted.front() != '"' || quoted.back() != '"') {
-    Nullify();
-    return;
-  }
-  textEncoded = JSONWorker::FixInto(text, quoted.substr(1, quoted.size() - 2), source);
-}
-
 void internalJSONNode::FetchNumber() { value = NumberToString::_atof(text.view()); }
 
 void internalJSONNode::FetchArray() {
@@ -64,17 +55,14 @@ void internalJSONNode::FetchNode() {
 }
 
 JSONNode** internalJSONNode::at(std::string_view key) {
-  if (!isContainer()) {
-    return nullptr;
-  }
   Fetch();
   if (!isContainer()) {
     return nullptr;
   }
   for (JSONNode*& child : *children) {
-    const json_detail::JSONText& childName = JSONNodeAccess::body(*child).name;
+    const std::string_view childName = JSONNodeAccess::body(*child).name.view();
     if (childName.size() == key.size() &&
-        json_detail::equalBytes(childName.view().data(), key.data(), key.size())) {
+        json_detail::equalBytes(childName.data(), key.data(), key.size())) {
       return &child;
     }
   }
@@ -95,11 +83,6 @@ JSONNode** internalJSONNode::at_nocase(std::string_view key) {
 JSONNode* internalJSONNode::at(unsigned int index) {
   Fetch();
   return index < size() ? children->array[index] : nullptr;
-}
-
-std::string_view internalJSONNode::AsText() {
-  Fetch();
-  return text.view();
 }
 
 double internalJSONNode::numericValue() {

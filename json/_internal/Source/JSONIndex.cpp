@@ -1,0 +1,178 @@
+#include "json/_internal/Source/JSONIndex.h"
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+namespace json_detail {
+
+namespace {
+
+/// What stands where in a block.
+struct BlockBits {
+  std::uint64_t quotes = 0;
+  std::uint64_t structure = 0;
+  std::uint64_t backslashes = 0;
+  std::uint64_t others = 0;  // white space, what may open a comment, and what ends a text
+};
+
+#if defined(__x86_64__)
+
+// The brackets of both kinds are one bit apart, so that setting it joins them. Compared as signed
+// numbers, the bytes from 0x80 on are below the space too.
+constexpr char kBracketBit = 0x20;
+constexpr char kBehindSpace = 0x21;
+
+BlockBits classifySse2(const char* block) {
+  BlockBits bits;
+  for (unsigned int at = 0; at != kIndexBlockBytes; at += sizeof(__m128i)) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + at));
+    const auto equal = [](__m128i all, char one) {
+      return _mm_cmpeq_epi8(all, _mm_set1_epi8(one));
+    };
+    const auto put = [at](std::uint64_t& all, __m128i hits) {
+      all |= std::uint64_t{static_cast<unsigned int>(_mm_movemask_epi8(hits))} << at;
+    };
+    const __m128i joined = _mm_or_si128(bytes, _mm_set1_epi8(kBracketBit));
+    put(bits.quotes, equal(bytes, '"'));
+    put(bits.backslashes, equal(bytes, '\\'));
+    put(bits.structure, _mm_or_si128(_mm_or_si128(equal(bytes, ','), equal(bytes, ':')),
+                                     _mm_or_si128(equal(joined, '{'), equal(joined, '}'))));
+    put(bits.others,
+        _mm_or_si128(
+            _mm_or_si128(equal(bytes, '/'), equal(bytes, '#')),
+            _mm_or_si128(equal(bytes, 0x7F), _mm_cmplt_epi8(bytes, _mm_set1_epi8(kBehindSpace)))));
+  }
+  return bits;
+}
+
+[[gnu::target("avx2")]] inline __m256i equal(__m256i bytes, char one) {
+  return _mm256_cmpeq_epi8(bytes, _mm256_set1_epi8(one));
+}
+
+[[gnu::target("avx2")]] inline std::uint64_t bitsOf(__m256i hits) {
+  return static_cast<unsigned int>(_mm256_movemask_epi8(hits));
+}
+
+[[gnu::target("avx2")]] inline BlockBits classifyHalf(const char* half) {
+  const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(half));
+  const __m256i joined = _mm256_or_si256(bytes, _mm256_set1_epi8(kBracketBit));
+  return {bitsOf(equal(bytes, '"')),
+          bitsOf(_mm256_or_si256(_mm256_or_si256(equal(bytes, ','), equal(bytes, ':')),
+                                 _mm256_or_si256(equal(joined, '{'), equal(joined, '}')))),
+          bitsOf(equal(bytes, '\\')),
+          bitsOf(_mm256_or_si256(
+              _mm256_or_si256(equal(bytes, '/'), equal(bytes, '#')),
+              _mm256_or_si256(equal(bytes, 0x7F),
+                              _mm256_cmpgt_epi8(_mm256_set1_epi8(kBehindSpace), bytes))))};
+}
+
+[[gnu::target("avx2")]] inline BlockBits classifyAvx2(const char* block) {
+  constexpr unsigned int kHalf = kIndexBlockBytes / 2;
+  const BlockBits low = classifyHalf(block);
+  const BlockBits high = classifyHalf(block + kHalf);
+  return {low.quotes | high.quotes << kHalf, low.structure | high.structure << kHalf,
+          low.backslashes | high.backslashes << kHalf, low.others | high.others << kHalf};
+}
+
+#endif
+
+BlockBits classifyBytes(const char* block) {
+  BlockBits bits;
+  for (unsigned int at = 0; at != kIndexBlockBytes; ++at) {
+    const std::uint64_t bit = std::uint64_t{1} << at;
+    switch (const char byte = block[at]) {
+      case '"':
+        bits.quotes |= bit;
+        break;
+      case '\\':
+        bits.backslashes |= bit;
+        break;
+      case ',':
+      case ':':
+      case '{':
+      case '}':
+      case '[':
+      case ']':
+        bits.structure |= bit;
+        break;
+      default:
+        bits.others |= byte <= ' ' || byte >= 0x7F || byte == '/' || byte == '#' ? bit : 0;
+        break;
+    }
+  }
+  return bits;
+}
+
+/// One bit per byte: which of the bytes stand in a string, its opening quote included. `carry` is
+/// all ones when the block begins in a string, else 0, and is set for the block behind.
+inline std::uint64_t bytesInStrings(std::uint64_t quotes, std::uint64_t& carry) {
+  for (unsigned int step = 1; step != kIndexBlockBytes; step *= 2) {
+    quotes ^= quotes << step;  // afterwards a bit tells whether the quotes up to it are odd
+  }
+  quotes ^= carry;
+  carry = 0 - (quotes >> (kIndexBlockBytes - 1));
+  return quotes;
+}
+
+using Classify = BlockBits(const char*);
+
+template <Classify classify>
+[[gnu::always_inline]] inline PlainFront indexPlain(const char* text, std::size_t size,
+                                                    IndexBlock* index) {
+  std::uint64_t carry = 0;
+  for (std::size_t from = 0; from < size; from += kIndexBlockBytes) {
+    const BlockBits bits = classify(text + from);
+    const std::size_t rest = size - from;
+    const std::uint64_t within =
+        rest < kIndexBlockBytes ? (std::uint64_t{1} << rest) - 1 : ~std::uint64_t{0};
+    const bool beginsInString = carry != 0;
+    const std::uint64_t outside = ~bytesInStrings(bits.quotes & within, carry);
+    if (((bits.backslashes | (bits.others & outside)) & within) != 0) {
+      return {from, beginsInString};
+    }
+    index[from / kIndexBlockBytes] = bits.structure & outside & within;
+  }
+  return {size, carry != 0};
+}
+
+PlainFront indexPlainBytewise(const char* text, std::size_t size, IndexBlock* index) {
+  return indexPlain<classifyBytes>(text, size, index);
+}
+
+#if defined(__x86_64__)
+PlainFront indexPlainSse2(const char* text, std::size_t size, IndexBlock* index) {
+  return indexPlain<classifySse2>(text, size, index);
+}
+
+[[gnu::target("avx2,bmi")]] PlainFront indexPlainAvx2(const char* text, std::size_t size,
+                                                      IndexBlock* index) {
+  return indexPlain<classifyAvx2>(text, size, index);
+}
+
+const bool hasAvx2 = static_cast<bool>(__builtin_cpu_supports("avx2")) &&
+                     static_cast<bool>(__builtin_cpu_supports("bmi"));
+#endif
+
+}  // namespace
+
+PlainFront indexPlainFront(const char* text, std::size_t size, IndexBlock* index) {
+#if defined(__x86_64__)
+  return hasAvx2 ? indexPlainAvx2(text, size, index) : indexPlainSse2(text, size, index);
+#else
+  return indexPlainBytewise(text, size, index);
+#endif
+}
+
+std::vector<decltype(&indexPlainFront)> indexers() {
+  std::vector<decltype(&indexPlainFront)> all{indexPlainBytewise};
+#if defined(__x86_64__)
+  all.push_back(indexPlainSse2);
+  if (hasAvx2) {
+    all.push_back(indexPlainAvx2);
+  }
+#endif
+  return all;
+}
+
+}  // namespace json_detail

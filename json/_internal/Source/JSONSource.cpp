@@ -1,0 +1,75 @@
+#include "json/_internal/Source/JSONSource.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <new>
+
+#include "json/_internal/Source/FreeList.h"
+
+namespace json_detail {
+
+/// What a short document with its bodies fits into; some are kept for reuse.
+struct JSONSource::Page {
+  static constexpr std::size_t kSize = 4096;
+  static constexpr std::size_t kKept = 4;
+  alignas(Block) std::array<char, kSize> bytes;
+};
+
+namespace {
+
+constexpr std::size_t kFirstBodies = 1024;  // bytes
+constexpr std::size_t kLargestPiece = std::size_t{1} << 20U;
+
+constexpr std::size_t roundedUp(std::size_t size, std::size_t unit) {
+  return (size + unit - 1) / unit * unit;
+}
+
+}  // namespace
+
+JSONSource::JSONSource(std::size_t capacity) {
+  if (capacity > std::numeric_limits<std::uint32_t>::max()) {
+    throw std::bad_alloc();
+  }
+  // In this order: the text with a block of readable bytes behind it, its index, and the bodies.
+  const std::size_t indexAt =
+      sizeof(Block) + roundedUp(capacity + kIndexBlockBytes, alignof(IndexBlock));
+  const std::size_t bodiesAt = indexAt + indexBlocks(capacity) * sizeof(IndexBlock);
+  const bool isPage = bodiesAt + kFirstBodies <= Page::kSize;
+  const std::size_t size = isPage ? Page::kSize : bodiesAt + kFirstBodies;
+  using Pages = FreeList<Page, Page::kKept>;
+  char* const memory = static_cast<char*>(isPage ? Pages::take() : ::operator new(size));
+  block = ::new (memory) Block;
+  block->index = reinterpret_cast<IndexBlock*>(memory + indexAt);
+  block->next = memory + bodiesAt;
+  block->limit = memory + size;
+  block->isPage = isPage;
+}
+
+void JSONSource::addPiece(Block& block, std::size_t bytes) {
+  const std::size_t last = block.pieces != nullptr ? block.pieces->size : Page::kSize;
+  const std::size_t size = std::max(std::min(last * 2, kLargestPiece), sizeof(Piece) + bytes);
+  char* const memory = static_cast<char*>(::operator new(size));
+  block.pieces = ::new (memory) Piece{block.pieces, size};
+  block.next = memory + sizeof(Piece);
+  block.limit = memory + size;
+}
+
+void JSONSource::release(Block* block) noexcept {
+  const bool isFull = block->pieces != nullptr;
+  while (Piece* const piece = block->pieces) {
+    block->pieces = piece->previous;
+    ::operator delete(piece);
+  }
+  if (!block->isPage) {
+    ::operator delete(block);
+    return;
+  }
+  const char* const start = reinterpret_cast<char*>(block);
+  FreeList<Page, Page::kKept>::give(
+      block, isFull ? Page::kSize : static_cast<std::size_t>(block->next - start));
+}
+
+}  // namespace json_detail
