@@ -4,6 +4,8 @@
 #include <pk11pub.h>
 #include <secasn1.h>
 
+#include <string_view>
+
 #include "signing/NameText.h"
 
 namespace certificate {
@@ -50,6 +52,13 @@ void appendAlternativeNames(TextList& list, PLArenaPool* arena,
   }
 }
 
+/// True when writing the name left an NSPR error, which a later failure may report: NSS did not
+/// know an attribute, or could not read a value, and wrote its number or its bytes.
+bool leftError(std::string_view nameText) {
+  return nameText.find("OID.") != std::string_view::npos ||
+         nameText.find('#') != std::string_view::npos;
+}
+
 /// Puts NSS's text of a name in the arena; null where NSS has none. False when memory is short.
 bool copyNameText(PLArenaPool* arena, CERTName* name, char*& copy) {
   const NssText text(CERT_NameToAscii(name));
@@ -59,7 +68,7 @@ bool copyNameText(PLArenaPool* arena, CERTName* name, char*& copy) {
 
 /// The same for the issuer's name, from the sibling's text where the issuers are the same.
 bool copyIssuerText(CERTCertificate& certificate, const CERTCertificate* sibling) {
-  if (sibling == nullptr || sibling->issuerName == nullptr ||
+  if (sibling == nullptr || sibling->issuerName == nullptr || leftError(sibling->issuerName) ||
       SECITEM_ItemsAreEqual(&sibling->derIssuer, &certificate.derIssuer) == PR_FALSE) {
     return copyNameText(certificate.arena, &certificate.issuer, certificate.issuerName);
   }

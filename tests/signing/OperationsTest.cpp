@@ -1,6 +1,7 @@
 // Listing, retrieval and signing on a token that works and on one that lies. Every failing call is
 // swept in tests/host/FaultSweepTest.cpp.
 #include <prerror.h>
+#include <secerr.h>
 
 #include "tests/signing/ServiceFixture.h"
 
@@ -130,16 +131,20 @@ TEST_F(Operations, TheListingKeepsWhatCanSignNowInTheTokensOrder) {
 
 TEST_F(Operations, TheListingTellsIssuersApart) {
   const std::string der = makeCertificate({});
-  std::string other = der;
-  other.replace(other.find("Test Authority"), 4, "Next");  // as long; signatures are not verified
+  std::string other = der;  // signatures are not verified
+  other.replace(other.find("Test Authority"), 4, "Next");
+  std::string unknown = der;  // an attribute that NSS does not know, which leaves an NSPR error
+  unknown.replace(unknown.find("\x55\x04\x03"), 3, "\x55\x04\x7F");
   std::string objects;
-  for (const std::string& certificate : {der, other, other, der}) {
+  for (const std::string& certificate : {der, other, other, der, unknown, unknown}) {
     objects += "certificate 01 hex " + hex(certificate) + "\n";
   }
   script(objects);
-  const std::string test = "CN=Test Authority|CN=Signer,C=CR|AQ==";
-  const std::string next = "CN=Next Authority|CN=Signer,C=CR|AQ==";
-  EXPECT_EQ(list(*service), test + "|" + next + "|" + next + "|" + test);
+  const std::string record = " Authority|CN=Signer,C=CR|AQ==";
+  EXPECT_EQ(list(*service), "CN=Test" + record + "|CN=Next" + record + "|CN=Next" + record +
+                                "|CN=Test" + record + "|OID.2.5.4.127=Test" + record +
+                                "|OID.2.5.4.127=Test" + record);
+  EXPECT_EQ(PR_GetError(), SEC_ERROR_UNRECOGNIZED_OID);
 }
 
 TEST_F(Operations, BadSigningInputIsRefusedOnlyAfterTheLogin) {
