@@ -8,16 +8,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <stdexcept>
-
-namespace {
-
-/// Tests set the environment before the token's first call.
-const char* environment(const char* name) {
-  return std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
-}
-
-}  // namespace
 
 FakeToken& FakeToken::instance() {
   static FakeToken token;
@@ -36,58 +26,55 @@ std::vector<std::string> FakeToken::calls() const {
   return names;
 }
 
-bool FakeToken::isNow(const ScriptedAction& action, const std::string& function) const {
-  return action.function == function &&
-         (action.occurrence == 0 || action.occurrence == occurrences.at(function));
-}
-
-std::optional<CK_RV> FakeToken::beginCall(const std::string& function,
-                                          const std::string& arguments) {
-  ++occurrences[function];
-  for (const ScriptedAction& action : current.actions) {
-    if (!isNow(action, function)) continue;
-    if (action.verb == "fail") return action.value;
-    if (action.verb == "print") {
-      std::printf("%s\n", action.text.c_str());
-      std::fflush(stdout);
-    } else if (action.verb != "lie") {
-      record(function + arguments + " -> " + action.verb);
-      if (action.verb == "exit") _exit(static_cast<int>(action.value));
-      std::signal(SIGSEGV, SIG_DFL);
-      std::raise(SIGSEGV);
+std::optional<std::string> FakeToken::wanted(const char* verb, const std::string& what) const {
+  for (const TokenScript::Words& words : current.after({verb, what})) {
+    if (words.at(0) == "*" || number(words[0]) == occurrences.at(what)) {
+      return words.size() > 1 ? words[1] : "";
     }
   }
   return std::nullopt;
 }
 
-CK_ULONG FakeToken::countToTell(const std::string& function, CK_ULONG count) const {
-  for (const ScriptedAction& action : current.actions) {
-    if (action.verb == "lie" && isNow(action, function)) return action.value;
+std::optional<CK_RV> FakeToken::beginCall(const std::string& function,
+                                          const std::string& arguments) {
+  ++occurrences[function];
+  if (const auto text = wanted("print", function)) {
+    std::printf("%s\n", text->c_str());
+    std::fflush(stdout);
   }
-  return count;
+  if (const auto status = wanted("exit", function)) {
+    record(function + arguments + " -> exit");
+    _exit(static_cast<int>(number(*status)));
+  }
+  if (wanted("crash", function)) {
+    record(function + arguments + " -> crash");
+    std::signal(SIGSEGV, SIG_DFL);
+    std::raise(SIGSEGV);
+  }
+  if (const auto value = wanted("fail", function)) return number(*value);
+  return std::nullopt;
+}
+
+CK_ULONG FakeToken::countToTell(const std::string& what, CK_ULONG count) {
+  ++occurrences[what];
+  const auto lie = wanted("lie", what);
+  return lie ? number(*lie) : count;
 }
 
 void FakeToken::record(const std::string& line) {
   if (!followsEnvironment) lines.push_back(line);
-  if (const char* path = environment("FAKE_TOKEN_LOG")) {
+  if (const char* path = std::getenv("FAKE_TOKEN_LOG")) {
     std::ofstream(path, std::ios::app) << line << '\n';
   }
 }
 
-void FakeToken::readEnvironment() {
-  const char* path = environment("FAKE_TOKEN_SCRIPT");
+void FakeToken::readEnvironment() noexcept {
+  const char* path = std::getenv("FAKE_TOKEN_SCRIPT");
   followsEnvironment = path != nullptr;
   if (!followsEnvironment) return;
   std::ifstream file(path);
   const std::string text{std::istreambuf_iterator<char>(file), {}};
-  if (file && text == currentText) return;
-  try {
-    if (!file) throw std::invalid_argument(std::string("cannot read ") + path);
-    script(text);
-  } catch (const std::exception& problem) {
-    std::fprintf(stderr, "%s\n", problem.what());
-    std::abort();
-  }
+  if (text != currentText) script(text);
 }
 
 const Attributes* FakeToken::object(CK_OBJECT_HANDLE handle) const {
@@ -103,7 +90,8 @@ std::vector<CK_OBJECT_HANDLE> FakeToken::search(const Attributes& wanted) const 
         std::includes(attributes.begin(), attributes.end(), wanted.begin(), wanted.end());
     if (matches && (loggedIn || !isPrivate)) found.push_back(handle);
   }
-  for (std::size_t at = 0; !found.empty() && found.size() < current.searchLie; ++at) {
+  const CK_ULONG pretended = number(current.value({"lie", "search"}, "0"));
+  for (std::size_t at = 0; !found.empty() && found.size() < pretended; ++at) {
     found.push_back(found[at]);
   }
   return found;

@@ -47,10 +47,11 @@ class FakeToken {
 
   /// Counts the call, does what the script wants of it, gives the return value it forces, if any.
   std::optional<CK_RV> beginCall(const std::string& function, const std::string& arguments);
-  /// The count that the script wants told at this call, else the true one.
-  CK_ULONG countToTell(const std::string& function, CK_ULONG count) const;
+  /// The count of `what` ("slots") that the script wants told this time, else the true one.
+  CK_ULONG countToTell(const std::string& what, CK_ULONG count);
   void record(const std::string& line);
-  void readEnvironment();
+  /// Terminates with a message on a script that it does not understand.
+  void readEnvironment() noexcept;
   /// Null for no such object.
   const Attributes* object(CK_OBJECT_HANDLE handle) const;
   std::vector<CK_OBJECT_HANDLE> search(const Attributes& wanted) const;
@@ -63,7 +64,8 @@ class FakeToken {
 
  private:
   FakeToken() = default;
-  bool isNow(const ScriptedAction& action, const std::string& function) const;
+  /// The word that a statement has for this call or count, if one is about it.
+  std::optional<std::string> wanted(const char* verb, const std::string& what) const;
 
   std::string currentText;
   bool followsEnvironment = false;

@@ -6,17 +6,13 @@
 #include <utility>
 
 #include "tests/fake_token/FakeToken.h"
+#include "tests/support/Hex.h"
 
 namespace {
 
 std::string hex(const void* bytes, CK_ULONG length) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string text;
-  for (CK_ULONG at = 0; bytes != nullptr && at < length; ++at) {
-    const unsigned int byte = static_cast<const unsigned char*>(bytes)[at];
-    text += {kDigits[byte >> 4U], kDigits[byte & 0xFU]};
-  }
-  return text;
+  if (bytes == nullptr) return "";
+  return test_support::hex({static_cast<const char*>(bytes), length});
 }
 
 std::string hexNumber(CK_ULONG value) {
@@ -65,26 +61,34 @@ CK_RV onSession(const char* function, CK_SESSION_HANDLE handle, const std::strin
   });
 }
 
+/// The length that the script wants told of an attribute that is read, or else asked about.
+std::optional<CK_ULONG> falseLength(const FakeToken& token, CK_OBJECT_HANDLE object,
+                                    CK_ATTRIBUTE_TYPE type, bool isRead) {
+  for (const TokenScript::Words& words : token.current.after({"lie", "length"})) {
+    if (number(words.at(0)) == type && words.at(1) != (isRead ? "asked" : "read") &&
+        (words.size() < 5 || number(words[4]) == object)) {
+      return number(words.at(2));
+    }
+  }
+  return std::nullopt;
+}
+
 /// Gives one attribute as the standard's C_GetAttributeValue does, or as the script's lies want.
 CK_RV giveAttribute(const FakeToken& token, CK_OBJECT_HANDLE object, CK_ATTRIBUTE& wanted) {
   const Attributes& attributes = *token.object(object);
   const auto own = attributes.find(wanted.type);
   const bool isRead = wanted.pValue != nullptr;
-  const auto& lies = token.current.lengthLies;
-  const auto lie = std::find_if(lies.begin(), lies.end(), [&](const LengthLie& candidate) {
-    return candidate.type == wanted.type && candidate.when != (isRead ? "asked" : "read") &&
-           (candidate.object == 0 || candidate.object == object);
-  });
+  const auto lie = falseLength(token, object, wanted.type, isRead);
   const CK_ULONG room = wanted.ulValueLen;
   wanted.ulValueLen = CK_UNAVAILABLE_INFORMATION;
   if (own == attributes.end()) return CKR_ATTRIBUTE_TYPE_INVALID;
   const Bytes& value = own->second;
-  if (isRead && lie == lies.end() && room < value.size()) return CKR_BUFFER_TOO_SMALL;
+  if (isRead && !lie && room < value.size()) return CKR_BUFFER_TOO_SMALL;
   if (isRead) {  // Even a lie never writes outside the caller's buffer.
     std::copy_n(value.begin(), std::min<CK_ULONG>(room, value.size()),
                 static_cast<unsigned char*>(wanted.pValue));
   }
-  wanted.ulValueLen = lie == lies.end() ? value.size() : lie->length;
+  wanted.ulValueLen = lie.value_or(value.size());
   return CKR_OK;
 }
 
@@ -97,7 +101,7 @@ CK_RV C_Initialize(CK_VOID_PTR arguments) {
   FakeToken::instance().readEnvironment();
   const std::string text = fields("arguments", set(arguments != nullptr));
   return call("C_Initialize", text, [](auto& token, auto&) {
-    if (token.initialized && !token.current.acceptSecondInitialize) {
+    if (token.initialized && token.current.after({"accept"}).empty()) {
       return CKR_CRYPTOKI_ALREADY_INITIALIZED;
     }
     token.initialized = true;
@@ -118,10 +122,10 @@ CK_RV C_GetSlotList(CK_BBOOL tokenPresent, CK_SLOT_ID_PTR slots, CK_ULONG_PTR co
   const std::string text =
       fields("tokenPresent", int{tokenPresent}, "list", set(slots != nullptr), "count", *count);
   return call("C_GetSlotList", text, [&](auto& token, auto& given) {
-    const std::vector<CK_SLOT_ID>& own = token.current.slots;
+    const std::vector<CK_SLOT_ID> own = token.current.slots();
     const bool tooSmall = slots != nullptr && *count < own.size();
     if (slots != nullptr && !tooSmall) std::copy(own.begin(), own.end(), slots);
-    *count = token.countToTell("C_GetSlotList", own.size());
+    *count = token.countToTell("slots", own.size());
     given = fields("count", *count);
     return tooSmall ? CKR_BUFFER_TOO_SMALL : CKR_OK;
   });
@@ -133,7 +137,7 @@ CK_RV C_OpenSession(CK_SLOT_ID slot, CK_FLAGS flags, CK_VOID_PTR application, CK
                                   set(application != nullptr), "notify", set(notify != nullptr));
   return call("C_OpenSession", text, [&](auto& token, auto& given) {
     if ((flags & CKF_SERIAL_SESSION) == 0) return CKR_SESSION_PARALLEL_NOT_SUPPORTED;
-    const std::vector<CK_SLOT_ID>& own = token.current.slots;
+    const std::vector<CK_SLOT_ID> own = token.current.slots();
     if (std::find(own.begin(), own.end(), slot) == own.end()) return CKR_SLOT_ID_INVALID;
     *session = ++token.lastSession;
     token.sessions[*session] = {};
@@ -153,10 +157,11 @@ CK_RV C_CloseSession(CK_SESSION_HANDLE session) {
 CK_RV C_Login(CK_SESSION_HANDLE session, CK_USER_TYPE user, CK_UTF8CHAR_PTR pin, CK_ULONG length) {
   const std::string typed(reinterpret_cast<const char*>(pin), length);
   std::string text = fields("user", user, "pinLength", length);
-  if (FakeToken::instance().current.logPin) text += fields("pin", typed);
+  if (!FakeToken::instance().current.after({"log"}).empty()) text += fields("pin", typed);
   return onSession("C_Login", session, text, [&](auto& token, auto&, auto&) {
     if (token.loggedIn) return CKR_USER_ALREADY_LOGGED_IN;
-    if (token.current.pin != "*" && typed != token.current.pin) return CKR_PIN_INCORRECT;
+    const std::string right = token.current.value({"pin"}, "1234");
+    if (right != "*" && typed != right) return CKR_PIN_INCORRECT;
     token.loggedIn = true;
     return CKR_OK;
   });
@@ -193,7 +198,7 @@ CK_RV C_FindObjects(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE_PTR objects, CK_
     std::copy(state.found->begin(), last, objects);
     const auto number = static_cast<CK_ULONG>(last - state.found->begin());
     state.found->erase(state.found->begin(), last);
-    *count = token.countToTell("C_FindObjects", number);
+    *count = token.countToTell("found", number);
     given = fields("count", *count);
     for (const CK_OBJECT_HANDLE object : std::span(objects, number)) {
       given += fields("object", object);
@@ -248,8 +253,8 @@ CK_RV C_Sign(CK_SESSION_HANDLE session, CK_BYTE_PTR data, CK_ULONG length, CK_BY
   const std::string text = fields("data", hex(data, length), "signature", buffer(signature, room));
   return onSession("C_Sign", session, text, [&](auto& token, auto& state, auto& given) {
     if (!state.signing) return CKR_OPERATION_NOT_INITIALIZED;
-    const CK_ULONG own = token.current.signatureLength;
-    *signatureLength = token.countToTell("C_Sign", own);
+    const CK_ULONG own = number(token.current.value({"signature"}, "256"));
+    *signatureLength = token.countToTell("signature", own);
     given = fields("length", *signatureLength);
     if (signature == nullptr) return CKR_OK;
     if (room < own) return CKR_BUFFER_TOO_SMALL;

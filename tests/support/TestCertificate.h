@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/Hex.h"
+
 namespace test_support {
 
 /// Attributes of a name in order: OpenSSL's short names ("CN", "emailAddress") and UTF-8 values.
@@ -33,6 +35,5 @@ std::string signDigest(const std::string& pemFile, const char* hash, std::string
 std::string signSha1(const std::string& pemFile, std::string_view text);
 
 std::string base64(std::string_view bytes);
-std::string hex(std::string_view bytes);
 
 }  // namespace test_support
