@@ -3,22 +3,18 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "fuzz/Require.h"
 #include "signing/CertificateDecoding.h"
 #include "signing/NameText.h"
 
 namespace {
 
 using certificate::EQMode;
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 void escape(const std::string& source, std::optional<EQMode> mode) {
   EQMode forLength = mode.value_or(EQMode::kMinimal);

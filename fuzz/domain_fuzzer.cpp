@@ -1,25 +1,20 @@
 // The texts of an initialisation: domain list, page address and distinguished names.
+#include <nss.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
-#include "signing/DigitalSignatureUtil.h"
+#include "fuzz/Require.h"
+#include "signing/DigitalSignatureUtilPkcs11.h"
 
 namespace {
 
-using Util = DigitalSignatureUtil;
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
-
-/// The parts of the service that need no token.
-class Service : public Util {
+class Service : public DigitalSignatureUtilPkcs11 {
  public:
-  explicit Service(const std::string& text) : Util(text, text, text) {
+  explicit Service(const std::string& text) : DigitalSignatureUtilPkcs11("", text, text, text) {
     require(domains == text && signature == text && LastError() == 0);
     const auto pieces = 1 + std::count(text.begin(), text.end(), '|');
     require(domainList.size() <= static_cast<std::size_t>(pieces));
@@ -27,29 +22,21 @@ class Service : public Util {
     for (std::size_t i = 0; i + 1 < domainList.size(); ++i) {
       require(!domainList[i].empty() && trim(domainList[i]) == domainList[i]);
     }
+    require(!IsAuthorized());
   }
-
-  std::string ListCertificates(std::string) override { return {}; }
-  bool IsInitialized() override { return false; }
-  std::vector<NameValueMap> GetCADistinguishedNames(std::string names) override {
-    return GetNameValueMaps(names);
-  }
-  std::string GetCertificateBase64(std::string) override { return {}; }
-  std::string SignPkcs1Base64(std::string, std::string) override { return {}; }
-  bool IsAuthorized() override { return false; }
-  bool NeedConfigDir() override { return false; }
-  void ClearPin() override {}
 };
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const bool started = NSS_NoDB_Init(nullptr) == SECSuccess;
+  require(started);
   const std::string text(reinterpret_cast<const char*>(data), size);
   Service service(text);
-  require(Util::extractDomainName(text).size() <= size);
+  require(Service::extractDomainName(text).size() <= size);
   for (const auto& name : service.GetCADistinguishedNames(text)) {
-    require(!name.empty() && Util::AreMatch(name, name));
-    require(Util::HasDistinguishedName({name}, name));
+    require(!name.empty() && Service::AreMatch(name, name));
+    require(Service::HasDistinguishedName({name}, name));
   }
   return 0;
 }

@@ -8,13 +8,14 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "fuzz/Require.h"
 #include "host/Pkcs11NativeMessagingHost.h"
 #include "json/_internal/Source/MissingMember.h"
 #include "tests/fake_token/FakeToken.h"
@@ -27,10 +28,6 @@ void json_detail::missingMember(std::string_view /*name*/) {
 }
 
 namespace {
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 /// A file in memory that is written and read again for every input.
 class Stream {
@@ -119,15 +116,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     say(R"({"command":5,"certId":"oQ==","digest":"AAECAwQFBgcICQoLDA0ODw=="})");
     say(R"({"command":3,"pin":"1234"})");
   }
-  std::string_view bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
+  const std::string_view bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
   if (websocketMode || !framed) {
     conversation += bytes;
   } else {
-    for (std::size_t end = 0; end != std::string_view::npos; bytes.remove_prefix(end + 1)) {
-      end = bytes.find('\n');
-      say(bytes.substr(0, end));
-      if (end == std::string_view::npos) break;
-    }
+    std::istringstream lines{std::string(bytes)};
+    for (std::string line; std::getline(lines, line);) say(line);
   }
   if (websocketMode) conversation += "\n{\"command\":1}\n";  // Only this ends it.
 

@@ -2,23 +2,15 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "fuzz/Require.h"
 #include "json/json.h"
 
 namespace {
-
-void require(bool holds, const char* what) {
-  if (!holds) {
-    static_cast<void>(std::fprintf(stderr, "does not hold: %s\n", what));
-    std::abort();
-  }
-}
 
 constexpr std::size_t kSearched = 32;  // values whose children are looked up one by one
 
