@@ -42,16 +42,11 @@ void expectGoodEnd(const Holdings& before, HostProcess& host) {
   EXPECT_EQ(host.standardError(), "");
 }
 
-struct Exchange {
-  int weight;
-  std::string bytes;  ///< as they go to standard input
-  int answers;
-};
-
 TEST(Endurance, MixedRequestsOnTheFakeToken) {
   const std::string tooLong = lengthBytes(1000);
   const std::string initialize = frame(initializeRequest());
-  const Exchange exchanges[] = {
+  // Weight, what goes to standard input, and how many answers it has.
+  const std::tuple<int, std::string, int> exchanges[] = {
       {20, frame(kVersionRequest), 1},
       {20, frame(pinCharRequest("1")), 1},
       {25, frame(R"({"command":7})"), 1},
@@ -71,7 +66,7 @@ TEST(Endurance, MixedRequestsOnTheFakeToken) {
       {2, tooLong + tooLong + frame(kVersionRequest), 3},
   };
   std::vector<int> weights;
-  for (const Exchange& exchange : exchanges) weights.push_back(exchange.weight);
+  for (const auto& exchange : exchanges) weights.push_back(std::get<0>(exchange));
   std::discrete_distribution<std::size_t> choose(weights.begin(), weights.end());
   std::minstd_rand order(7);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same order every time
 
@@ -85,10 +80,10 @@ TEST(Endurance, MixedRequestsOnTheFakeToken) {
   }
   std::optional<Holdings> early;
   for (int sent = 0; sent < kMixedRequests; ++sent) {
-    const Exchange& exchange = exchanges[choose(order)];
-    host.send(exchange.bytes);
-    for (int answer = 0; answer < exchange.answers; ++answer) {
-      ASSERT_TRUE(host.hear().starts_with("{\n\t\"command\" : ")) << exchange.bytes;
+    const auto& [weight, bytes, answers] = exchanges[choose(order)];
+    host.send(bytes);
+    for (int answer = 0; answer < answers; ++answer) {
+      ASSERT_TRUE(host.hear().starts_with("{\n\t\"command\" : ")) << bytes;
     }
     if (sent == kWarmUp) early.emplace(host);
   }
