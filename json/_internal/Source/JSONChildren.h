@@ -28,8 +28,14 @@ class jsonChildren {
 
   /// Makes room for one more: 8 slots at first, then twice as many.
   void inc() {
-    if (size == capacity) {
-      resize(capacity == 0 ? kFirstCapacity : doubled(capacity));
+    if (size != capacity) {
+      return;
+    }
+    if (array == nullptr) {
+      array = firstSlots.data();
+      capacity = kFirstCapacity;
+    } else {
+      resize(doubled(capacity));
     }
   }
 

@@ -1,5 +1,7 @@
 #include "json/_internal/Source/JSONIndex.h"
 
+#include <array>
+
 #if defined(__x86_64__)
 #include <immintrin.h>
 #endif
@@ -46,25 +48,85 @@ BlockBits classifySse2(const char* block) {
   return bits;
 }
 
-[[gnu::target("avx2")]] inline __m256i equal(__m256i bytes, char one) {
-  return _mm256_cmpeq_epi8(bytes, _mm256_set1_epi8(one));
+// With AVX2 a byte's kinds are looked up in two tables of sixteen, by its lower and by its upper
+// four bits: it is of the kinds that both tables name. A lookup by the lower bits gives nothing for
+// the bytes from 0x80 on, whose upper bit is a kind of its own.
+using Nibbles =
+    std::array<unsigned char, 32>;  // twice the same sixteen, one for each half of a vector
+
+constexpr unsigned char kComma = 0x01;
+constexpr unsigned char kColon = 0x02;
+constexpr unsigned char kBracket = 0x04;
+constexpr unsigned char kStructure = kComma | kColon | kBracket;
+constexpr unsigned char kQuote = 0x08;
+constexpr unsigned char kBackslash = 0x10;
+constexpr unsigned char kFirstOther = 0x20;
+constexpr unsigned char kControl = kFirstOther;
+constexpr unsigned char kSpaceHashSlash = 0x40;
+constexpr unsigned char kDeleteOrAbove = 0x80;
+
+constexpr Nibbles kByLowerBits = [] {
+  Nibbles kinds{};
+  for (std::size_t i = 0; i != kinds.size(); ++i) {
+    constexpr std::array<unsigned char, 16> kExtra{kSpaceHashSlash,
+                                                   0,
+                                                   kQuote,
+                                                   kSpaceHashSlash,
+                                                   0,
+                                                   0,
+                                                   0,
+                                                   0,
+                                                   0,
+                                                   0,
+                                                   kColon,
+                                                   kBracket,
+                                                   kComma | kBackslash,
+                                                   kBracket,
+                                                   0,
+                                                   kSpaceHashSlash | kDeleteOrAbove};
+    kinds[i] = static_cast<unsigned char>(kControl | kExtra[i % 16]);
+  }
+  return kinds;
+}();
+
+constexpr Nibbles kByUpperBits = [] {
+  Nibbles kinds{};
+  for (std::size_t i = 0; i != kinds.size(); i += 16) {
+    kinds[i] = kinds[i + 1] = kControl;
+    kinds[i + 2] = kComma | kQuote | kSpaceHashSlash;
+    kinds[i + 3] = kColon;
+    kinds[i + 5] = kBracket | kBackslash;
+    kinds[i + 7] = kBracket | kDeleteOrAbove;
+  }
+  return kinds;
+}();
+
+[[gnu::target("avx2")]] inline __m256i load(const void* bytes) {
+  return _mm256_loadu_si256(static_cast<const __m256i*>(bytes));
 }
 
-[[gnu::target("avx2")]] inline std::uint64_t bitsOf(__m256i hits) {
-  return static_cast<unsigned int>(_mm256_movemask_epi8(hits));
+[[gnu::target("avx2")]] inline __m256i all(unsigned char byte) {
+  return _mm256_set1_epi8(static_cast<char>(byte));
+}
+
+[[gnu::target("avx2")]] inline std::uint64_t bitsOf(__m256i upperBits) {
+  return static_cast<unsigned int>(_mm256_movemask_epi8(upperBits));
 }
 
 [[gnu::target("avx2")]] inline BlockBits classifyHalf(const char* half) {
-  const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(half));
-  const __m256i joined = _mm256_or_si256(bytes, _mm256_set1_epi8(kBracketBit));
-  return {bitsOf(equal(bytes, '"')),
-          bitsOf(_mm256_or_si256(_mm256_or_si256(equal(bytes, ','), equal(bytes, ':')),
-                                 _mm256_or_si256(equal(joined, '{'), equal(joined, '}')))),
-          bitsOf(equal(bytes, '\\')),
-          bitsOf(_mm256_or_si256(
-              _mm256_or_si256(equal(bytes, '/'), equal(bytes, '#')),
-              _mm256_or_si256(equal(bytes, 0x7F),
-                              _mm256_cmpgt_epi8(_mm256_set1_epi8(kBehindSpace), bytes))))};
+  const __m256i bytes = load(half);
+  const __m256i upper = _mm256_and_si256(_mm256_srli_epi16(bytes, 4), all(0x0F));
+  const __m256i kinds =
+      _mm256_or_si256(_mm256_and_si256(_mm256_shuffle_epi8(load(kByLowerBits.data()), bytes),
+                                       _mm256_shuffle_epi8(load(kByUpperBits.data()), upper)),
+                      _mm256_and_si256(bytes, all(kDeleteOrAbove)));
+  const __m256i structure = _mm256_and_si256(kinds, all(kStructure));
+  // Compared as signed numbers, only kDeleteOrAbove does not exceed the kinds that are no others.
+  const __m256i others = _mm256_or_si256(kinds, _mm256_cmpgt_epi8(kinds, all(kFirstOther - 1)));
+  return {bitsOf(_mm256_slli_epi16(kinds, 4)),  // kQuote becomes the upper bit
+          bitsOf(_mm256_cmpgt_epi8(structure, _mm256_setzero_si256())),
+          bitsOf(_mm256_slli_epi16(kinds, 3)),  // kBackslash becomes the upper bit
+          bitsOf(others)};
 }
 
 [[gnu::target("avx2")]] inline BlockBits classifyAvx2(const char* block) {

@@ -67,30 +67,27 @@ bool isEnclosed(std::string_view text, char open, char close) {
   return text.size() >= 2 && text.front() == open && text.back() == close;
 }
 
-/// The type of a value that is no string.
-char typeOfOther(std::string_view value) {
+/// The type that a value's text tells by its first byte and its last; null when it is malformed.
+[[gnu::always_inline]] inline char typeOf(std::string_view value) {
   if (value.empty()) {
     return JSON_NULL;
   }
-  switch (value.front()) {
-    case '"':  // not closed
-      return JSON_NULL;
-    case '[':
-      return isEnclosed(value, '[', ']') ? JSON_ARRAY : JSON_NULL;
-    case '{':
-      return isEnclosed(value, '{', '}') ? JSON_NODE : JSON_NULL;
-    case 't':
-    case 'f':
-      return value == jsonSingletonCONST_TRUE() || value == jsonSingletonCONST_FALSE() ? JSON_BOOL
-                                                                                       : JSON_NULL;
-    default:
-      return NumberToString::isNumeric(value) ? JSON_NUMBER : JSON_NULL;
+  const char first = value.front();
+  const char last = value.back();
+  if (first == '"') {
+    return last == '"' && value.size() > 1 ? JSON_STRING : JSON_NULL;
   }
-}
-
-/// The type that a value's text tells by its first byte and its last; null when it is malformed.
-inline char typeOf(std::string_view value) {
-  return isEnclosed(value, '"', '"') ? JSON_STRING : typeOfOther(value);
+  if (first == '[') {
+    return last == ']' ? JSON_ARRAY : JSON_NULL;
+  }
+  if (first == '{') {
+    return last == '}' ? JSON_NODE : JSON_NULL;
+  }
+  if (first == 't' || first == 'f') {
+    return value == jsonSingletonCONST_TRUE() || value == jsonSingletonCONST_FALSE() ? JSON_BOOL
+                                                                                     : JSON_NULL;
+  }
+  return NumberToString::isNumeric(value) ? JSON_NUMBER : JSON_NULL;
 }
 
 std::string_view between(const char* from, const char* to) {
@@ -100,8 +97,7 @@ std::string_view between(const char* from, const char* to) {
 }  // namespace
 
 [[gnu::always_inline]] inline internalJSONNode* internalJSONNode::newInternal(
-    std::string_view name, std::string_view value, const JSONSource& source) {
-  const char type = typeOf(value);
+    char type, std::string_view name, std::string_view value, const JSONSource& source) {
   const bool isFetched = type == JSON_NULL || type == JSON_BOOL;
   const std::string_view text = type == JSON_NULL ? jsonSingletonCONST_NULL() : value;
   void* const container = type >= JSON_ARRAY ? source.allocate<jsonChildren>() : nullptr;
@@ -135,12 +131,18 @@ JSONNode JSONWorker::parse_unformatted(std::string_view text) {
 JSONNode JSONWorker::_parse_unformatted(const char* begin, const char* end,
                                         const JSONSource& source) {
   std::string_view text(begin, static_cast<std::size_t>(end - begin));
-  const std::string_view comment = commentsOf(text);
-  text.remove_prefix(comment.size());
-  if (!isEnclosed(text, '{', '}') && !isEnclosed(text, '[', ']')) {
+  std::string_view comment;
+  if (!text.empty() && text.front() == '#') {
+    comment = commentsOf(text);
+    text.remove_prefix(comment.size());
+  }
+  const char type = isEnclosed(text, '{', '}')   ? JSON_NODE
+                    : isEnclosed(text, '[', ']') ? JSON_ARRAY
+                                                 : JSON_NULL;
+  if (type == JSON_NULL) {
     throw std::invalid_argument("");
   }
-  JSONNode root = JSONNodeAccess::adopt(internalJSONNode::newInternal({}, text, source));
+  JSONNode root = JSONNodeAccess::adopt(internalJSONNode::newInternal(type, {}, text, source));
   if (!comment.empty()) {
     setComment(JSONNodeAccess::body(root), comment);
   }
@@ -176,7 +178,8 @@ template <bool IsPlain>
     name.remove_prefix(name.empty() ? 0 : 1);
   }
   parent.children->inc();
-  internalJSONNode* const child = internalJSONNode::newInternal(name, value, parent.source);
+  internalJSONNode* const child =
+      internalJSONNode::newInternal(typeOf(value), name, value, parent.source);
   parent.children->append(JSONNodeAccess::newHandle(JSONNodeAccess::adopt(child)));
   if constexpr (!IsPlain) {
     // A parsed name is written back as it is, even when it held escapes: nameEncoded stays false.
@@ -188,7 +191,9 @@ template <bool IsPlain>
 }
 
 template <typename Structure>
-void JSONWorker::splitNode(internalJSONNode& parent, std::string_view text, Structure structure) {
+[[gnu::always_inline]] inline void JSONWorker::splitNode(internalJSONNode& parent,
+                                                         std::string_view text,
+                                                         Structure structure) {
   const char* const end = text.data() + text.size() - 1;
   for (const char* start = text.data() + 1;;) {
     const char* const colon = nextRelevant<':'>(structure);
@@ -210,7 +215,9 @@ void JSONWorker::splitNode(internalJSONNode& parent, std::string_view text, Stru
 }
 
 template <typename Structure>
-void JSONWorker::splitArray(internalJSONNode& parent, std::string_view text, Structure structure) {
+[[gnu::always_inline]] inline void JSONWorker::splitArray(internalJSONNode& parent,
+                                                          std::string_view text,
+                                                          Structure structure) {
   const char* const end = text.data() + text.size() - 1;
   for (const char* start = text.data() + 1;;) {
     const char* const separator = nextRelevant<',', ':'>(structure);

@@ -43,7 +43,7 @@ bool isDecimalRest(std::string_view text, bool sawPoint, bool sawExponent) {
   return true;
 }
 
-bool isNumericAfterZero(std::string_view rest) {
+[[gnu::noinline]] bool isNumericAfterZero(std::string_view rest) {
   if (rest.empty()) {
     return true;
   }
@@ -115,18 +115,11 @@ double NumberToString::_atof(std::string_view text) {
   return std::strtod(terminated.c_str(), nullptr);
 }
 
-long long NumberToString::truncate(double value) {
-  constexpr double kLimit = 0x1p63;  // the first value beyond long long
+long long NumberToString::nearestLimit(double value) {
   if (std::isnan(value)) {
     return 0;
   }
-  if (value >= kLimit) {
-    return std::numeric_limits<long long>::max();
-  }
-  if (value < -kLimit) {
-    return std::numeric_limits<long long>::min();
-  }
-  return static_cast<long long>(value);
+  return value > 0 ? std::numeric_limits<long long>::max() : std::numeric_limits<long long>::min();
 }
 
 unsigned long long NumberToString::truncateUnsigned(double value) {

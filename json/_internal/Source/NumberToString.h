@@ -36,7 +36,10 @@ class NumberToString {
   static double _atof(std::string_view text);
 
   /// Truncation toward zero. What no long long can hold becomes the nearest limit, NaN becomes 0.
-  static long long truncate(double value);
+  static long long truncate(double value) {
+    constexpr double kLimit = 0x1p63;  // the first value beyond long long
+    return value >= -kLimit && value < kLimit ? static_cast<long long>(value) : nearestLimit(value);
+  }
   /// The same for unsigned long long: negative values become 0.
   static unsigned long long truncateUnsigned(double value);
 
@@ -67,4 +70,7 @@ class NumberToString {
     std::array<char, kLongest> buffer{};
     std::size_t start;
   };
+
+ private:
+  static long long nearestLimit(double value);
 };

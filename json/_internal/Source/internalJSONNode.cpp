@@ -104,26 +104,43 @@ internalJSONNode* internalJSONNode::newInternal(const internalJSONNode& original
   return JSONNodeAccess::release(std::move(owner));
 }
 
+/// Releases the children from the last one on. Stops at one that ends here and has children of its
+/// own, and returns true then.
+[[gnu::always_inline]] inline bool internalJSONNode::dropLeaves(internalJSONNode& body) noexcept {
+  if (body.children == nullptr) {
+    return false;
+  }
+  unsigned int left = body.children->size;
+  bool stops = false;
+  for (; left != 0; --left) {
+    JSONNode* const handle = body.children->array[left - 1];
+    internalJSONNode* const child = handle->internal;
+    // A child that was moved out of the tree has left its handle empty.
+    const bool isLast = child != nullptr && --child->refcount == 0;
+    stops = isLast && child->children != nullptr && child->children->size != 0;
+    if (stops) {
+      break;
+    }
+    giveHandle(handle);
+    if (isLast) {
+      destroyOne(child);
+    }
+  }
+  body.children->size = left;
+  return stops;
+}
+
 // On the way down the handle that led to a body is of no more use as a handle: it remembers the
 // way back up, so that no tree is too deep to be released.
 void internalJSONNode::deleteInternal(internalJSONNode* body) noexcept {
+  const auto lastChild = [](const internalJSONNode& of) {
+    return of.children->array[of.children->size - 1];
+  };
   internalJSONNode* parent = nullptr;
   for (;;) {
-    if (body->children != nullptr && body->children->size != 0) {
-      JSONNode* const handle = body->children->array[body->children->size - 1];
-      internalJSONNode* const child = handle->internal;
-      // A child that was moved out of the tree has left its handle empty.
-      const bool isLast = child != nullptr && --child->refcount == 0;
-      if (isLast && child->children != nullptr && child->children->size != 0) {
-        handle->internal = std::exchange(parent, body);
-        body = child;
-        continue;
-      }
-      giveHandle(handle);
-      if (isLast) {
-        destroyOne(child);
-      }
-      --body->children->size;
+    if (dropLeaves(*body)) {
+      JSONNode* const handle = lastChild(*body);
+      body = std::exchange(handle->internal, std::exchange(parent, body));
       continue;
     }
     destroyOne(body);
@@ -131,7 +148,7 @@ void internalJSONNode::deleteInternal(internalJSONNode* body) noexcept {
       return;
     }
     body = parent;
-    JSONNode* const handle = body->children->array[body->children->size - 1];
+    JSONNode* const handle = lastChild(*body);
     parent = handle->internal;
     giveHandle(handle);
     --body->children->size;

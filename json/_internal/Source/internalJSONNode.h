@@ -30,7 +30,7 @@ class internalJSONNode {
   /// A body for a name and a value in compacted text; both are slices of `source`. The first byte
   /// of the value tells its type; what is not well formed at its ends becomes null. For the
   /// splitting in JSONWorker.cpp alone, where it is defined so that it can be inlined.
-  static internalJSONNode* newInternal(std::string_view name, std::string_view value,
+  static internalJSONNode* newInternal(char type, std::string_view name, std::string_view value,
                                        const json_detail::JSONSource& source);
   /// A deep copy with one share: every child of every level is copied too.
   static internalJSONNode* newInternal(const internalJSONNode& original);
@@ -63,12 +63,14 @@ class internalJSONNode {
     if (fetched) {
       return;
     }
-    if (type == JSON_STRING && !source.mayHoldEscapes()) {
-      FetchString();  // the usual case, without a call
-      fetched = true;
+    if (type == JSON_STRING) {
+      FetchString();
+    } else if (type == JSON_NUMBER) {
+      FetchNumber();
     } else {
-      FetchNow();
+      FetchOther();
     }
+    fetched = true;
   }
   /// Makes the value null. Children built before stay in memory but are not reachable.
   void Nullify();
@@ -106,7 +108,7 @@ class internalJSONNode {
     return text.view();
   }
   explicit operator bool();
-  explicit operator long long();
+  explicit operator long long() { return NumberToString::truncate(numericValue()); }
   explicit operator unsigned long long();
   explicit operator long double();
 
@@ -174,6 +176,7 @@ class internalJSONNode {
   static void giveHandle(JSONNode* handle) noexcept;
   internalJSONNode* detachedCopy();
   static void destroyOne(internalJSONNode* body) noexcept;
+  static bool dropLeaves(internalJSONNode& body) noexcept;
   static internalJSONNode* copyWithoutChildren(const internalJSONNode& original);
   void giveMemory() noexcept;
   [[nodiscard]] std::span<char> nameRoom();
@@ -181,14 +184,20 @@ class internalJSONNode {
   void makeChildren();
   static void dropChildren(internalJSONNode& body) noexcept;
 
-  void FetchNow();
   void FetchString();
-  void FetchNumber();
+  void FetchNumber() { value = NumberToString::_atof(text.view()); }
+  void FetchOther();
   void FetchArray();
   void FetchNode();
   void becomeScalar(unsigned char newType);
   void becomeContainer(unsigned char newType);
-  double numericValue();
+  double numericValue() {
+    Fetch();
+    if (type == JSON_STRING) {
+      value = NumberToString::_atof(text.view());
+    }
+    return type == JSON_NULL ? 0 : value;
+  }
   bool isEqualApartFromChildren(internalJSONNode& other);
 
   void WriteName(bool formatted, bool arrayChild, json_detail::JSONOutput& output) const;

@@ -7,28 +7,15 @@
 #include "json/_internal/Source/JSONWorker.h"
 #include "json/_internal/Source/internalJSONNode.h"
 
-void internalJSONNode::FetchNow() {
-  switch (type) {
-    case JSON_STRING:
-      FetchString();
-      break;
-    case JSON_NUMBER:
-      FetchNumber();
-      break;
-    case JSON_ARRAY:
-      FetchArray();
-      break;
-    case JSON_NODE:
-      FetchNode();
-      break;
-    default:
-      Nullify();
-      break;
+void internalJSONNode::FetchOther() {
+  if (type == JSON_ARRAY) {
+    FetchArray();
+  } else if (type == JSON_NODE) {
+    FetchNode();
+  } else {
+    Nullify();
   }
-  fetched = true;
 }
-
-void internalJSONNode::FetchNumber() { value = NumberToString::_atof(text.view()); }
 
 void internalJSONNode::FetchArray() {
   const std::string_view whole = text.view();
@@ -85,17 +72,6 @@ JSONNode* internalJSONNode::at(unsigned int index) {
   return index < size() ? children->array[index] : nullptr;
 }
 
-double internalJSONNode::numericValue() {
-  Fetch();
-  if (type == JSON_NULL) {
-    return 0;
-  }
-  if (type == JSON_STRING) {
-    value = NumberToString::_atof(text.view());
-  }
-  return value;
-}
-
 internalJSONNode::operator bool() {
   Fetch();
   switch (type) {
@@ -110,8 +86,6 @@ internalJSONNode::operator bool() {
       return value != 0;
   }
 }
-
-internalJSONNode::operator long long() { return NumberToString::truncate(numericValue()); }
 
 internalJSONNode::operator unsigned long long() {
   return NumberToString::truncateUnsigned(numericValue());
