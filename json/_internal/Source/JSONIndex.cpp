@@ -48,64 +48,76 @@ BlockBits classifySse2(const char* block) {
   return bits;
 }
 
-// With AVX2 a byte's kinds are looked up in two tables of sixteen, by its lower and by its upper
-// four bits: it is of the kinds that both tables name. A lookup by the lower bits gives nothing for
-// the bytes from 0x80 on, whose upper bit is a kind of its own.
-using Nibbles =
-    std::array<unsigned char, 32>;  // twice the same sixteen, one for each half of a vector
+// With AVX2 a byte's kind is looked up in two tables of sixteen, by its lower and by its upper four
+// bits: it is of the kind that both tables name. The kinds are such that no byte is of two. A
+// lookup by the lower bits gives nothing for the bytes from 0x80 on, whose upper bit tells enough.
+constexpr unsigned int kComma = 0x01;
+constexpr unsigned int kColon = 0x02;
+constexpr unsigned int kBracket = 0x04;
+constexpr unsigned int kStructure = kComma | kColon | kBracket;
+constexpr unsigned int kQuote = 0x08;
+constexpr unsigned int kBackslash = 0x10;
+constexpr unsigned int kControl = 0x20;  // this and the kinds below: others
+constexpr unsigned int kSpaceHashSlash = 0x40;
+constexpr unsigned int kDeleteOrAbove = 0x80;
 
-constexpr unsigned char kComma = 0x01;
-constexpr unsigned char kColon = 0x02;
-constexpr unsigned char kBracket = 0x04;
-constexpr unsigned char kStructure = kComma | kColon | kBracket;
-constexpr unsigned char kQuote = 0x08;
-constexpr unsigned char kBackslash = 0x10;
-constexpr unsigned char kFirstOther = 0x20;
-constexpr unsigned char kControl = kFirstOther;
-constexpr unsigned char kSpaceHashSlash = 0x40;
-constexpr unsigned char kDeleteOrAbove = 0x80;
-
-constexpr Nibbles kByLowerBits = [] {
-  Nibbles kinds{};
-  for (std::size_t i = 0; i != kinds.size(); ++i) {
-    constexpr std::array<unsigned char, 16> kExtra{kSpaceHashSlash,
-                                                   0,
-                                                   kQuote,
-                                                   kSpaceHashSlash,
-                                                   0,
-                                                   0,
-                                                   0,
-                                                   0,
-                                                   0,
-                                                   0,
-                                                   kColon,
-                                                   kBracket,
-                                                   kComma | kBackslash,
-                                                   kBracket,
-                                                   0,
-                                                   kSpaceHashSlash | kDeleteOrAbove};
-    kinds[i] = static_cast<unsigned char>(kControl | kExtra[i % 16]);
+constexpr unsigned int kindOf(unsigned int byte) {
+  switch (byte) {
+    case ',':
+      return kComma;
+    case ':':
+      return kColon;
+    case '{':
+    case '}':
+    case '[':
+    case ']':
+      return kBracket;
+    case '"':
+      return kQuote;
+    case '\\':
+      return kBackslash;
+    case ' ':
+    case '#':
+    case '/':
+      return kSpaceHashSlash;
+    case 0x7F:
+      return kDeleteOrAbove;
+    default:
+      return byte < ' ' ? kControl : 0;
   }
-  return kinds;
+}
+
+struct KindTables {
+  // Each twice the same sixteen, one for each half of a vector.
+  std::array<unsigned char, 32> byLowerBits{};
+  std::array<unsigned char, 32> byUpperBits{};
+};
+
+constexpr KindTables kKinds = [] {
+  KindTables tables;
+  for (unsigned int byte = 0; byte != 0x80; ++byte) {
+    for (const unsigned int half : {0U, 16U}) {
+      tables.byLowerBits.at(half + byte % 16) |= static_cast<unsigned char>(kindOf(byte));
+      tables.byUpperBits.at(half + byte / 16) |= static_cast<unsigned char>(kindOf(byte));
+    }
+  }
+  return tables;
 }();
 
-constexpr Nibbles kByUpperBits = [] {
-  Nibbles kinds{};
-  for (std::size_t i = 0; i != kinds.size(); i += 16) {
-    kinds[i] = kinds[i + 1] = kControl;
-    kinds[i + 2] = kComma | kQuote | kSpaceHashSlash;
-    kinds[i + 3] = kColon;
-    kinds[i + 5] = kBracket | kBackslash;
-    kinds[i + 7] = kBracket | kDeleteOrAbove;
+static_assert([] {
+  for (unsigned int byte = 0; byte != 0x80; ++byte) {
+    if ((kKinds.byLowerBits.at(byte % 16) & kKinds.byUpperBits.at(byte / 16)) != kindOf(byte)) {
+      return false;
+    }
   }
-  return kinds;
-}();
+  return true;
+}());
 
 [[gnu::target("avx2")]] inline __m256i load(const void* bytes) {
   return _mm256_loadu_si256(static_cast<const __m256i*>(bytes));
 }
 
-[[gnu::target("avx2")]] inline __m256i all(unsigned char byte) {
+[[gnu::target("avx2")]] inline __m256i all(unsigned int byte) {
   return _mm256_set1_epi8(static_cast<char>(byte));
 }
 
@@ -117,12 +129,12 @@ constexpr Nibbles kByUpperBits = [] {
   const __m256i bytes = load(half);
   const __m256i upper = _mm256_and_si256(_mm256_srli_epi16(bytes, 4), all(0x0F));
   const __m256i kinds =
-      _mm256_or_si256(_mm256_and_si256(_mm256_shuffle_epi8(load(kByLowerBits.data()), bytes),
-                                       _mm256_shuffle_epi8(load(kByUpperBits.data()), upper)),
+      _mm256_or_si256(_mm256_and_si256(_mm256_shuffle_epi8(load(kKinds.byLowerBits.data()), bytes),
+                                       _mm256_shuffle_epi8(load(kKinds.byUpperBits.data()), upper)),
                       _mm256_and_si256(bytes, all(kDeleteOrAbove)));
   const __m256i structure = _mm256_and_si256(kinds, all(kStructure));
   // Compared as signed numbers, only kDeleteOrAbove does not exceed the kinds that are no others.
-  const __m256i others = _mm256_or_si256(kinds, _mm256_cmpgt_epi8(kinds, all(kFirstOther - 1)));
+  const __m256i others = _mm256_or_si256(kinds, _mm256_cmpgt_epi8(kinds, all(kControl - 1)));
   return {bitsOf(_mm256_slli_epi16(kinds, 4)),  // kQuote becomes the upper bit
           bitsOf(_mm256_cmpgt_epi8(structure, _mm256_setzero_si256())),
           bitsOf(_mm256_slli_epi16(kinds, 3)),  // kBackslash becomes the upper bit
