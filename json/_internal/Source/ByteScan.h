@@ -92,6 +92,46 @@ inline void copyBytes(char* to, const char* from, std::size_t size) {
   }
 }
 
+/// Copies up to kShortCopy bytes, unless one of them is of the kind: then what is at `to` is of no
+/// use, and false is returned.
+inline constexpr std::size_t kShortCopy = 32;
+template <typename Kind>
+[[gnu::always_inline]] inline bool copyShortWithout(char* to, const char* from, std::size_t size) {
+#ifdef __SSE2__
+  // Looked at and copied as two parts of a fixed size, which may overlap.
+  if (size >= 16) {
+    const __m128i first = loadStride(from);
+    const __m128i second = loadStride(from + size - 16);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to), first);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to + size - 16), second);
+    return (Kind::matches(first) | Kind::matches(second)) == 0;
+  }
+  const auto copyParts = [=](auto first) {
+    auto second = first;
+    std::memcpy(&first, from, sizeof first);
+    std::memcpy(&second, from + size - sizeof second, sizeof second);
+    std::memcpy(to, &first, sizeof first);
+    std::memcpy(to + size - sizeof second, &second, sizeof second);
+    constexpr unsigned int kPart = (1U << sizeof first) - 1;
+    const __m128i both =
+        _mm_set_epi64x(static_cast<long long>(second), static_cast<long long>(first));
+    return (Kind::matches(both) & (kPart | kPart << 8U)) == 0;
+  };
+  if (size >= 8) {
+    return copyParts(std::uint64_t{});
+  }
+  if (size >= 4) {
+    return copyParts(std::uint32_t{});
+  }
+#endif
+  bool isWithout = true;
+  for (std::size_t i = 0; i != size; ++i) {
+    to[i] = from[i];
+    isWithout = isWithout && !Kind::matches(from[i]);
+  }
+  return isWithout;
+}
+
 /// memcmp() == 0 without the call for 4 to 16 bytes.
 inline bool equalBytes(const char* left, const char* right, std::size_t size) {
   const auto equalEnds = [=](auto part) {

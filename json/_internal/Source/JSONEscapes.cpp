@@ -144,11 +144,7 @@ std::string JSONWorker::toUTF8(unsigned char byte) {
   return escape;
 }
 
-void JSONWorker::UnfixString(std::string_view text, bool encoded, JSONOutput& output) {
-  if (!encoded) {
-    output.append(text);
-    return;
-  }
+void JSONWorker::UnfixLong(std::string_view text, JSONOutput& output) {
   const char* const end = text.data() + text.size();
   for (const char* at = text.data();; ++at) {
     char* out = output.room(static_cast<std::size_t>(end - at) + kLongestEscape);

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "json/_internal/Source/JSONSingleton.h"
 #include "json/_internal/Source/MissingMember.h"
 #include "json/_internal/Source/internalJSONNode.h"
 
@@ -38,34 +39,21 @@ JSONNode& existingElement(JSONNode* child, unsigned int index) {
 JSONNode::JSONNode(char type) : internal(internalJSONNode::newInternal(type)) {}
 
 JSONNode::JSONNode(std::string_view name, double value, std::string_view digits)
-    : JSONNode(Adopt{}, internalJSONNode::make(JSON_NULL, true)) {
-  internal->SetName(name);
-  internal->SetNumber(value, digits);
-}
+    : internal(internalJSONNode::newScalar(JSON_NUMBER, name, digits, value)) {}
 
 JSONNode::JSONNode(std::string_view name, long double value)
-    : JSONNode(Adopt{}, internalJSONNode::make(JSON_NULL, true)) {
-  internal->SetName(name);
-  internal->Set(value);
-}
+    : JSONNode(name, static_cast<double>(value), NumberToString::_ftoa(value)) {}
 
 JSONNode::JSONNode(std::string_view name, bool value)
-    : JSONNode(Adopt{}, internalJSONNode::make(JSON_NULL, true)) {
-  internal->SetName(name);
-  internal->Set(value);
-}
+    : internal(internalJSONNode::newScalar(
+          JSON_BOOL, name, value ? jsonSingletonCONST_TRUE() : jsonSingletonCONST_FALSE(),
+          value ? 1 : 0)) {}
 
 JSONNode::JSONNode(std::string_view name, std::string_view value)
-    : JSONNode(Adopt{}, internalJSONNode::make(JSON_NULL, true)) {
-  internal->SetName(name);
-  internal->Set(value);
-}
+    : internal(internalJSONNode::newScalar(JSON_STRING, name, value, 0)) {}
 
 JSONNode::JSONNode(std::string_view name, const char* value)
-    : JSONNode(Adopt{}, internalJSONNode::make(JSON_NULL, true)) {
-  internal->SetName(name);
-  internal->Set(value);
-}
+    : JSONNode(name, std::string_view(value)) {}
 
 JSONNode::JSONNode(const JSONNode& other) noexcept : internal(other.internal) {
   internal->addShare();

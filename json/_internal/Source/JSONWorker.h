@@ -49,7 +49,20 @@ class JSONWorker {
   static bool FixInto(json_detail::JSONText& text);
   /// Appends the text of a string: escaped when `encoded`, else as it is.
   static void UnfixString(std::string_view text, bool encoded, std::string& output);
-  static void UnfixString(std::string_view text, bool encoded, json_detail::JSONOutput& output);
+  static void UnfixString(std::string_view text, bool encoded, json_detail::JSONOutput& output) {
+    if (!encoded) {
+      output.append(text);
+      return;
+    }
+    if (text.size() <= json_detail::kShortCopy) {
+      char* const out = output.room(text.size());
+      if (json_detail::copyShortWithout<json_detail::NeedsEscape>(out, text.data(), text.size())) {
+        output.advance(out + text.size());
+        return;
+      }
+    }
+    UnfixLong(text, output);
+  }
   /// The six-character escape of one byte: "\u00" and two upper-case hex digits.
   static std::string toUTF8(unsigned char byte);
 
@@ -57,6 +70,7 @@ class JSONWorker {
   static bool used_ascii_one;
 
  private:
+  static void UnfixLong(std::string_view text, json_detail::JSONOutput& output);
   template <typename Structure>
   static void splitNode(internalJSONNode& parent, std::string_view text, Structure structure);
   template <typename Structure>

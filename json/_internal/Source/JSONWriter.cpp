@@ -47,11 +47,21 @@ std::string makeIndent(unsigned int level) {
 }
 
 /// A line break and the indentation behind it; nothing in the compact form.
-std::string lineStart(unsigned int level) {
-  if (level == internalJSONNode::kNotFormatted) {
-    return jsonSingletonEMPTY_JSON_STRING();
+void appendLineStart(unsigned int level, JSONOutput& output) {
+  if (level != internalJSONNode::kNotFormatted) {
+    output.append(jsonSingletonNEW_LINE());
+    output.append(makeIndent(level));
   }
-  return jsonSingletonNEW_LINE() + makeIndent(level);
+}
+
+/// What stands between two children: a comma and, in the indented form, the start of a line.
+std::string separatorAt(unsigned int level) {
+  std::string separator = ",";
+  if (level != internalJSONNode::kNotFormatted) {
+    separator += jsonSingletonNEW_LINE();
+    separator += makeIndent(level);
+  }
+  return separator;
 }
 
 void appendComment(std::string_view text, JSONOutput& output) {
@@ -105,7 +115,7 @@ void internalJSONNode::WriteComment(unsigned int level, JSONOutput& output) cons
   if (level == kNotFormatted || lines.empty()) {
     return;
   }
-  output.append(lineStart(level));
+  appendLineStart(level, output);
   if (lines.find('\n') == std::string_view::npos) {
     output.append(jsonSingletonSINGLELINE_COMMENT());
     output.append(lines);
@@ -113,15 +123,15 @@ void internalJSONNode::WriteComment(unsigned int level, JSONOutput& output) cons
     output.append("/*");
     for (bool more = true; more;) {
       const std::size_t length = std::min(lines.find('\n'), lines.size());
-      output.append(lineStart(level + 1));
+      appendLineStart(level + 1, output);
       appendComment(lines.substr(0, length), output);
       more = length < lines.size();
       lines.remove_prefix(more ? length + 1 : length);
     }
-    output.append(lineStart(level));
+    appendLineStart(level, output);
     output.append("*/");
   }
-  output.append(lineStart(level));  // the value stands on a line of its own
+  appendLineStart(level, output);  // the value stands on a line of its own
 }
 
 void internalJSONNode::DumpRawString(JSONOutput& output) const {
@@ -190,12 +200,12 @@ void internalJSONNode::WriteChildren(unsigned int level, JSONOutput& output) {
   std::vector<Open> outer;
   Open current{this, 0};
   unsigned int childLevel = formatted ? level + 1 : kNotFormatted;
-  std::string separator = "," + lineStart(childLevel);
+  std::string separator = separatorAt(childLevel);
   for (;;) {
     jsonChildren& siblings = *current.body->children;
     if (current.next == siblings.size) {
       if (formatted) {
-        output.append(lineStart(childLevel - 1));
+        appendLineStart(childLevel - 1, output);
       }
       if (outer.empty()) {
         return;
@@ -204,7 +214,7 @@ void internalJSONNode::WriteChildren(unsigned int level, JSONOutput& output) {
       current = outer.back();
       outer.pop_back();
       childLevel -= formatted ? 1 : 0;
-      separator = "," + lineStart(childLevel);
+      separator = separatorAt(childLevel);
       continue;
     }
     // The first child has no comma in front.
@@ -215,7 +225,7 @@ void internalJSONNode::WriteChildren(unsigned int level, JSONOutput& output) {
       outer.push_back(current);
       current = {&child, 0};
       childLevel += formatted ? 1 : 0;
-      separator = "," + lineStart(childLevel);
+      separator = separatorAt(childLevel);
     }
   }
 }

@@ -61,6 +61,17 @@ internalJSONNode* internalJSONNode::newInternal(char type) {
   return JSONNodeAccess::release(std::move(owner));
 }
 
+internalJSONNode* internalJSONNode::newScalar(char type, std::string_view name,
+                                              std::string_view text, double value) {
+  JSONNode owner = JSONNodeAccess::adopt(make(static_cast<unsigned char>(type), true));
+  internalJSONNode& body = JSONNodeAccess::body(owner);
+  body.SetName(name);
+  body.text.assign(text, body.textRoom());
+  body.textEncoded = type == JSON_STRING;
+  body.value = value;
+  return JSONNodeAccess::release(std::move(owner));
+}
+
 internalJSONNode* internalJSONNode::copyWithoutChildren(const internalJSONNode& original) {
   JSONNode owner = JSONNodeAccess::adopt(make(original.type, original.fetched));
   internalJSONNode& body = JSONNodeAccess::body(owner);
@@ -209,11 +220,6 @@ void internalJSONNode::SetNumber(double number, std::string_view digits) {
   text.assign(digits, textRoom());
   value = number;
   becomeScalar(JSON_NUMBER);
-}
-
-void internalJSONNode::SetName(std::string_view newName) {
-  name.assign(newName, nameRoom());
-  nameEncoded = true;
 }
 
 void internalJSONNode::Cast(char newType) {

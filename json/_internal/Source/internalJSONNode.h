@@ -27,6 +27,9 @@ class internalJSONNode {
 
   /// A new, empty body of a type, with one share.
   static internalJSONNode* newInternal(char type);
+  /// A named scalar. The text is copied; it is escaped when it is written if this is a string.
+  static internalJSONNode* newScalar(char type, std::string_view name, std::string_view text,
+                                     double value);
   /// A body for a name and a value in compacted text; both are slices of `source`. The first byte
   /// of the value tells its type; what is not well formed at its ends becomes null. For the
   /// splitting in JSONWorker.cpp alone, where it is defined so that it can be inlined.
@@ -88,7 +91,10 @@ class internalJSONNode {
   }
   /// A number and its text.
   void SetNumber(double number, std::string_view digits);
-  void SetName(std::string_view newName);
+  void SetName(std::string_view newName) {
+    name.assign(newName, nameRoom());
+    nameEncoded = true;
+  }
   /// Turns the value into another type; see JSONNode::cast().
   void Cast(char newType);
 
