@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,6 +13,10 @@
 #include <istream>
 #include <iterator>
 #include <stdexcept>
+
+namespace {
+constexpr int kAnswerLimitMilliseconds = 60'000;
+}  // namespace
 
 HostProcess::HostProcess(const Texts& arguments, const Texts& launcher)
     : isRelay(!arguments.empty() && arguments.front() == "ws") {
@@ -59,6 +64,8 @@ void HostProcess::send(std::string_view bytes) {
 void HostProcess::say(const std::string& text) { send(isRelay ? text + "\n" : frame(text)); }
 
 std::string HostProcess::hear() {
+  pollfd ready{fromChild.fd(), POLLIN, 0};
+  if (fromChild.in_avail() <= 0 && poll(&ready, 1, kAnswerLimitMilliseconds) <= 0) return "";
   std::istream output(&fromChild);
   std::string text;
   if (isRelay) {

@@ -9,7 +9,7 @@
 #include <vector>
 
 /// The built host as a child process, spoken to over pipes as a browser or a relay does; a relay's
-/// pipes do not block. Waiting has no limit here: ctest ends a test that hangs.
+/// pipes do not block.
 class HostProcess {
  public:
   using Texts = std::vector<std::string>;
@@ -27,10 +27,10 @@ class HostProcess {
 
   /// A message in the framing that the host was started for.
   void say(const std::string& text);
-  /// The next message; "" at the end of output.
+  /// The next message; "" at the end of output or when none comes in time.
   std::string hear();
   std::string ask(const std::string& text);
-  /// All that still comes until the process closes its output.
+  /// All that still comes until the process closes its output, however long that takes.
   std::string hearAll();
 
   /// Exit status, or minus the signal's number.
