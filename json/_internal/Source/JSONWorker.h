@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -50,18 +51,29 @@ class JSONWorker {
   /// Appends the text of a string: escaped when `encoded`, else as it is.
   static void UnfixString(std::string_view text, bool encoded, std::string& output);
   static void UnfixString(std::string_view text, bool encoded, json_detail::JSONOutput& output) {
+    WriteBetween("", text, encoded, "", output);
+  }
+  /// The same between two short texts.
+  template <std::size_t Before, std::size_t Behind>
+  static void WriteBetween(const char (&before)[Before], std::string_view text, bool encoded,
+                           const char (&behind)[Behind], json_detail::JSONOutput& output) {
+    char* out = output.room(Before + text.size() + Behind);
+    std::memcpy(out, before, Before);
+    out += Before - 1;
     if (!encoded) {
-      output.append(text);
-      return;
+      json_detail::copyBytes(out, text.data(), text.size());
+      out += text.size();
+    } else if (text.size() <= json_detail::kShortCopy &&
+               json_detail::copyShortWithout<json_detail::NeedsEscape>(out, text.data(),
+                                                                       text.size())) {
+      out += text.size();
+    } else {
+      output.advance(out);
+      UnfixLong(text, output);
+      out = output.room(Behind);
     }
-    if (text.size() <= json_detail::kShortCopy) {
-      char* const out = output.room(text.size());
-      if (json_detail::copyShortWithout<json_detail::NeedsEscape>(out, text.data(), text.size())) {
-        output.advance(out + text.size());
-        return;
-      }
-    }
-    UnfixLong(text, output);
+    std::memcpy(out, behind, Behind);
+    output.advance(out + Behind - 1);
   }
   /// The six-character escape of one byte: "\u00" and two upper-case hex digits.
   static std::string toUTF8(unsigned char byte);

@@ -103,11 +103,11 @@ void internalJSONNode::WriteName(bool formatted, bool arrayChild, JSONOutput& ou
   if (arrayChild) {
     return;
   }
-  output.append('"');
-  JSONWorker::UnfixString(name.view(), nameEncoded, output);
-  char* const out = output.room(4);
-  std::copy_n(formatted ? "\" : " : "\":  ", 4, out);  // a copy of a fixed size, then its length
-  output.advance(out + (formatted ? 4 : 2));
+  if (formatted) {
+    JSONWorker::WriteBetween("\"", name.view(), nameEncoded, "\" : ", output);
+  } else {
+    JSONWorker::WriteBetween("\"", name.view(), nameEncoded, "\":", output);
+  }
 }
 
 void internalJSONNode::WriteComment(unsigned int level, JSONOutput& output) const {
@@ -172,9 +172,7 @@ bool internalJSONNode::WriteValue(unsigned int level, bool arrayChild, JSONOutpu
       output.append(closingBracket(*this));
       return false;
     case JSON_STRING:
-      output.append('"');
-      JSONWorker::UnfixString(text.view(), textEncoded, output);
-      output.append('"');
+      JSONWorker::WriteBetween("\"", text.view(), textEncoded, "\"", output);
       return false;
     default:
       output.append(text.view());
