@@ -32,16 +32,14 @@ void clear(void* block, std::size_t size) noexcept {
     std::memset(block, 0, part);
     std::memset(static_cast<char*>(block) + size - part, 0, part);
   };
-  if (size > 64) {
+  if (size < 8 || size > 64) {
     std::memset(block, 0, size);
   } else if (size >= 32) {
     clearEnds(std::integral_constant<std::size_t, 32>());
   } else if (size >= 16) {
     clearEnds(std::integral_constant<std::size_t, 16>());
-  } else if (size >= 8) {
-    clearEnds(std::integral_constant<std::size_t, 8>());
   } else {
-    std::memset(block, 0, size);
+    clearEnds(std::integral_constant<std::size_t, 8>());
   }
 }
 
