@@ -8,6 +8,7 @@
 #include <new>
 
 #include "json/_internal/Source/FreeList.h"
+#include "json/_internal/Source/Sanitizer.h"
 
 namespace json_detail {
 
@@ -37,15 +38,15 @@ JSONSource::JSONSource(std::size_t capacity) {
   const std::size_t indexAt =
       sizeof(Block) + roundedUp(capacity + kIndexBlockBytes, alignof(IndexBlock));
   const std::size_t bodiesAt = indexAt + indexBlocks(capacity) * sizeof(IndexBlock);
-  const bool isPage = bodiesAt + kFirstBodies <= Page::kSize;
-  const std::size_t size = isPage ? Page::kSize : bodiesAt + kFirstBodies;
+  const std::size_t size = std::max(bodiesAt + kFirstBodies, Page::kSize);
   using Pages = FreeList<Page, Page::kKept>;
-  char* const memory = static_cast<char*>(isPage ? Pages::take() : ::operator new(size));
+  char* const memory =
+      static_cast<char*>(size == Page::kSize ? Pages::take() : ::operator new(size));
   block = ::new (memory) Block;
+  block->memorySize = size;
   block->index = reinterpret_cast<IndexBlock*>(memory + indexAt);
   block->next = memory + bodiesAt;
   block->limit = memory + size;
-  block->isPage = isPage;
 }
 
 void JSONSource::addPiece(Block& block, std::size_t bytes) {
@@ -61,9 +62,11 @@ void JSONSource::release(Block* block) noexcept {
   const bool isFull = block->pieces != nullptr;
   while (Piece* const piece = block->pieces) {
     block->pieces = piece->previous;
+    allowUse(piece, piece->size);
     ::operator delete(piece);
   }
-  if (!block->isPage) {
+  allowUse(block, block->memorySize);
+  if (block->memorySize != Page::kSize) {
     ::operator delete(block);
     return;
   }

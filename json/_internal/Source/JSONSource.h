@@ -75,7 +75,8 @@ class JSONSource {
   };
   struct Block {
     std::size_t references = 1;
-    std::size_t size = 0;  // of the text
+    std::size_t size = 0;        // of the text
+    std::size_t memorySize = 0;  // of this block, all in all
     IndexBlock* index = nullptr;
     char* next = nullptr;  // where there is room for bodies, up to
     char* limit = nullptr;
@@ -83,7 +84,6 @@ class JSONSource {
     bool isIndexed = false;
     bool mayHoldEscapes = true;
     bool mayHoldComments = true;
-    bool isPage = false;
   };
   struct Page;
 

@@ -31,4 +31,11 @@ inline void forbidUse([[maybe_unused]] const void* bytes, [[maybe_unused]] std::
 #endif
 }
 
+/// The opposite, for who releases the block may clear it first.
+inline void allowUse([[maybe_unused]] const void* bytes, [[maybe_unused]] std::size_t size) {
+#ifdef JSON_UNDER_ADDRESS_SANITIZER
+  ASAN_UNPOISON_MEMORY_REGION(bytes, size);
+#endif
+}
+
 }  // namespace json_detail
