@@ -1,7 +1,6 @@
 #include "host/MessageChannel.h"
 
 #include <poll.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -79,22 +78,15 @@ std::string MessageChannel::readLine() {
   return line;
 }
 
-void MessageChannel::write(std::string_view head, std::string_view body) const {
-  while (!head.empty() || !body.empty()) {
-    // NOLINTBEGIN(cppcoreguidelines-pro-type-const-cast): writev only reads, iovec cannot say so.
-    std::array<iovec, 2> parts{{{const_cast<char*>(head.data()), head.size()},
-                                {const_cast<char*>(body.data()), body.size()}}};
-    // NOLINTEND(cppcoreguidelines-pro-type-const-cast)
-    const ssize_t written = ::writev(output, parts.data(), static_cast<int>(parts.size()));
+void MessageChannel::write(std::string_view bytes) const {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(output, bytes.data(), bytes.size());
     if (written < 0 && mayRetry(output, POLLOUT)) {
       continue;
     }
     if (written <= 0) {
       return;
     }
-    const auto count = static_cast<std::size_t>(written);
-    const std::size_t ofHead = std::min(count, head.size());
-    head.remove_prefix(ofHead);
-    body.remove_prefix(count - ofHead);
+    bytes.remove_prefix(static_cast<std::size_t>(written));
   }
 }

@@ -30,9 +30,9 @@ class MessageChannel {
   /// asks it again, after a pause so that a host left behind by its relay costs no processor time.
   std::string readLine();
 
-  /// Writes `head` and `body` with as few system calls as the stream allows. Errors are not
-  /// reported: when the reader is gone, so is the conversation.
-  void write(std::string_view head, std::string_view body) const;
+  /// Writes all of it with as few system calls as the stream allows. Errors are not reported: when
+  /// the reader is gone, so is the conversation.
+  void write(std::string_view bytes) const;
 
  private:
   bool refill();

@@ -66,11 +66,13 @@ void Pkcs11NativeMessagingHost::SendMessage(JSONNode node) {
 
 void Pkcs11NativeMessagingHost::SendNativeMessage(JSONNode node) {
   // Indented in native mode, compact over the relay, where a line feed would end the message.
-  const std::string text = node.write_formatted(kNativeReserve);
-  const auto length = static_cast<std::uint32_t>(text.size());
-  channel.write({reinterpret_cast<const char*>(&length), sizeof length}, text);
+  // Length and text go out with one call.
+  std::string message = node.write_formatted(kNativeReserve);
+  const auto length = static_cast<std::uint32_t>(message.size());
+  message.insert(0, reinterpret_cast<const char*>(&length), sizeof length);
+  channel.write(message);
 }
 
 void Pkcs11NativeMessagingHost::SendWebsocketMessage(JSONNode node) {
-  channel.write(node.write(kWebsocketReserve), "\n");
+  channel.write(node.write(kWebsocketReserve) + "\n");
 }
