@@ -7,7 +7,7 @@
 
 /// Bytes of stack that receiving a request, reading its members and answering may use. It is twice
 /// what they do use, however the request is made: nothing on that way recurses.
-inline constexpr std::size_t kMessageStackDepth = 8192;
+inline constexpr std::size_t kMessageStackDepth = 5120;
 
 /// Bytes of stack that an operation on the token may use: three times what it takes with a token of
 /// software, since nothing bounds what a vendor's module uses.

@@ -147,9 +147,9 @@ INSTANTIATE_TEST_SUITE_P(Pins, Secrets,
 
 constexpr std::string_view kMark = "left behind";
 
-/// Leaves the mark on the stack, 6 kB below the caller.
+/// Leaves the mark on the stack, deep below the caller.
 [[gnu::noinline]] void leaveOnStack() {
-  [[maybe_unused]] volatile char depth[6000];
+  [[maybe_unused]] volatile char depth[kMessageStackDepth / 4 * 3];
   for (std::size_t i = 0; i < kMark.size(); ++i) depth[i] = kMark[i];
 }
 
