@@ -132,24 +132,29 @@ template <typename Kind>
   return isWithout;
 }
 
-/// memcmp() == 0 without the call for 4 to 16 bytes.
+/// memcmp() == 0 without the call: in words, of which the last two may overlap.
 inline bool equalBytes(const char* left, const char* right, std::size_t size) {
-  const auto equalEnds = [=](auto part) {
-    const auto at = [](const char* bytes) {
-      decltype(part) loaded;
+  const auto equalWords = [=](auto word) {
+    const auto load = [](const char* bytes) {
+      decltype(word) loaded;
       std::memcpy(&loaded, bytes, sizeof loaded);
       return loaded;
     };
-    const std::size_t second = size - sizeof part;
-    return ((at(left) ^ at(right)) | (at(left + second) ^ at(right + second))) == 0;
+    const std::size_t last = size - sizeof word;
+    for (std::size_t i = 0; i < last; i += sizeof word) {
+      if (load(left + i) != load(right + i)) {
+        return false;
+      }
+    }
+    return load(left + last) == load(right + last);
   };
-  if (size >= 8 && size <= 16) {
-    return equalEnds(std::uint64_t{});
+  if (size >= sizeof(std::uint64_t)) {
+    return equalWords(std::uint64_t{});
   }
-  if (size >= 4 && size < 8) {
-    return equalEnds(std::uint32_t{});
+  if (size >= sizeof(std::uint32_t)) {
+    return equalWords(std::uint32_t{});
   }
-  return size == 0 || std::memcmp(left, right, size) == 0;
+  return size == 0 || equalWords(char{});
 }
 
 /// The first byte in [from, end) of the kind, or end.

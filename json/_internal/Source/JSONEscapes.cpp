@@ -162,6 +162,7 @@ void JSONWorker::UnfixLong(std::string_view text, JSONOutput& output) {
 }
 
 void JSONWorker::UnfixString(std::string_view text, bool encoded, std::string& output) {
-  JSONOutput appended(output);
-  UnfixString(text, encoded, appended);
+  JSONOutput written(text.size());
+  UnfixString(text, encoded, written);
+  output += written.text();
 }

@@ -183,11 +183,10 @@ std::string JSONNode::write(std::size_t reserve) const {
 std::string JSONNode::write_formatted(std::size_t reserve) const { return writeAt(0, reserve); }
 
 std::string JSONNode::writeAt(unsigned int level, std::size_t reserve) const {
-  std::string output;
-  if (internal->isContainer()) {
-    output.reserve(reserve);
-    json_detail::JSONOutput appended(output);
-    internal->Write(level, true, appended);
+  if (!internal->isContainer()) {
+    return {};
   }
-  return output;
+  json_detail::JSONOutput output(reserve);
+  internal->Write(level, true, output);
+  return output.text();
 }

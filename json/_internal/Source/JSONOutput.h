@@ -9,17 +9,17 @@
 
 namespace json_detail {
 
-/// A string under construction. Its whole capacity is kept open for writing, so that appending a
-/// few bytes is a comparison and a store; the destructor cuts the string to what was written.
+/// A text under construction. Its memory is open for writing as a whole, so that appending a few
+/// bytes is a comparison and a store.
 class JSONOutput {
  public:
-  /// Appends to `text`, which must not be touched in the meantime.
-  explicit JSONOutput(std::string& text) : target(text) { open(text.size()); }
+  /// @param reserve  the expected length in bytes; not a limit
+  explicit JSONOutput(std::size_t reserve = 0);
   JSONOutput(const JSONOutput&) = delete;
   JSONOutput& operator=(const JSONOutput&) = delete;
   JSONOutput(JSONOutput&&) = delete;
   JSONOutput& operator=(JSONOutput&&) = delete;
-  ~JSONOutput() { target.resize(length()); }
+  ~JSONOutput() { release(); }
 
   /// Room for that many bytes, behind what was written. Who fills it says so with advance().
   [[nodiscard]] char* room(std::size_t bytes) {
@@ -41,21 +41,17 @@ class JSONOutput {
     advance(out + text.size());
   }
 
-  [[nodiscard]] std::size_t length() const { return static_cast<std::size_t>(at - target.data()); }
-  /// What was written from an earlier length on, for changes in place.
-  [[nodiscard]] std::span<char> writtenSince(std::size_t start) {
-    return {target.data() + start, at};
-  }
+  [[nodiscard]] std::size_t length() const { return static_cast<std::size_t>(at - start); }
+  /// What was written, from an earlier length on: to be changed in place.
+  [[nodiscard]] std::span<char> writtenSince(std::size_t earlier) { return {start + earlier, at}; }
+  [[nodiscard]] std::string text() const { return {start, at}; }
 
  private:
-  void open(std::size_t size) {
-    target.resize(target.capacity());
-    at = target.data() + size;
-    limit = target.data() + target.size();
-  }
+  void open(std::size_t size);
   void grow(std::size_t bytes);
+  void release() noexcept;
 
-  std::string& target;
+  char* start = nullptr;  // a page, or a longer block
   char* at = nullptr;
   char* limit = nullptr;
 };

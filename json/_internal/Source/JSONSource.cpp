@@ -1,23 +1,15 @@
 #include "json/_internal/Source/JSONSource.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <cstring>
 #include <limits>
 #include <new>
 
-#include "json/_internal/Source/FreeList.h"
+#include "json/_internal/Source/JSONPage.h"
 #include "json/_internal/Source/Sanitizer.h"
 
 namespace json_detail {
-
-/// What a short document with its bodies fits into; some are kept for reuse.
-struct JSONSource::Page {
-  static constexpr std::size_t kSize = 4096;
-  static constexpr std::size_t kKept = 4;
-  alignas(Block) std::array<char, kSize> bytes;
-};
 
 namespace {
 
@@ -38,10 +30,9 @@ JSONSource::JSONSource(std::size_t capacity) {
   const std::size_t indexAt =
       sizeof(Block) + roundedUp(capacity + kIndexBlockBytes, alignof(IndexBlock));
   const std::size_t bodiesAt = indexAt + indexBlocks(capacity) * sizeof(IndexBlock);
-  const std::size_t size = std::max(bodiesAt + kFirstBodies, Page::kSize);
-  using Pages = FreeList<Page, Page::kKept>;
+  const std::size_t size = std::max(bodiesAt + kFirstBodies, JSONPage::kSize);
   char* const memory =
-      static_cast<char*>(size == Page::kSize ? Pages::take() : ::operator new(size));
+      static_cast<char*>(size == JSONPage::kSize ? JSONPage::List::take() : ::operator new(size));
   block = ::new (memory) Block;
   block->memorySize = size;
   block->index = reinterpret_cast<IndexBlock*>(memory + indexAt);
@@ -50,7 +41,7 @@ JSONSource::JSONSource(std::size_t capacity) {
 }
 
 void JSONSource::addPiece(Block& block, std::size_t bytes) {
-  const std::size_t last = block.pieces != nullptr ? block.pieces->size : Page::kSize;
+  const std::size_t last = block.pieces != nullptr ? block.pieces->size : JSONPage::kSize;
   const std::size_t size = std::max(std::min(last * 2, kLargestPiece), sizeof(Piece) + bytes);
   char* const memory = static_cast<char*>(::operator new(size));
   block.pieces = ::new (memory) Piece{block.pieces, size};
@@ -66,13 +57,13 @@ void JSONSource::release(Block* block) noexcept {
     ::operator delete(piece);
   }
   allowUse(block, block->memorySize);
-  if (block->memorySize != Page::kSize) {
+  if (block->memorySize != JSONPage::kSize) {
     ::operator delete(block);
     return;
   }
   const char* const start = reinterpret_cast<char*>(block);
-  FreeList<Page, Page::kKept>::give(
-      block, isFull ? Page::kSize : static_cast<std::size_t>(block->next - start));
+  JSONPage::List::give(block,
+                       isFull ? JSONPage::kSize : static_cast<std::size_t>(block->next - start));
 }
 
 }  // namespace json_detail

@@ -85,7 +85,6 @@ class JSONSource {
     bool mayHoldEscapes = true;
     bool mayHoldComments = true;
   };
-  struct Page;
 
   static void addPiece(Block& block, std::size_t bytes);
   static void release(Block* block) noexcept;

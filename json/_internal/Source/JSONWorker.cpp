@@ -67,27 +67,26 @@ bool isEnclosed(std::string_view text, char open, char close) {
   return text.size() >= 2 && text.front() == open && text.back() == close;
 }
 
-/// The type that a value's text tells by its first byte and its last; null when it is malformed.
-[[gnu::always_inline]] inline char typeOf(std::string_view value) {
+/// The type of a value that is no string, by its first byte and its last; null when it is
+/// malformed.
+char typeOfOther(std::string_view value) {
   if (value.empty()) {
     return JSON_NULL;
   }
-  const char first = value.front();
-  const char last = value.back();
-  if (first == '"') {
-    return last == '"' && value.size() > 1 ? JSON_STRING : JSON_NULL;
+  switch (value.front()) {
+    case '"':  // not closed
+      return JSON_NULL;
+    case '[':
+      return isEnclosed(value, '[', ']') ? JSON_ARRAY : JSON_NULL;
+    case '{':
+      return isEnclosed(value, '{', '}') ? JSON_NODE : JSON_NULL;
+    case 't':
+    case 'f':
+      return value == jsonSingletonCONST_TRUE() || value == jsonSingletonCONST_FALSE() ? JSON_BOOL
+                                                                                       : JSON_NULL;
+    default:
+      return NumberToString::isNumeric(value) ? JSON_NUMBER : JSON_NULL;
   }
-  if (first == '[') {
-    return last == ']' ? JSON_ARRAY : JSON_NULL;
-  }
-  if (first == '{') {
-    return last == '}' ? JSON_NODE : JSON_NULL;
-  }
-  if (first == 't' || first == 'f') {
-    return value == jsonSingletonCONST_TRUE() || value == jsonSingletonCONST_FALSE() ? JSON_BOOL
-                                                                                     : JSON_NULL;
-  }
-  return NumberToString::isNumeric(value) ? JSON_NUMBER : JSON_NULL;
 }
 
 std::string_view between(const char* from, const char* to) {
@@ -111,26 +110,19 @@ std::string_view between(const char* from, const char* to) {
   return body;
 }
 
+namespace {
+
+[[gnu::noinline]] internalJSONNode* newOther(std::string_view name, std::string_view value,
+                                             const JSONSource& source) {
+  return internalJSONNode::newInternal(typeOfOther(value), name, value, source);
+}
+
+}  // namespace
+
 bool JSONWorker::used_ascii_one = false;
 
-JSONNode JSONWorker::parse(std::string_view text) {
-  const JSONSource source = RemoveWhiteSpace(text, true);
-  const std::string_view compact = source.view();
-  return _parse_unformatted(compact.data(), compact.data() + compact.size(), source);
-}
-
-JSONNode JSONWorker::parse_unformatted(std::string_view text) {
-  JSONSource source(text.size());
-  if (!text.empty()) {
-    std::memcpy(source.data(), text.data(), text.size());
-  }
-  source.setSize(text.size());
-  return _parse_unformatted(source.data(), source.data() + text.size(), source);
-}
-
-JSONNode JSONWorker::_parse_unformatted(const char* begin, const char* end,
-                                        const JSONSource& source) {
-  std::string_view text(begin, static_cast<std::size_t>(end - begin));
+[[gnu::always_inline]] inline JSONNode JSONWorker::rootOf(std::string_view text,
+                                                          const JSONSource& source) {
   std::string_view comment;
   if (!text.empty() && text.front() == '#') {
     comment = commentsOf(text);
@@ -147,6 +139,25 @@ JSONNode JSONWorker::_parse_unformatted(const char* begin, const char* end,
     setComment(JSONNodeAccess::body(root), comment);
   }
   return root;
+}
+
+JSONNode JSONWorker::parse(std::string_view text) {
+  const JSONSource source = RemoveWhiteSpace(text, true);
+  return rootOf(source.view(), source);
+}
+
+JSONNode JSONWorker::parse_unformatted(std::string_view text) {
+  JSONSource source(text.size());
+  if (!text.empty()) {
+    std::memcpy(source.data(), text.data(), text.size());
+  }
+  source.setSize(text.size());
+  return rootOf(source.view(), source);
+}
+
+JSONNode JSONWorker::_parse_unformatted(const char* begin, const char* end,
+                                        const JSONSource& source) {
+  return rootOf(between(begin, end), source);
 }
 
 template <char Separator>
@@ -178,8 +189,11 @@ template <bool IsPlain>
     name.remove_prefix(name.empty() ? 0 : 1);
   }
   parent.children->inc();
+  // Most values are strings.
   internalJSONNode* const child =
-      internalJSONNode::newInternal(typeOf(value), name, value, parent.source);
+      isEnclosed(value, '"', '"')
+          ? internalJSONNode::newInternal(JSON_STRING, name, value, parent.source)
+          : newOther(name, value, parent.source);
   parent.children->append(JSONNodeAccess::newHandle(JSONNodeAccess::adopt(child)));
   if constexpr (!IsPlain) {
     // A parsed name is written back as it is, even when it held escapes: nameEncoded stays false.

@@ -82,6 +82,7 @@ class JSONWorker {
   static bool used_ascii_one;
 
  private:
+  static JSONNode rootOf(std::string_view text, const json_detail::JSONSource& source);
   static void UnfixLong(std::string_view text, json_detail::JSONOutput& output);
   template <typename Structure>
   static void splitNode(internalJSONNode& parent, std::string_view text, Structure structure);

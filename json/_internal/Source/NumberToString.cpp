@@ -1,6 +1,5 @@
 #include "json/_internal/Source/NumberToString.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -82,7 +81,7 @@ std::string NumberToString::_ftoa(long double value) {
   return text;
 }
 
-bool NumberToString::isNumeric(std::string_view text) {
+bool NumberToString::isNumericOther(std::string_view text) {
   if (text.empty()) {
     return false;
   }
@@ -100,17 +99,7 @@ bool NumberToString::isNumeric(std::string_view text) {
   return isDigit(first) && isDecimalRest(rest, false, false);
 }
 
-double NumberToString::_atof(std::string_view text) {
-  // Up to 15 digits a double is exact: the usual case needs neither a copy nor the C library.
-  constexpr std::size_t kExactDigits = 15;
-  long long value = 0;
-  std::size_t digits = 0;
-  while (digits != std::min(text.size(), kExactDigits) && isDigit(text[digits])) {
-    value = value * 10 + (text[digits++] - '0');
-  }
-  if (digits != 0 && digits == text.size()) {
-    return static_cast<double>(value);
-  }
+double NumberToString::_atofLong(std::string_view text) {
   const std::string terminated(text);
   return std::strtod(terminated.c_str(), nullptr);
 }

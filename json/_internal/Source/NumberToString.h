@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <concepts>
 #include <cstddef>
@@ -29,11 +30,22 @@ class NumberToString {
 
   /// Whether a bare value is a number. Wider than the standard on purpose: a leading "+", octal-
   /// and hexadecimal-looking texts, ".5" and "1." pass.
-  static bool isNumeric(std::string_view text);
+  static bool isNumeric(std::string_view text) {
+    return isExactInteger(text) || isNumericOther(text);
+  }
 
   /// The value of the number that starts the text, as atof() reads it (leading white space, hex,
   /// "inf" included); 0 when none does.
-  static double _atof(std::string_view text);
+  static double _atof(std::string_view text) {
+    if (!isExactInteger(text)) {
+      return _atofLong(text);  // with a copy, for the C library
+    }
+    long long value = 0;
+    for (const char digit : text) {
+      value = value * 10 + (digit - '0');
+    }
+    return static_cast<double>(value);
+  }
 
   /// Truncation toward zero. What no long long can hold becomes the nearest limit, NaN becomes 0.
   static long long truncate(double value) {
@@ -72,5 +84,13 @@ class NumberToString {
   };
 
  private:
+  /// The usual number: digits without a leading zero, so few that a double is exact.
+  static bool isExactInteger(std::string_view text) {
+    constexpr std::size_t kExactDigits = 15;
+    return !text.empty() && text.size() <= kExactDigits && text.front() != '0' &&
+           std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
+  }
+  static bool isNumericOther(std::string_view text);
+  static double _atofLong(std::string_view text);
   static long long nearestLimit(double value);
 };

@@ -7,6 +7,19 @@
 
 using json_detail::FreeList;
 
+[[gnu::always_inline]] inline void internalJSONNode::dropChildren(internalJSONNode& body) noexcept {
+  if (jsonChildren* const old = std::exchange(body.children, nullptr); old != nullptr) {
+    if (old->size != 0) {
+      old->releaseAll();
+    }
+    const bool isInSource = old->isInSource;
+    old->~jsonChildren();
+    if (!isInSource) {
+      FreeList<jsonChildren>::give(old);
+    }
+  }
+}
+
 [[gnu::always_inline]] inline void internalJSONNode::destroyOne(internalJSONNode* body) noexcept {
   if (body->children != nullptr) {
     dropChildren(*body);
@@ -23,17 +36,6 @@ using json_detail::FreeList;
 
 void internalJSONNode::makeChildren() {
   children = ::new (FreeList<jsonChildren>::take()) jsonChildren();
-}
-
-void internalJSONNode::dropChildren(internalJSONNode& body) noexcept {
-  if (jsonChildren* const old = std::exchange(body.children, nullptr); old != nullptr) {
-    old->releaseAll();
-    const bool isInSource = old->isInSource;
-    old->~jsonChildren();
-    if (!isInSource) {
-      FreeList<jsonChildren>::give(old);
-    }
-  }
 }
 
 internalJSONNode* internalJSONNode::newInternal(char type) {
@@ -131,6 +133,14 @@ internalJSONNode* internalJSONNode::newInternal(const internalJSONNode& original
     stops = isLast && child->children != nullptr && child->children->size != 0;
     if (stops) {
       break;
+    }
+    if (isLast && child->owns(handle)) {
+      // The usual case: body and handle go together.
+      if (child->children != nullptr) {
+        dropChildren(*child);
+      }
+      child->giveMemory();
+      continue;
     }
     giveHandle(handle);
     if (isLast) {

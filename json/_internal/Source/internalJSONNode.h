@@ -99,7 +99,12 @@ class internalJSONNode {
   void Cast(char newType);
 
   /// The child's handle slot, or null when there is none or this is no container.
-  JSONNode** at(std::string_view key);
+  JSONNode** at(std::string_view key) {
+    if (!fetched) {
+      FetchNow();
+    }
+    return isContainer() ? childNamed(key) : nullptr;
+  }
   JSONNode** at_nocase(std::string_view key);
   JSONNode* at(unsigned int index);
 
@@ -184,15 +189,21 @@ class internalJSONNode {
   static void destroyOne(internalJSONNode* body) noexcept;
   static bool dropLeaves(internalJSONNode& body) noexcept;
   static internalJSONNode* copyWithoutChildren(const internalJSONNode& original);
+  /// Whether this is the handle in the body's own memory.
+  [[nodiscard]] bool owns(const JSONNode* handle) const {
+    return static_cast<const void*>(handle) == ownHandle.data();
+  }
   void giveMemory() noexcept;
   [[nodiscard]] std::span<char> nameRoom();
   [[nodiscard]] std::span<char> textRoom();
   void makeChildren();
   static void dropChildren(internalJSONNode& body) noexcept;
 
+  [[nodiscard]] JSONNode** childNamed(std::string_view key) const;
   void FetchString();
   void FetchNumber() { value = NumberToString::_atof(text.view()); }
   void FetchOther();
+  void FetchNow();  // Fetch() as a call, for where it is seldom needed
   void FetchArray();
   void FetchNode();
   void becomeScalar(unsigned char newType);

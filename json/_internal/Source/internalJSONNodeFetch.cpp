@@ -41,11 +41,7 @@ void internalJSONNode::FetchNode() {
   }
 }
 
-JSONNode** internalJSONNode::at(std::string_view key) {
-  Fetch();
-  if (!isContainer()) {
-    return nullptr;
-  }
+JSONNode** internalJSONNode::childNamed(std::string_view key) const {
   for (JSONNode*& child : *children) {
     const std::string_view childName = JSONNodeAccess::body(*child).name.view();
     if (childName.size() == key.size() &&
@@ -55,6 +51,8 @@ JSONNode** internalJSONNode::at(std::string_view key) {
   }
   return nullptr;
 }
+
+void internalJSONNode::FetchNow() { Fetch(); }
 
 JSONNode** internalJSONNode::at_nocase(std::string_view key) {
   Fetch();
