@@ -117,6 +117,22 @@ namespace {
   return internalJSONNode::newInternal(typeOfOther(value), name, value, source);
 }
 
+/// Splits a container's text with a callable that takes the structure of what is behind the opening
+/// bracket.
+template <typename Split>
+[[gnu::always_inline]] inline void split(internalJSONNode& parent, std::string_view text, char open,
+                                         Split splitBy) {
+  if (text.empty() || text.front() != open) {
+    parent.Nullify();
+  } else if (text.size() < 3) {
+    return;
+  } else if (parent.source.isIndexed()) {
+    splitBy(IndexedStructure(parent.source, text.substr(1)));
+  } else {
+    splitBy(ScannedStructure(text.substr(1)));
+  }
+}
+
 }  // namespace
 
 bool JSONWorker::used_ascii_one = false;
@@ -249,27 +265,9 @@ template <typename Structure>
 }
 
 void JSONWorker::DoNode(internalJSONNode& parent, std::string_view text) {
-  const std::string_view inner = text.substr(text.empty() ? 0 : 1);
-  if (text.empty() || text.front() != '{') {
-    parent.Nullify();
-  } else if (text.size() < 3) {
-    return;
-  } else if (parent.source.isIndexed()) {
-    splitNode(parent, text, IndexedStructure(parent.source, inner));
-  } else {
-    splitNode(parent, text, ScannedStructure(inner));
-  }
+  split(parent, text, '{', [&](auto structure) { splitNode(parent, text, structure); });
 }
 
 void JSONWorker::DoArray(internalJSONNode& parent, std::string_view text) {
-  const std::string_view inner = text.substr(text.empty() ? 0 : 1);
-  if (text.empty() || text.front() != '[') {
-    parent.Nullify();
-  } else if (text.size() < 3) {
-    return;
-  } else if (parent.source.isIndexed()) {
-    splitArray(parent, text, IndexedStructure(parent.source, inner));
-  } else {
-    splitArray(parent, text, ScannedStructure(inner));
-  }
+  split(parent, text, '[', [&](auto structure) { splitArray(parent, text, structure); });
 }
