@@ -121,6 +121,14 @@ def machine(compiler):
         ("Packages", versions.rstrip(", "))])
 
 
+def bytes_of(name):
+    return int(name.split("/")[1])
+
+
+def line_names(results):
+    return sorted((n for n in results.names("json") if n.startswith("growth/")), key=bytes_of)
+
+
 def targets(results):
     rows = []
 
@@ -133,6 +141,14 @@ def targets(results):
             limit = 1.5 if peer.startswith("simdjson") else 1.0
             if name != "read_members" or peer.startswith("rapidjson"):
                 judge(f"JSON {JSON_CASES[name][:3]} / {peer}", results.ratio("json", name, peer), limit)
+    lines = line_names(results)
+    for peer in ("rapidjson_dom", "rapidjson_in_situ"):
+        judge(f"JSON (g) / {peer}, the worst of all sizes",
+              max(results.ratio("json", name, peer) for name in lines), 1.0)
+    per_byte = {name: results.median("json", name, "host", "ns") / bytes_of(name) for name in lines}
+    # Caches and pages tell over four orders of magnitude; anything but linear would be far above.
+    judge("JSON (g) is linear: the dearest byte / the cheapest",
+          max(per_byte.values()) / min(per_byte.values()), 2.0)
     for name in results.names("round_trip"):
         judge(f"version over pipes, {name.replace('_', ' ')} / minimal C program",
               results.ratio("round_trip", name, "minimal_c", "median_ns"), 1.15)
@@ -144,13 +160,13 @@ def targets(results):
           per_certificate[1] / per_certificate[0], 1.25)
     judge("start to first answer / minimal C++ program",
           results.ratio("start", "first_answer", "minimal_cpp"), 1.5)
-    for name, few, many, subject in growth_rows(results):
+    for name, few, many, subject in memory_rows(results):
         if subject == "host":
             judge(f"memory growth over many {name} requests, kB", many - few, 64, "{:.0f}")
     return table(("Target", "Measured", "Wanted", "Reached"), rows)
 
 
-def growth_rows(results):
+def memory_rows(results):
     for name in results.names("memory"):
         for subject in results.subjects("memory", name, "resident_kb_few"):
             yield (name, results.median("memory", name, subject, "resident_kb_few"),
@@ -249,10 +265,10 @@ def main():
     results = Results(folder)
     charts(results)
     json_names = results.names("json")
-    growth = sorted((n for n in json_names if n.startswith("growth/")), key=lambda n: int(n.split("/")[1]))
+    growth = line_names(results)
     memory = table(("Requests", "Program", "After few, kB", "After many, kB"),
                    [(name, subject, f"{few:,.0f}", f"{many:,.0f}")
-                    for name, few, many, subject in growth_rows(results)])
+                    for name, few, many, subject in memory_rows(results)])
     text = (ROOT / "bench" / "performance.md.in").read_text()
     for placeholder, section in {
             "MACHINE": machine(compiler), "TARGETS": targets(results),
