@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <string>
@@ -146,6 +147,20 @@ TEST(Threads, MayEachHaveTheirOwnTrees) {
   std::thread([&there] { there = JSONWorker::parse("[{},[4,[5]]]").duplicate().write(); }).join();
   EXPECT_EQ(here[0U].size(), 3U);
   EXPECT_EQ(there + here.write(), "[{},[4,[5]]][[1,2,3]]");
+}
+
+// What is split out of copies must not pile up in the memory of the document they came from.
+TEST(CopyOnWrite, CostsADocumentThatLivesOnNothing) {
+  const JSONNode pattern = JSONWorker::parse(R"({"a":1,"b":{"c":"text","d":[true]}})");
+  const auto inUse = [&pattern](int copies) {
+    for (int i = 0; i < copies; ++i) {
+      JSONNode copy = pattern;
+      copy["b"].push_back(JSONNode("e", i));
+    }
+    return mallinfo2().uordblks;
+  };
+  const std::size_t before = inUse(10);
+  EXPECT_LT(inUse(10'000), before + 10'000);
 }
 
 }  // namespace

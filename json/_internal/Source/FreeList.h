@@ -82,7 +82,7 @@ class FreeList {
     }
   }
 
-  /// Opens the list on first use; afterwards it is full.
+  /// Opens the list on first use; false when it is open already and therefore full.
   static bool makeRoom() noexcept {
     if (!kMemoryIsReused || list.opened) {
       return false;

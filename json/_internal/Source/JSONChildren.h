@@ -6,7 +6,7 @@
 
 class JSONNode;
 
-/// The children of an array or object: separately allocated handles, owned, in insertion order.
+/// The children of an array or object: handles, owned, in insertion order.
 /// The container grows by fixed rules and never shrinks.
 class jsonChildren {
  public:

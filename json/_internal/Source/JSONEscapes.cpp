@@ -129,12 +129,12 @@ std::string JSONWorker::FixString(std::string_view text, bool& hadEscape) {
   return fixed;
 }
 
-bool JSONWorker::FixInto(json_detail::JSONText& text) {
-  if (text.view().find('\\') == std::string_view::npos) {
+bool JSONWorker::FixInto(json_detail::JSONText& target, std::string_view text) {
+  if (text.find('\\') == std::string_view::npos) {
     return false;
   }
   bool hadEscape = false;
-  text.assign(FixString(text.view(), hadEscape));
+  target.assign(FixString(text, hadEscape));
   return hadEscape;
 }
 

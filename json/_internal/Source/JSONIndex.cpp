@@ -207,6 +207,9 @@ template <Classify classify>
     }
     index[from / kIndexBlockBytes] = bits.structure & outside & within;
   }
+  if (size % kIndexBlockBytes == 0) {
+    index[size / kIndexBlockBytes] = 0;  // the block behind the text, which readers look at too
+  }
   return {size, carry != 0};
 }
 

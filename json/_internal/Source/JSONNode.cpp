@@ -1,6 +1,5 @@
 #include "json/_internal/Source/JSONNode.h"
 
-#include <cstring>
 #include <stdexcept>
 #include <utility>
 

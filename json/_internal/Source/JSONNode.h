@@ -91,7 +91,7 @@ class JSONNode {
     }
   }
 
-  /// Handles on the free store, for trees that keep them one by one; a pair.
+  /// Handles that trees keep one by one; a pair.
   static JSONNode* newJSONNode(JSONNode&& node);
   static void deleteJSONNode(JSONNode* node) noexcept;
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -159,10 +160,17 @@ JSONNode::iterator JSONNode::insertRange(JSONNode** position, Iterator first, It
   std::vector<JSONNode> copies(first, last);
   internal = internal->makeUnique();
   jsonChildren& children = *internal->children;
-  std::vector<JSONNode*> handles(copies.size());
-  children.inc(static_cast<unsigned int>(copies.size()));
-  std::transform(copies.begin(), copies.end(), handles.begin(),
-                 [](JSONNode& copy) { return newJSONNode(std::move(copy)); });
+  // Owned until nothing can fail any more.
+  const auto release = [](JSONNode* handle) { deleteJSONNode(handle); };
+  std::vector<std::unique_ptr<JSONNode, decltype(release)>> owned;
+  owned.reserve(copies.size());
+  for (JSONNode& copy : copies) {
+    owned.emplace_back(newJSONNode(std::move(copy)), release);
+  }
+  std::vector<JSONNode*> handles(owned.size());
+  children.inc(static_cast<unsigned int>(owned.size()));
+  std::transform(owned.begin(), owned.end(), handles.begin(),
+                 [](auto& handle) { return handle.release(); });
   children.insert(index, handles.data(), static_cast<unsigned int>(handles.size()));
   return iterator(children.begin() + index);
 }

@@ -9,13 +9,13 @@
 namespace json_detail {
 
 /// The memory of one parsed document: its compacted text, the text's index, and the bodies that are
-/// split out of it, whose texts are slices of it. A handle on a reference-counted block (plain
+/// split out of it once, whose texts are slices of it. A handle on a reference-counted block (plain
 /// count: one thread at a time, as the whole tree); everything goes together with the last handle.
 class JSONSource {
  public:
   JSONSource() = default;
   /// Room for `capacity` bytes of text, to be filled through data() and closed with setSize().
-  /// A text of 4 GiB or more is refused with std::bad_alloc.
+  /// A capacity of 4 GiB or more is refused with std::bad_alloc.
   explicit JSONSource(std::size_t capacity);
   JSONSource(const JSONSource& other) noexcept : block(other.block) {
     if (block != nullptr) {
@@ -55,7 +55,7 @@ class JSONSource {
   [[nodiscard]] bool mayHoldComments() const { return block == nullptr || block->mayHoldComments; }
   void setMayHoldComments(bool may) { block->mayHoldComments = may; }
 
-  /// Memory for a `T` that lives no longer than the source.
+  /// Memory for a `T` that lives no longer than the source; it is not given back before.
   template <typename T>
   [[nodiscard]] void* allocate() const {
     static_assert(alignof(T) <= kAlignment && sizeof(T) % kAlignment == 0);

@@ -13,7 +13,7 @@ void JSONText::assignToHeap(std::string_view text) {
   }
   auto copy = std::make_unique_for_overwrite<char[]>(text.size());
   std::memcpy(copy.get(), text.data(), text.size());
-  release();
+  forget();
   set(copy.release(), text.size(), Place::kHeap);
 }
 

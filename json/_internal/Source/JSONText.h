@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <string_view>
 
@@ -24,9 +25,7 @@ class JSONText {
   JSONText& operator=(JSONText&&) = delete;
   ~JSONText() { release(); }
 
-  [[nodiscard]] std::size_t size() const noexcept { return length; }
   [[nodiscard]] std::string_view view() const noexcept { return {bytes, length}; }
-  [[nodiscard]] bool isOnHeap() const noexcept { return place == Place::kHeap; }
 
   /// Takes a copy of `text`, which must not be part of the present text. The room is only this
   /// text's and lives as long.
@@ -35,14 +34,14 @@ class JSONText {
       assignToHeap(text);
       return;
     }
-    release();
+    forget();
     copyBytes(room.data(), text.data(), text.size());
     set(room.data(), text.size(), Place::kRoom);
   }
 
   /// Refers to bytes that outlive this object.
   void borrow(std::string_view text) noexcept {
-    release();
+    forget();
     set(text.data(), text.size(), Place::kElsewhere);
   }
 
@@ -72,8 +71,16 @@ class JSONText {
     place = newPlace;
   }
   void assignToHeap(std::string_view text);
+  /// Leaves nothing behind in the room, which lives on.
+  void forget() noexcept {
+    if (place == Place::kRoom && length != 0) {
+      // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): copied there by assign().
+      std::memset(const_cast<char*>(bytes), 0, length);
+    }
+    release();
+  }
   void release() noexcept {
-    if (isOnHeap()) {
+    if (place == Place::kHeap) {
       delete[] bytes;
     }
   }

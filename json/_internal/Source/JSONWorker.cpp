@@ -117,11 +117,20 @@ namespace {
   return internalJSONNode::newInternal(typeOfOther(value), name, value, source);
 }
 
+[[gnu::noinline]] internalJSONNode* newSlice(std::string_view name, std::string_view value,
+                                             const JSONSource& source) {
+  const char type = isEnclosed(value, '"', '"') ? JSON_STRING : typeOfOther(value);
+  return internalJSONNode::newSlice(type, name, value, source);
+}
+
 /// Splits a container's text with a callable that takes the structure of what is behind the opening
 /// bracket.
 template <typename Split>
 [[gnu::always_inline]] inline void split(internalJSONNode& parent, std::string_view text, char open,
                                          Split splitBy) {
+  if (parent.children->size != 0) {
+    parent.children->releaseAll();  // of an earlier attempt that ran out of memory
+  }
   if (text.empty() || text.front() != open) {
     parent.Nullify();
   } else if (text.size() < 3) {
@@ -205,15 +214,23 @@ template <bool IsPlain>
     name.remove_prefix(name.empty() ? 0 : 1);
   }
   parent.children->inc();
-  // Most values are strings.
-  internalJSONNode* const child =
-      isEnclosed(value, '"', '"')
-          ? internalJSONNode::newInternal(JSON_STRING, name, value, parent.source)
-          : newOther(name, value, parent.source);
-  parent.children->append(JSONNodeAccess::newHandle(JSONNodeAccess::adopt(child)));
+  internalJSONNode* child = nullptr;
+  JSONNode* handle = nullptr;
+  if (JSONNodeAccess::isInSource(parent)) {
+    // Most values are strings.
+    child = isEnclosed(value, '"', '"')
+                ? internalJSONNode::newInternal(JSON_STRING, name, value, parent.source)
+                : newOther(name, value, parent.source);
+    handle = JSONNodeAccess::ownHandleFor(JSONNodeAccess::adopt(child));
+  } else {
+    // A copy of a document's value: any number of them may be split while the document lives.
+    child = newSlice(name, value, parent.source);
+    handle = JSONNodeAccess::newHandle(JSONNodeAccess::adopt(child));
+  }
+  parent.children->append(handle);
   if constexpr (!IsPlain) {
     // A parsed name is written back as it is, even when it held escapes: nameEncoded stays false.
-    FixInto(child->name);
+    FixInto(child->name, child->name.view());
     if (!comment.empty()) {
       setComment(*child, comment);
     }

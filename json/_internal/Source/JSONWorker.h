@@ -45,9 +45,9 @@ class JSONWorker {
 
   /// The characters of a string's inner text. "\u00e9" gives the one byte E9: the last two digits.
   static std::string FixString(std::string_view text, bool& hadEscape);
-  /// Undoes the escapes of a borrowed text, which stays as it is when it has none. Returns whether
-  /// it had.
-  static bool FixInto(json_detail::JSONText& text);
+  /// Undoes the escapes of a text into `target`, which stays as it is when there are none. Returns
+  /// whether there were.
+  static bool FixInto(json_detail::JSONText& target, std::string_view text);
   /// Appends the text of a string: escaped when `encoded`, else as it is.
   static void UnfixString(std::string_view text, bool encoded, std::string& output);
   static void UnfixString(std::string_view text, bool encoded, json_detail::JSONOutput& output) {

@@ -31,6 +31,9 @@ using json_detail::FreeList;
   body->name.clear();
   body->text.clear();
   body->comment.clear();
+  if (!body->isInSource) {
+    const json_detail::JSONSource done = std::move(body->source);
+  }
   body->isEnded = true;
 }
 
@@ -71,6 +74,23 @@ internalJSONNode* internalJSONNode::newScalar(char type, std::string_view name,
   body.text.assign(text, body.textRoom());
   body.textEncoded = type == JSON_STRING;
   body.value = value;
+  return JSONNodeAccess::release(std::move(owner));
+}
+
+internalJSONNode* internalJSONNode::newSlice(char type, std::string_view name,
+                                             std::string_view value,
+                                             const json_detail::JSONSource& source) {
+  const bool isFetched = type == JSON_NULL || type == JSON_BOOL;
+  JSONNode owner = JSONNodeAccess::adopt(make(static_cast<unsigned char>(type), isFetched));
+  internalJSONNode& body = JSONNodeAccess::body(owner);
+  body.name.borrow(name);
+  body.text.borrow(type == JSON_NULL ? jsonSingletonCONST_NULL() : value);
+  body.source = source;
+  if (body.isContainer()) {
+    body.makeChildren();
+  } else if (type == JSON_BOOL) {
+    body.value = value.front() == 't' ? 1 : 0;
+  }
   return JSONNodeAccess::release(std::move(owner));
 }
 

@@ -30,11 +30,14 @@ class internalJSONNode {
   /// A named scalar. The text is copied; it is escaped when it is written if this is a string.
   static internalJSONNode* newScalar(char type, std::string_view name, std::string_view text,
                                      double value);
-  /// A body for a name and a value in compacted text; both are slices of `source`. The first byte
-  /// of the value tells its type; what is not well formed at its ends becomes null. For the
-  /// splitting in JSONWorker.cpp alone, where it is defined so that it can be inlined.
+  /// A body in the memory of `source`, for a name and a value that are slices of its text. Only for
+  /// what is made once for a document, whose memory grows by it. For JSONWorker.cpp alone, where it
+  /// is defined so that it can be inlined.
   static internalJSONNode* newInternal(char type, std::string_view name, std::string_view value,
                                        const json_detail::JSONSource& source);
+  /// The same in memory of its own.
+  static internalJSONNode* newSlice(char type, std::string_view name, std::string_view value,
+                                    const json_detail::JSONSource& source);
   /// A deep copy with one share: every child of every level is copied too.
   static internalJSONNode* newInternal(const internalJSONNode& original);
   /// Ends a body that nobody shares any more, and every body below that it was the last to hold.
@@ -148,7 +151,7 @@ class internalJSONNode {
   std::size_t refcount = 1;
   json_detail::JSONText comment;
   jsonChildren* children = nullptr;  // owned; made with the body for arrays and objects
-  json_detail::JSONSource source;    // what borrowed texts are slices of
+  json_detail::JSONSource source;    // what borrowed texts are slices of, and may be the memory
 
  private:
   friend class JSONNode;
@@ -183,6 +186,8 @@ class internalJSONNode {
   static internalJSONNode* make(unsigned char type, bool fetched);
   /// A new handle for a container. The usual one comes with its body.
   static JSONNode* newHandle(JSONNode&& node);
+  /// The handle in the memory of a new body.
+  static JSONNode* ownHandleFor(JSONNode&& node);
   /// Gives back the memory of a handle whose share has been dropped or passed on.
   static void giveHandle(JSONNode* handle) noexcept;
   internalJSONNode* detachedCopy();
@@ -231,22 +236,34 @@ struct internalJSONNode::Standalone {
 };
 
 inline std::span<char> internalJSONNode::nameRoom() {
-  return {reinterpret_cast<char*>(this + 1), isInSource ? 0 : kRoom};
+  if (isInSource) {
+    return {};
+  }
+  return {reinterpret_cast<char*>(this + 1), kRoom};
 }
 
 inline std::span<char> internalJSONNode::textRoom() {
-  return {reinterpret_cast<char*>(this + 1) + kRoom, isInSource ? 0 : kRoom};
+  if (isInSource) {
+    return {};
+  }
+  return {reinterpret_cast<char*>(this + 1) + kRoom, kRoom};
 }
 
 inline internalJSONNode* internalJSONNode::make(unsigned char type, bool fetched) {
   return ::new (json_detail::FreeList<Standalone>::take()) internalJSONNode(type, fetched);
 }
 
+inline JSONNode* internalJSONNode::ownHandleFor(JSONNode&& node) {
+  internalJSONNode* const body = node.internal;
+  body->isHandleTaken = true;
+  return &(::new (body->ownHandle.data()) ChildHandle{std::move(node), body})->node;
+}
+
 inline JSONNode* internalJSONNode::newHandle(JSONNode&& node) {
   internalJSONNode* const body = node.internal;
-  if (!body->isHandleTaken) {
-    body->isHandleTaken = true;
-    return &(::new (body->ownHandle.data()) ChildHandle{std::move(node), body})->node;
+  // A handle in a document's memory would keep the document, also when its value has been replaced.
+  if (!body->isHandleTaken && !body->isInSource) {
+    return ownHandleFor(std::move(node));
   }
   void* const memory = json_detail::FreeList<ChildHandle>::take();
   return &(::new (memory) ChildHandle{std::move(node), nullptr})->node;
@@ -282,8 +299,11 @@ inline void internalJSONNode::FetchString() {
     Nullify();
     return;
   }
-  text.dropEnds();
-  textEncoded = source.mayHoldEscapes() && JSONWorker::FixInto(text);
+  textEncoded =
+      source.mayHoldEscapes() && JSONWorker::FixInto(text, quoted.substr(1, quoted.size() - 2));
+  if (!textEncoded) {
+    text.dropEnds();
+  }
 }
 
 /// The way between a handle and its body, for the library's own sources.
@@ -292,6 +312,11 @@ struct JSONNodeAccess {
   /// A handle that takes over one share.
   static JSONNode adopt(internalJSONNode* body) noexcept {
     return JSONNode(JSONNode::Adopt{}, body);
+  }
+  static bool isInSource(const internalJSONNode& body) { return body.isInSource; }
+  /// The first handle of a new body that its parent keeps.
+  static JSONNode* ownHandleFor(JSONNode&& node) {
+    return internalJSONNode::ownHandleFor(std::move(node));
   }
   /// JSONNode::newJSONNode(), for the hot paths.
   static JSONNode* newHandle(JSONNode&& node) {
