@@ -117,10 +117,14 @@ namespace {
   return internalJSONNode::newInternal(typeOfOther(value), name, value, source);
 }
 
-[[gnu::noinline]] internalJSONNode* newSlice(std::string_view name, std::string_view value,
-                                             const JSONSource& source) {
+/// A child of any container. A copy of a document's value gets children in memory of their own: any
+/// number of copies may be split while the document lives.
+[[gnu::noinline]] internalJSONNode* newChild(const internalJSONNode& parent, std::string_view name,
+                                             std::string_view value) {
   const char type = isEnclosed(value, '"', '"') ? JSON_STRING : typeOfOther(value);
-  return internalJSONNode::newSlice(type, name, value, source);
+  return JSONNodeAccess::isInSource(parent)
+             ? internalJSONNode::newInternal(type, name, value, parent.source)
+             : internalJSONNode::newSlice(type, name, value, parent.source);
 }
 
 /// Splits a container's text with a callable that takes the structure of what is behind the opening
@@ -135,7 +139,7 @@ template <typename Split>
     parent.Nullify();
   } else if (text.size() < 3) {
     return;
-  } else if (parent.source.isIndexed()) {
+  } else if (parent.source.isIndexed() && JSONNodeAccess::isInSource(parent)) {
     splitBy(IndexedStructure(parent.source, text.substr(1)));
   } else {
     splitBy(ScannedStructure(text.substr(1)));
@@ -215,19 +219,16 @@ template <bool IsPlain>
   }
   parent.children->inc();
   internalJSONNode* child = nullptr;
-  JSONNode* handle = nullptr;
-  if (JSONNodeAccess::isInSource(parent)) {
+  if constexpr (IsPlain) {
     // Most values are strings.
     child = isEnclosed(value, '"', '"')
                 ? internalJSONNode::newInternal(JSON_STRING, name, value, parent.source)
                 : newOther(name, value, parent.source);
-    handle = JSONNodeAccess::ownHandleFor(JSONNodeAccess::adopt(child));
   } else {
-    // A copy of a document's value: any number of them may be split while the document lives.
-    child = newSlice(name, value, parent.source);
-    handle = JSONNodeAccess::newHandle(JSONNodeAccess::adopt(child));
+    child = newChild(parent, name, value);
   }
-  parent.children->append(handle);
+  // A new body's own handle: the parent belongs to the same document, or the body to none.
+  parent.children->append(JSONNodeAccess::ownHandleFor(JSONNodeAccess::adopt(child)));
   if constexpr (!IsPlain) {
     // A parsed name is written back as it is, even when it held escapes: nameEncoded stays false.
     FixInto(child->name, child->name.view());

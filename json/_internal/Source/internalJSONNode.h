@@ -299,10 +299,10 @@ inline void internalJSONNode::FetchString() {
     Nullify();
     return;
   }
-  textEncoded =
-      source.mayHoldEscapes() && JSONWorker::FixInto(text, quoted.substr(1, quoted.size() - 2));
-  if (!textEncoded) {
-    text.dropEnds();
+  if (source.mayHoldEscapes() && JSONWorker::FixInto(text, quoted.substr(1, quoted.size() - 2))) {
+    textEncoded = true;
+  } else {
+    text.dropEnds();  // textEncoded is false from the beginning
   }
 }
 
