@@ -32,7 +32,7 @@ using json_detail::FreeList;
   body->text.clear();
   body->comment.clear();
   if (!body->isInSource) {
-    const json_detail::JSONSource done = std::move(body->source);
+    body->source = json_detail::JSONSource();  // a document is not kept for the handle alone
   }
   body->isEnded = true;
 }
