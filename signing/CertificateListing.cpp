@@ -1,5 +1,3 @@
-#include <prtime.h>
-
 #include <array>
 #include <utility>
 
@@ -7,28 +5,13 @@
 #include "signing/CertificateDecoding.h"
 #include "signing/DigitalSignatureUtilPkcs11.h"
 #include "signing/ServiceError.h"
+#include "signing/SigningFitness.h"
 
 namespace {
-
-constexpr unsigned int kSigningUsage = KU_DIGITAL_SIGNATURE | KU_NON_REPUDIATION;
 
 CertificateHandle decodeCertificate(std::vector<CK_BYTE>& der, const CERTCertificate* sibling) {
   SECItem item{siBuffer, der.data(), static_cast<unsigned int>(der.size())};
   return certificate::CERT_DecodeDERCertificate(item, true, "Certificado", sibling);
-}
-
-/// True when the certificate is meant for signing and now lies within its validity.
-bool canSignNow(const CERTCertificate& certificate) {
-  if ((certificate.keyUsage & kSigningUsage) != kSigningUsage) {
-    return false;
-  }
-  const PRTime now = PR_Now();
-  PRTime notBefore = 0;
-  PRTime notAfter = 0;
-  // NSS lets a certificate count as valid one day early, for slow clocks; a signature made then
-  // would not verify, so the beginning is compared exactly.
-  return CERT_CheckCertValidTimes(&certificate, now, PR_FALSE) == secCertTimeValid &&
-         CERT_GetCertTimes(&certificate, &notBefore, &notAfter) == SECSuccess && notBefore <= now;
 }
 
 /// The text, or the empty text where NSS could not write the name.
@@ -86,7 +69,7 @@ std::string DigitalSignatureUtilPkcs11::listSigningCertificates(CK_SESSION_HANDL
     if (!certificate) {
       continue;
     }
-    if (canSignNow(*certificate)) {
+    if (fitnessForSigning(*certificate) == SigningFitness::kFit) {
       appendRecord(listing, *certificate, values[0]);
     }
     sibling = std::move(certificate);
