@@ -1,8 +1,7 @@
 #include "signing/DigitalSignatureUtil.h"
 
+#include <cctype>
 #include <utility>
-
-std::map<std::string, PinInfoStruct> gPines;
 
 DigitalSignatureUtil::DigitalSignatureUtil(
     std::string domainsSignature, std::string signedDomains,
@@ -11,4 +10,23 @@ DigitalSignatureUtil::DigitalSignatureUtil(
       currentDomain(extractDomainName(trim(pageAddress))),
       domains(std::move(signedDomains)) {
   LoadDomains(domains);
+}
+
+std::string DigitalSignatureUtil::trim(std::string_view s) {
+  std::string result;
+  result.reserve(s.size());
+  bool pendingSpace = false;
+  for (const char character : s) {
+    if (character == ' ') {
+      pendingSpace = !result.empty();
+      continue;
+    }
+    if (pendingSpace) {
+      result.push_back(' ');
+      pendingSpace = false;
+    }
+    // The process never leaves the "C" locale: only A to Z change.
+    result.push_back(static_cast<char>(std::tolower(static_cast<unsigned char>(character))));
+  }
+  return result;
 }

@@ -59,7 +59,7 @@ class DigitalSignatureUtil {
   /// True once the domain list's signature was found not to decode or verify; never cleared.
   [[nodiscard]] bool InvalidDomainsSignature() const { return invalidDomainsSignature; }
 
-  // The PIN registry (signing/PinRegistry.h).
+  // The PIN registry: PinRegistry.h, PinRegistry.cpp.
 
   /// Stores a module's PIN. A different PIN clears the invalid flag and keeps the retry count; the
   /// same PIN changes nothing.
@@ -73,7 +73,11 @@ class DigitalSignatureUtil {
   /// Rejected logins of the module; 0 when it has no record.
   static std::int32_t InvalidPinRetries(const std::string& moduleName);
 
-  // Distinguished names.
+  /// The form in which names and domains are compared. Drops the spaces at both ends, reduces inner
+  /// runs to one, and lowers A to Z. Only the space character counts; tabs and line ends stay.
+  static std::string trim(std::string_view s);
+
+  // Distinguished names: DistinguishedNames.cpp.
 
   /// Splits "name=value,name=value" at every "=" and ","; there is no quoting or escaping.
   static NameValueMap GetNameValueMap(std::string_view dn);
@@ -86,13 +90,10 @@ class DigitalSignatureUtil {
   /// way of a request may call it.
   static void PrintDistinguishedName(const NameValueMap& dn);
 
-  // Domains.
+  // Domains: DomainParsing.cpp, DomainListKey.cpp.
 
   /// Replaces the list of authorised suffixes by those of a "|"-separated text.
   void LoadDomains(std::string_view text);
-  /// Drops the spaces at both ends, reduces inner runs to one, and lowers A to Z. Only the space
-  /// character counts; tabs and line ends stay.
-  static std::string trim(std::string_view s);
   /// The host name of an address: what stands between "://" and the next ":", "/" or "?".
   static std::string extractDomainName(std::string_view address);
   /// Base64 of the DER RSA public key that verifies domain lists; lives as long as the process.

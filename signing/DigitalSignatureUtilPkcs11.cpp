@@ -59,12 +59,16 @@ bool DigitalSignatureUtilPkcs11::checkReturnValue(CK_RV rv, const char* what) {
   if (rv == CKR_OK) {
     return true;
   }
+  fail(rv, what);
+  return false;
+}
+
+void DigitalSignatureUtilPkcs11::fail(CK_RV rv, const char* what) {
   // CKR_PIN_EXPIRED is left out on purpose: the PIN was right, typing it again does not help.
   const bool pinRefused = rv == CKR_PIN_INCORRECT || rv == CKR_PIN_INVALID ||
                           rv == CKR_PIN_LEN_RANGE || rv == CKR_PIN_LOCKED;
   lastLowLevelError = static_cast<std::int64_t>(rv);
   setError(pinRefused ? service_error::kInvalidPin : service_error::kTokenFailure, what);
-  return false;
 }
 
 void DigitalSignatureUtilPkcs11::SetErrorInfo() {

@@ -13,11 +13,12 @@
 struct SECKEYPublicKeyStr;
 
 /// The signing service on a PKCS#11 token. It calls the standard `C_*` functions by name; the
-/// program decides what stands behind them.
+/// program decides which library they belong to.
 ///
 /// No token session outlives an operation: each runs `C_Initialize` to `C_Finalize` itself on the
 /// first slot that holds a token. NSS is started by the first object that finds it not running, and
-/// shut down by that object. One thread only.
+/// shut down by that object. One thread only. The members' sources are named where they are not
+/// DigitalSignatureUtilPkcs11.cpp.
 class DigitalSignatureUtilPkcs11 : public DigitalSignatureUtil {
  public:
   /// The first text is not used; the others are those of `DigitalSignatureUtil`. When NSS cannot be
@@ -29,12 +30,12 @@ class DigitalSignatureUtilPkcs11 : public DigitalSignatureUtil {
   DigitalSignatureUtilPkcs11(DigitalSignatureUtilPkcs11&&) = delete;
   DigitalSignatureUtilPkcs11& operator=(DigitalSignatureUtilPkcs11&&) = delete;
 
-  std::string ListCertificates(std::string caSubjectNames) override;
+  std::string ListCertificates(std::string caSubjectNames) override;  // CertificateListing.cpp
   bool IsInitialized() override { return initialized; }
   std::vector<NameValueMap> GetCADistinguishedNames(std::string names) override;
-  std::string GetCertificateBase64(std::string certId) override;
-  std::string SignPkcs1Base64(std::string certId, std::string digest) override;
-  bool IsAuthorized() override;
+  std::string GetCertificateBase64(std::string certId) override;  // CertificateRetrieval.cpp
+  std::string SignPkcs1Base64(std::string certId, std::string digest) override;  // Pkcs1Signing.cpp
+  bool IsAuthorized() override;  // PageAuthorization.cpp
   bool NeedConfigDir() override;
   void ClearPin() override;
   ~DigitalSignatureUtilPkcs11() override;
@@ -50,7 +51,7 @@ class DigitalSignatureUtilPkcs11 : public DigitalSignatureUtil {
   /// Most slots that are taken from a token library.
   static constexpr CK_ULONG kMaximumSlots = 4096;
 
-  // The steps that every operation on the token repeats.
+  // The steps that every operation on the token repeats: TokenSession.cpp.
 
   /// Clears the error code, then asks in this order: service started, page authorised, every PIN
   /// known and none refused. False, with the error state set, when the token must not be touched.
@@ -71,20 +72,28 @@ class DigitalSignatureUtilPkcs11 : public DigitalSignatureUtil {
 
   // Where a failure becomes error state.
 
-  /// True for `CKR_OK`. Otherwise records the code, the PKCS#11 return value and `what`, the step's
-  /// label, as the message.
+  /// True for `CKR_OK`, the return value of a PKCS#11 call; any other is recorded by `fail`.
   bool checkReturnValue(CK_RV rv, const char* what);
+  /// Records a failure: its error code, the PKCS#11 return value that a token gave or that says
+  /// what is wrong with its answer, and `what`, the step's label, as the message.
+  void fail(CK_RV rv, const char* what);
   /// Records the current NSPR error. The error code is set only when there is none yet, from the
   /// state of the PIN registry.
   void SetErrorInfo();
 
  private:
   void setError(std::int32_t code, std::string message);
-  void setDomainsSignatureError(const char* fallbackMessage);
+
+  // PageAuthorization.cpp
   bool verifyDomains(SECKEYPublicKeyStr& key);
+  void setDomainsSignatureError(const char* fallbackMessage);
   bool coversCurrentDomain();
+
+  // CertificateListing.cpp, CertificateRetrieval.cpp
   std::string listSigningCertificates(CK_SESSION_HANDLE session);
   std::string readCertificate(CK_SESSION_HANDLE session, std::span<CK_BYTE> id);
+
+  // Pkcs1Signing.cpp
   std::string signLoggedIn(CK_SESSION_HANDLE session, const std::string& certId,
                            const std::string& digest);
   std::string signDigest(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE key,

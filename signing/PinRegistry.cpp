@@ -5,6 +5,8 @@
 
 #include "signing/DigitalSignatureUtil.h"
 
+std::map<std::string, PinInfoStruct> gPines;
+
 namespace {
 
 bool isMissing(const PinInfoStruct& record) { return record.pin.empty(); }

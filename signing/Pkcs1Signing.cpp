@@ -114,7 +114,7 @@ std::string DigitalSignatureUtilPkcs11::signDigest(CK_SESSION_HANDLE session, CK
     return {};
   }
   if (length > buffer.size()) {
-    checkReturnValue(CKR_BUFFER_TOO_SMALL, "sign final");
+    fail(CKR_BUFFER_TOO_SMALL, "sign final");
     return {};
   }
   return length != 0 ? encodeBase64({buffer.data(), length}) : std::string();

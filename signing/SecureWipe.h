@@ -12,7 +12,7 @@ inline void overwrite(std::string& text, char filler) noexcept {
   }
 }
 
-/// Zeroes the text's whole storage and leaves it empty. The storage behind the end of the text and
+/// Zeroes the text's whole storage and leaves it empty. The storage after the end of the text and
 /// the small-string buffer, where a shorter text may have left a longer one's tail, are included.
 inline void wipe(std::string& text) noexcept {
   text.resize(text.capacity());  // within the capacity: never allocates

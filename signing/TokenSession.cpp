@@ -50,7 +50,7 @@ CK_SLOT_ID DigitalSignatureUtilPkcs11::getSlot() {
     return kNone;
   }
   if (count > kMaximumSlots) {
-    checkReturnValue(CKR_HOST_MEMORY, kLabel);
+    fail(CKR_HOST_MEMORY, kLabel);
     return kNone;
   }
   std::vector<CK_SLOT_ID> slots(count);
@@ -121,7 +121,7 @@ std::vector<DigitalSignatureUtilPkcs11::Bytes> DigitalSignatureUtilPkcs11::readA
   values.reserve(types.size());
   for (CK_ATTRIBUTE& attribute : attributes) {
     if (attribute.ulValueLen > kMaximumAttributeLength) {
-      checkReturnValue(CKR_ATTRIBUTE_VALUE_INVALID, kLabel);
+      fail(CKR_ATTRIBUTE_VALUE_INVALID, kLabel);
       return {};
     }
     // One byte at least: a null pointer would make the second call a question for the length again.
@@ -138,7 +138,7 @@ std::vector<DigitalSignatureUtilPkcs11::Bytes> DigitalSignatureUtilPkcs11::readA
   }
   for (std::size_t i = 0; i < values.size(); ++i) {
     if (attributes[i].ulValueLen > capacities[i]) {
-      checkReturnValue(CKR_BUFFER_TOO_SMALL, kLabel);
+      fail(CKR_BUFFER_TOO_SMALL, kLabel);
       return {};
     }
     values[i].resize(attributes[i].ulValueLen);

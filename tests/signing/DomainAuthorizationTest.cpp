@@ -1,6 +1,6 @@
 #include <prerror.h>
 
-#include "signing/DomainsKey.h"
+#include "signing/DomainListKey.h"
 #include "tests/signing/ServiceFixture.h"
 
 namespace {

@@ -1,7 +1,5 @@
-#include <cctype>
 #include <utility>
 
-#include "DomainsPublicKey.h"
 #include "signing/DigitalSignatureUtil.h"
 
 void DigitalSignatureUtil::LoadDomains(std::string_view text) {
@@ -22,25 +20,6 @@ void DigitalSignatureUtil::LoadDomains(std::string_view text) {
   }
 }
 
-std::string DigitalSignatureUtil::trim(std::string_view s) {
-  std::string result;
-  result.reserve(s.size());
-  bool pendingSpace = false;
-  for (const char character : s) {
-    if (character == ' ') {
-      pendingSpace = !result.empty();
-      continue;
-    }
-    if (pendingSpace) {
-      result.push_back(' ');
-      pendingSpace = false;
-    }
-    // The process never leaves the "C" locale: only A to Z change.
-    result.push_back(static_cast<char>(std::tolower(static_cast<unsigned char>(character))));
-  }
-  return result;
-}
-
 std::string DigitalSignatureUtil::extractDomainName(std::string_view address) {
   constexpr std::string_view kSchemeEnd = "://";
   const std::size_t scheme = address.find(kSchemeEnd);
@@ -52,9 +31,4 @@ std::string DigitalSignatureUtil::extractDomainName(std::string_view address) {
     address = address.substr(0, address.find(separator, 1));
   }
   return std::string(address);
-}
-
-const char* DigitalSignatureUtil::GetQuorinPublicKey() {
-  static const char* const key = kDomainsPublicKey;
-  return key;
 }

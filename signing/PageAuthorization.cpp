@@ -5,7 +5,7 @@
 
 #include "signing/Base64.h"
 #include "signing/DigitalSignatureUtilPkcs11.h"
-#include "signing/DomainsKey.h"
+#include "signing/DomainListKey.h"
 #include "signing/ServiceError.h"
 
 bool DigitalSignatureUtilPkcs11::IsAuthorized() {

@@ -1,8 +1,16 @@
-#include "signing/DomainsKey.h"
+#include "signing/DomainListKey.h"
 
 #include <pkcs11t.h>
 #include <secasn1.h>
 #include <secerr.h>
+
+#include "DomainsPublicKey.h"
+#include "signing/DigitalSignatureUtil.h"
+
+const char* DigitalSignatureUtil::GetQuorinPublicKey() {
+  static const char* const key = kDomainsPublicKey;
+  return key;
+}
 
 void miprepare_rsa_pub_key_for_asn1(SECKEYPublicKey& key) {
   key.u.rsa.modulus.type = siUnsignedInteger;
