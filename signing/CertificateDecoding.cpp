@@ -4,8 +4,6 @@
 #include <pk11pub.h>
 #include <secasn1.h>
 
-#include <string_view>
-
 #include "signing/NameText.h"
 
 namespace certificate {
@@ -52,13 +50,6 @@ void appendAlternativeNames(TextList& list, PLArenaPool* arena,
   }
 }
 
-/// True when writing the name left an NSPR error, which a later failure may report: NSS did not
-/// know an attribute, or could not read a value, and wrote its number or its bytes.
-bool leftError(std::string_view nameText) {
-  return nameText.find("OID.") != std::string_view::npos ||
-         nameText.find('#') != std::string_view::npos;
-}
-
 /// Puts NSS's text of a name in the arena; null where NSS has none. False when memory is short.
 bool copyNameText(PLArenaPool* arena, CERTName* name, char*& copy) {
   const NssText text(CERT_NameToAscii(name));
@@ -66,20 +57,10 @@ bool copyNameText(PLArenaPool* arena, CERTName* name, char*& copy) {
   return !text || copy != nullptr;
 }
 
-/// The same for the issuer's name, from the sibling's text where the issuers are the same.
-bool copyIssuerText(CERTCertificate& certificate, const CERTCertificate* sibling) {
-  if (sibling == nullptr || sibling->issuerName == nullptr || leftError(sibling->issuerName) ||
-      SECITEM_ItemsAreEqual(&sibling->derIssuer, &certificate.derIssuer) == PR_FALSE) {
-    return copyNameText(certificate.arena, &certificate.issuer, certificate.issuerName);
-  }
-  certificate.issuerName = PORT_ArenaStrdup(certificate.arena, sibling->issuerName);
-  return certificate.issuerName != nullptr;
-}
-
 }  // namespace
 
-CertificateHandle CERT_DecodeDERCertificate(const SECItem& der, bool copyDER, const char* nickname,
-                                            const CERTCertificate* sibling) {
+CertificateHandle CERT_DecodeDERCertificate(const SECItem& der, bool copyDER,
+                                            const char* nickname) {
   // An empty text of bytes is no certificate, and no input for NSS's decoder.
   if (der.data == nullptr || der.len == 0) {
     return nullptr;
@@ -114,7 +95,7 @@ CertificateHandle CERT_DecodeDERCertificate(const SECItem& der, bool copyDER, co
     return nullptr;
   }
   if (!copyNameText(arena.get(), &certificate->subject, certificate->subjectName) ||
-      !copyIssuerText(*certificate, sibling)) {
+      !copyNameText(arena.get(), &certificate->issuer, certificate->issuerName)) {
     return nullptr;
   }
   certificate->referenceCount = 1;

@@ -16,10 +16,8 @@ namespace certificate {
 /// With `copyDER` false the record points into the caller's bytes, which must outlive it. Fields
 /// that nothing in the system reads stay zero: database key, certificate type, root flag, and the
 /// mark for unknown critical extensions. `subjectName` and `issuerName` are null where NSS cannot
-/// write the name. NSS takes long to write one, and the certificates of a card mostly share their
-/// issuer: where `sibling`, a certificate decoded before, has the same, its text is copied.
-CertificateHandle CERT_DecodeDERCertificate(const SECItem& der, bool copyDER, const char* nickname,
-                                            const CERTCertificate* sibling = nullptr);
+/// write the name.
+CertificateHandle CERT_DecodeDERCertificate(const SECItem& der, bool copyDER, const char* nickname);
 
 /// E-mail addresses of the subject and the subject alternative name, lower case: NUL-terminated
 /// texts followed by one more NUL, in the certificate's arena; null when there is none. Duplicates

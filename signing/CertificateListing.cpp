@@ -1,5 +1,4 @@
 #include <array>
-#include <utility>
 
 #include "signing/Base64.h"
 #include "signing/CertificateDecoding.h"
@@ -9,9 +8,9 @@
 
 namespace {
 
-CertificateHandle decodeCertificate(std::vector<CK_BYTE>& der, const CERTCertificate* sibling) {
+CertificateHandle decodeCertificate(std::vector<CK_BYTE>& der) {
   SECItem item{siBuffer, der.data(), static_cast<unsigned int>(der.size())};
-  return certificate::CERT_DecodeDERCertificate(item, true, "Certificado", sibling);
+  return certificate::CERT_DecodeDERCertificate(item, true, "Certificado");
 }
 
 /// The text, or the empty text where NSS could not write the name.
@@ -58,21 +57,16 @@ std::string DigitalSignatureUtilPkcs11::listSigningCertificates(CK_SESSION_HANDL
     return {};
   }
   std::string listing;
-  CertificateHandle sibling;
   for (auto object = findObject(session, "Find first object"); object;
        object = findObject(session, "Find other objects")) {
     std::vector<Bytes> values = readAttributes(session, *object, kRead);
     if (values.empty() || values[0].empty() || values[1].empty()) {
       continue;
     }
-    CertificateHandle certificate = decodeCertificate(values[1], sibling.get());
-    if (!certificate) {
-      continue;
-    }
-    if (fitnessForSigning(*certificate) == SigningFitness::kFit) {
+    const CertificateHandle certificate = decodeCertificate(values[1]);
+    if (certificate && fitnessForSigning(*certificate) == SigningFitness::kFit) {
       appendRecord(listing, *certificate, values[0]);
     }
-    sibling = std::move(certificate);
   }
   return listing;
 }
