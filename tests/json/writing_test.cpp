@@ -63,6 +63,8 @@ TEST(Writing, FixesEveryByteOfBothForms) {
             "{\n\t\"t\\/\\\"\\u00C3\" : \"tab\\tline\\nquote\\\"\",\n\t\"e\" : [],\n\t\"l\" : [\n"
             "\t\t1,\n\t\ttrue\n\t],\n\t\"n\" : null\n}");
   EXPECT_EQ(JSONNode("n", "text").write() + JSONNode("n", 1).write_formatted(), "");
+  const JSONNode malformed = JSONWorker::parse(R"({"a" 1})");
+  EXPECT_EQ(malformed.write_formatted() + malformed.write_formatted(), "");
 }
 
 TEST(Writing, IndentsByOneTabPerLevelHoweverDeep) {

@@ -44,8 +44,8 @@ class jsonChildren {
   /// size; harmless, and kept.)
   void inc(unsigned int n);
 
-  /// Room for `amount` children in all: exactly that many slots when there were none, else by the
-  /// rule of inc(amount - capacity).
+  /// Exactly `amount` slots when there are none yet; else, when there are fewer, inc(amount -
+  /// capacity), which counts from the present children: fewer than `amount` may come of it. Kept.
   static void reserve2(jsonChildren& container, unsigned int amount);
 
   /// Puts an owned handle into room that inc() or reserve2() has made.

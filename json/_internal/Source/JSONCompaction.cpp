@@ -89,7 +89,7 @@ class Compactor {
       if (*at == '"' && hidesQuotes) {
         *out++ = kHiddenQuote;
         ++at;
-        JSONWorker::used_ascii_one = true;
+        JSONWorker::used_ascii_one.store(true, std::memory_order_relaxed);
       } else {
         *out++ = *at++;
       }

@@ -182,6 +182,9 @@ std::string JSONNode::write(std::size_t reserve) const {
 std::string JSONNode::write_formatted(std::size_t reserve) const { return writeAt(0, reserve); }
 
 std::string JSONNode::writeAt(unsigned int level, std::size_t reserve) const {
+  if (level != internalJSONNode::kNotFormatted) {
+    internal->Fetch();  // before the type is looked at: it may turn out to be null
+  }
   if (!internal->isContainer()) {
     return {};
   }

@@ -183,7 +183,9 @@ class JSONNode {
   /// Appends a child, sharing its body. Nothing happens when this is no array or object.
   void push_back(JSONNode child);
   void push_front(JSONNode child);
-  /// Makes room for that many children in all.
+  /// Makes room for children to come: exactly that many when there is no room yet; when there is,
+  /// for as many beyond the present children as the number exceeds that room (which may be fewer
+  /// in all). Nothing but speed depends on it.
   void reserve(unsigned int children);
 
   /// Takes a child out and returns it; std::out_of_range when there is none.

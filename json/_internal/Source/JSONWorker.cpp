@@ -148,7 +148,7 @@ template <typename Split>
 
 }  // namespace
 
-bool JSONWorker::used_ascii_one = false;
+std::atomic<bool> JSONWorker::used_ascii_one{false};
 
 [[gnu::always_inline]] inline JSONNode JSONWorker::rootOf(std::string_view text,
                                                           const JSONSource& source) {

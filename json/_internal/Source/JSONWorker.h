@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstring>
 #include <string>
@@ -78,8 +79,9 @@ class JSONWorker {
   /// The six-character escape of one byte: "\u00" and two upper-case hex digits.
   static std::string toUTF8(unsigned char byte);
 
-  /// Whether a hidden quote was ever made in this process. Set and never cleared.
-  static bool used_ascii_one;
+  /// Whether a hidden quote was ever made in this process. Set and never cleared; atomic, because
+  /// every thread may have trees of its own.
+  static std::atomic<bool> used_ascii_one;
 
  private:
   static JSONNode rootOf(std::string_view text, const json_detail::JSONSource& source);

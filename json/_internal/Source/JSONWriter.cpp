@@ -141,7 +141,7 @@ void internalJSONNode::DumpRawString(JSONOutput& output) const {
   } else {
     output.append(text.view());
   }
-  if (JSONWorker::used_ascii_one) {
+  if (JSONWorker::used_ascii_one.load(std::memory_order_relaxed)) {
     const std::span<char> written = output.writtenSince(start);
     std::replace(written.begin(), written.end(), '\x01', '"');
   }

@@ -293,16 +293,16 @@ void internalJSONNode::Cast(char newType) {
 }
 
 void internalJSONNode::push_back(JSONNode&& child) {
+  Fetch();
   if (isContainer()) {
-    Fetch();
     children->inc();
     children->append(JSONNodeAccess::newHandle(std::move(child)));
   }
 }
 
 void internalJSONNode::push_front(JSONNode&& child) {
+  Fetch();
   if (isContainer()) {
-    Fetch();
     children->inc();
     JSONNode* const handle = JSONNode::newJSONNode(std::move(child));
     children->insert(0, &handle, 1);
