@@ -1,6 +1,7 @@
 // Starts one host per page connection, passes checked requests and all answers, and ends the host
 // when either side goes. No state outlives a connection.
-import { checkedRequest, endReason, kEndCommand, kHostName, originOf, RefusedRequest } from "./protocol.js";
+import { operator } from "./operator.js";
+import { checkedRequest, endReason, kEndCommand, originOf, RefusedRequest } from "./protocol.js";
 
 const api = globalThis.browser ?? globalThis.chrome;
 
@@ -30,7 +31,7 @@ api.runtime.onConnect.addListener((page) => {
  * @param {() => void} onEnd Called once.
  */
 function serve(page, origin, onEnd) {
-  const host = api.runtime.connectNative(kHostName);
+  const host = api.runtime.connectNative(operator.hostName);
   /** One request at a time: the host works on one, and answers carry no number. */
   let isUnderWay = false;
 

@@ -1,8 +1,5 @@
 // What the extension lets through to the host, and nothing else.
 
-/** Name under which the host is registered with the browser. */
-export const kHostName = "org.signing_host.host";
-
 /** The host reads a message into a fixed buffer; a longer one would break its conversation. */
 export const kMaxRequestBytes = 999;
 

@@ -95,7 +95,7 @@ test("the extension states the origin and passes the protocol's members only", (
     [{ documentLifecycle: "prerender" }, null], [{ url: "data:text/html,x" }, null],
   ];
   for (const [change, origin] of origins) assert.equal(originOf({ ...sender, ...change }, "me"), origin, JSON.stringify(change));
-  const ends = { "No such native application org.signing_host.host": "host-not-found", "Native host has exited.": "host-ended",
+  const ends = { "No such native application com.example.host": "host-not-found", "Native host has exited.": "host-ended",
     "Access to the specified native messaging host is forbidden.": "host-forbidden" };
   for (const [told, reason] of Object.entries(ends)) assert.equal(endReason(told), reason);
 });

@@ -5,18 +5,17 @@ import { createHash } from "node:crypto";
 import { existsSync, mkdirSync, readdirSync, readFileSync, writeFileSync } from "node:fs";
 import path from "node:path";
 import { test } from "node:test";
-import { build, call, connect, domainList, hostProgram, isRoot, openPage, root, startChromium, temporaryFolder, until } from "./support.mjs";
+import { build, call, connect, domainList, hostProgram, isRoot, openPage, operator, root, startChromium, temporaryFolder, until } from "./support.mjs";
 
-const manifest = JSON.parse(readFileSync(path.join(root, "extension/manifest.json")));
-const chromiumId = [...createHash("sha256").update(Buffer.from(manifest.key, "base64")).digest("hex").slice(0, 32)]
+const chromiumId = [...createHash("sha256").update(Buffer.from(operator.chromiumKey, "base64")).digest("hex").slice(0, 32)]
   .map((digit) => String.fromCharCode(97 + parseInt(digit, 16))).join("");
 const kSystemManifests = [
   "/etc/opt/chrome/native-messaging-hosts", "/etc/chromium/native-messaging-hosts", "/etc/opt/edge/native-messaging-hosts",
-  "/usr/lib/mozilla/native-messaging-hosts"].map((folder) => `${folder}/org.signing_host.host.json`);
+  "/usr/lib/mozilla/native-messaging-hosts"].map((folder) => `${folder}/${operator.hostName}.json`);
 
 function assertNamesTheExtension(file, host) {
   const { path: program, allowed_origins, allowed_extensions } = JSON.parse(readFileSync(file));
-  const expected = /mozilla/.test(file) ? manifest.browser_specific_settings.gecko.id : `chrome-extension://${chromiumId}/`;
+  const expected = /mozilla/.test(file) ? operator.firefoxId : `chrome-extension://${chromiumId}/`;
   assert.deepEqual([program, allowed_origins ?? allowed_extensions], [host, [expected]], file);
 }
 
@@ -66,7 +65,7 @@ test("registration for one user is undone exactly", (t) => {
   assert.deepEqual(everything(home), before);
 
   // What another installation or the user put there is left alone.
-  const foreign = path.join(home, ".config/chromium/NativeMessagingHosts/org.signing_host.host.json");
+  const foreign = path.join(home, `.config/chromium/NativeMessagingHosts/${operator.hostName}.json`);
   writeFileSync(foreign, "theirs");
   assert.match(run("install-user", hostProgram).stderr, /was not made by this script/);
   run("uninstall-user");

@@ -9,12 +9,14 @@ import { fileURLToPath } from "node:url";
 
 export const root = path.resolve(fileURLToPath(import.meta.url), "../../..");
 export const build = path.resolve(root, process.env.SIGNING_HOST_BUILD ?? "build/release");
-export const kExtension = path.join(root, "extension");
+export const operator = JSON.parse(readFileSync(path.join(root, "operator/example/operator.json")));
+/** The example operator's extension, packed by ./run as folders: chromium and firefox. */
+export const kExtension = path.join(root, "build/extension");
 export const hostProgram = path.join(build, "host/signing-host");
 export const isRoot = process.getuid() === 0;
 export const kPin = "123456";
 export const kDomainsKey = process.env.SIGNING_HOST_DOMAINS_KEY ?? path.join(build, "development-key/domains-private.pem");
-const kManifests = [".config/chromium/NativeMessagingHosts", ".mozilla/native-messaging-hosts"].map((folder) => `${folder}/org.signing_host.host.json`);
+const kManifests = [".config/chromium/NativeMessagingHosts", ".mozilla/native-messaging-hosts"].map((folder) => `${folder}/${operator.hostName}.json`);
 const kFirefox = ["/usr/bin/firefox-esr", "/usr/bin/firefox"].find((file) => existsSync(file));
 
 const cleanUps = new WeakMap();
@@ -82,15 +84,17 @@ export function domainList(domains) {
   return { domains, signature };
 }
 
-/** The extension with other pages to serve than the committed ones. */
-export function extensionFor(folder, ...matches) {
-  const copy = path.join(folder, "extension");
-  cpSync(kExtension, copy, { recursive: true });
-  const manifest = JSON.parse(readFileSync(path.join(copy, "manifest.json")));
-  manifest.content_scripts[0].matches = matches;
-  writeFileSync(path.join(copy, "manifest.json"), JSON.stringify(manifest));
-  return copy;
+/** The extension of the example operator with other members of its file, packed for both browsers. */
+export function extensionOf(folder, members) {
+  const own = path.join(folder, "operator");
+  cpSync(path.join(root, "operator/example"), own, { recursive: true });
+  writeFileSync(path.join(own, "operator.json"), JSON.stringify({ ...operator, ...members }));
+  execFileSync(path.join(root, "operator/make-extension"), [path.join(folder, "extension"), "--operator", own]);
+  return path.join(folder, "extension");
 }
+
+/** The extension with other pages to serve than the example's. */
+export const extensionFor = (folder, ...sites) => extensionOf(folder, { sites });
 
 /** Serves an empty page and the client on every localhost name; gives the address of a page. */
 export async function servePages(t) {
@@ -125,7 +129,7 @@ export async function startChromium(t, { home, env }, extension, options = {}) {
     headless: false, // the driver's headless is an older kind without extensions; the flag asks for the new one
     args: ["--headless=new", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
       "--disable-component-update", "--disable-sync", ...(isRoot ? ["--no-sandbox"] : []),
-      ...(extension ? [`--disable-extensions-except=${extension}`, `--load-extension=${extension}`] : [])],
+      ...(extension ? ["--disable-extensions-except", "--load-extension"].map((flag) => `${flag}=${extension}/chromium`) : [])],
     ...options,
   });
   afterwards(t, () => browser.close());
@@ -144,7 +148,7 @@ export async function startFirefox(t, { home, env }, extension) {
     },
   });
   afterwards(t, () => browser.close());
-  if (extension) await browser.installExtension(extension);
+  if (extension) await browser.installExtension(path.join(extension, "firefox"));
   return browser;
 }
 
