@@ -3,6 +3,7 @@
 #include <sys/types.h>
 #include <ext/stdio_filebuf.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
