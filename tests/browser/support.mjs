@@ -8,7 +8,7 @@ import path from "node:path";
 import { fileURLToPath } from "node:url";
 
 export const root = path.resolve(fileURLToPath(import.meta.url), "../../..");
-export const build = path.resolve(root, process.env.SIGNING_HOST_BUILD ?? "build/release");
+export const build = path.resolve(root, process.env.SIGNING_HOST_BUILD ?? "build/test");
 export const operator = JSON.parse(readFileSync(path.join(root, "operator/example/operator.json")));
 /** The example operator's extension, packed by ./run as folders: chromium and firefox. */
 export const kExtension = path.join(root, "build/extension");
