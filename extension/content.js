@@ -1,13 +1,29 @@
 // Joins the page to the background: opaque messages between a MessagePort of the page and a port
-// of the extension. All checking is the background's, which a page cannot reach into.
+// of the extension. What a request may say is the background's to check, which a page cannot reach
+// into; how many there are is limited here, in the page's own process, where a flood harms nobody
+// else.
 "use strict";
 
 (() => {
   const api = globalThis.browser ?? globalThis.chrome;
-  /** Ports of the extension that are open, to be closed when the page is left. */
+
+  /** Connections that a page may have at once. */
+  const kMaxConnections = 4;
+  /** New ones that it may open in a row, and how many more each second. */
+  const kMaxNewInARow = 8;
+  const kNewPerSecond = 2;
+  /** Longest text of a request: more than the host reads. The background checks to the byte. */
+  const kMaxTextLength = 1000;
+  /** A request has fewer members, and a signing has no more documents. */
+  const kMaxMembers = 8;
+  const kMaxDocuments = 200;
+  /** Refusals between two answers; a page that goes on is not talking but flooding. */
+  const kMaxRefusals = 100;
+
+  /** What ends each connection that is open; all are called when the page is left. */
   const connections = new Set();
 
-  window.addEventListener("message", (event) => {
+  function onMessage(event) {
     // Only the page itself: a frame in it, or a window that opened it, is another source.
     if (event.source !== window || event.data?.signingHost !== "connect" || event.ports.length !== 1) return;
     // A page that is being prerendered is not what a person sees: it waits until it is.
@@ -16,44 +32,98 @@
     } else {
       join(event.ports[0]);
     }
-  });
+  }
 
   // A page kept for the back button lives on, but its host must not.
-  window.addEventListener("pagehide", () => {
+  function onLeave() {
     for (const end of [...connections]) end("closed");
-  });
+  }
+
+  // The second time changes nothing: the listeners are the same ones.
+  function listen() {
+    window.addEventListener("message", onMessage);
+    window.addEventListener("pagehide", onLeave);
+  }
+  listen();
+  // document.open() takes every listener of the window away, but not those who watch the document.
+  new MutationObserver(listen).observe(document, { childList: true });
+
+  let newOnes = kMaxNewInARow;
+  let countedAt = performance.now();
+  function mayOpen() {
+    const now = performance.now();
+    newOnes = Math.min(kMaxNewInARow, newOnes + ((now - countedAt) / 1000) * kNewPerSecond);
+    countedAt = now;
+    if (newOnes < 1 || connections.size >= kMaxConnections) return false;
+    --newOnes;
+    return true;
+  }
+
+  const isShort = (value) => typeof value === "number" || (typeof value === "string" && value.length <= kMaxTextLength);
+  const isRecord = (value) => typeof value === "object" && value !== null && !Array.isArray(value)
+    && Object.keys(value).length <= kMaxMembers && Object.keys(value).every(isShort);
+
+  /** Why a request goes no further, or null. Looks at no more of it than a request may have. */
+  function flawOf(request) {
+    if (!isRecord(request)) return "a request is an object with few members.";
+    const { documents = [], ...members } = request;
+    const isList = Array.isArray(documents) && documents.length <= kMaxDocuments && documents.every(isRecord);
+    const texts = isList ? documents.concat(members).flatMap(Object.values) : [null];
+    return texts.every(isShort) ? null : "its members are short texts, and numbers.";
+  }
 
   /** @param {MessagePort} page */
   function join(page) {
+    const give = (reason) => {
+      page.postMessage({ type: "closed", reason });
+      page.close();
+    };
+    if (!mayOpen()) return give("too-many");
     let background;
     try {
       background = api.runtime.connect({ name: "page" });
     } catch {
       // The extension was updated or removed since this page was loaded.
-      page.postMessage({ type: "closed", reason: "no-extension" });
-      return;
+      return give("no-extension");
     }
+    /** One request at a time: the host works on one, and answers carry no number. */
+    let isUnderWay = false;
+    let isCancelled = false;
+    let refusals = 0;
+
     const end = (reason) => {
       if (!connections.delete(end)) return;
       background.disconnect();
-      if (reason) page.postMessage({ type: "closed", reason });
-      page.close();
+      if (reason) give(reason);
+      else page.close();
     };
     connections.add(end);
 
+    const refuse = (reason) => {
+      if (++refusals > kMaxRefusals) end("closed");
+      else page.postMessage({ type: "refused", reason });
+    };
     background.onMessage.addListener((message) => {
-      if (connections.has(end)) page.postMessage(message);
+      if (!connections.has(end)) return;
+      if (message.type === "answer") refusals = 0;
+      isUnderWay = isUnderWay && message.type === "open";
+      page.postMessage(message);
     });
     background.onDisconnect.addListener(() => end("closed"));
     page.onmessage = ({ data }) => {
       if (data?.type === "close") return end();
-      if (data?.type !== "request" || !connections.has(end)) return;
-      try {
-        background.postMessage(data.request);
-      } catch {
-        // What a page may send itself is more than what an extension's port carries.
-        page.postMessage({ type: "refused", reason: "it is not JSON." });
+      if (!connections.has(end)) return;
+      if (data?.type === "cancel" && isUnderWay && !isCancelled) {
+        isCancelled = true;
+        background.postMessage({ type: "cancel" });
       }
+      if (data?.type !== "request") return;
+      if (isUnderWay) return refuse("the answer to the one before it has not come yet.");
+      const flaw = flawOf(data.request);
+      if (flaw !== null) return refuse(flaw);
+      isUnderWay = true;
+      isCancelled = false;
+      background.postMessage(data.request);
     };
   }
 })();

@@ -96,12 +96,12 @@ export function extensionOf(folder, members) {
 /** The extension with other pages to serve than the example's. */
 export const extensionFor = (folder, ...sites) => extensionOf(folder, { sites });
 
-/** Serves an empty page and the client on every localhost name; gives the address of a page. */
+/** Serves an empty page, the client and its texts on every localhost name; gives the address of a page. */
 export async function servePages(t) {
-  const server = http.createServer((request, response) => {
-    const isScript = request.url === "/client/signing-client.js";
-    response.setHeader("Content-Type", isScript ? "text/javascript" : "text/html");
-    response.end(isScript ? readFileSync(path.join(root, request.url)) : "<!doctype html><title>page</title>");
+  const server = http.createServer(({ url }, response) => {
+    const type = /^\/(client|texts)\/[\w-]+\.json$/.test(url) ? "application/json" : /^\/(client|texts)\/[\w-]+\.js$/.test(url) ? "text/javascript" : "";
+    response.setHeader("Content-Type", type || "text/html");
+    response.end(type ? readFileSync(path.join(root, url)) : "<!doctype html><html lang=en><title>page</title>");
   });
   await new Promise((resolve) => server.listen(0, resolve));
   afterwards(t, () => { server.closeAllConnections(); server.close(); });

@@ -1,0 +1,53 @@
+// How many hosts there are. A page needs one; a hostile one must neither fill the machine with
+// processes nor take those of other pages. A host counts until its process has ended, which is
+// after its page has gone: a count of pages alone lets a page that connects and closes in a loop
+// have as many as it can start.
+import { operator } from "./operator.js";
+import { kEndCommand } from "./protocol.js";
+
+const kMaxHosts = 8;
+const kMaxHostsOfOrigin = 6;
+const kMaxHostsOfTab = 4;
+/** Time that a host has to end by itself; one that waits for its token does not hear. */
+const kPatienceMs = 1000;
+/** Time after which both browsers have killed a host that they were told to disconnect. */
+const kKillMs = 4000;
+
+/** Running hosts: each one its tab and its origin. @type {Set<{tab: number, origin: string}>} */
+const running = new Set();
+
+const isFull = (tab, origin) => {
+  const hosts = [...running];
+  return hosts.length >= kMaxHosts || hosts.filter((host) => host.tab === tab).length >= kMaxHostsOfTab
+    || hosts.filter((host) => host.origin === origin).length >= kMaxHostsOfOrigin;
+};
+
+/**
+ * Starts a host, or returns null when there are enough.
+ * @param {object} api The browser's extension interface.
+ * @param {number} tab
+ * @param {string} origin
+ * @returns {{port: object, end: () => void} | null} The port to the host, and what ends the host.
+ */
+export function startHost(api, tab, origin) {
+  if (isFull(tab, origin)) return null;
+  const place = { tab, origin };
+  running.add(place);
+  const port = api.runtime.connectNative(operator.hostName);
+  let isConnected = true;
+  port.onDisconnect.addListener(() => {
+    isConnected = false;
+    running.delete(place);
+  });
+  const end = () => {
+    if (!isConnected) return;
+    // Disconnecting would not tell when the process is gone; the host's own end does.
+    port.postMessage({ command: kEndCommand });
+    setTimeout(() => {
+      if (!isConnected) return;
+      port.disconnect();
+      setTimeout(() => running.delete(place), kKillMs);
+    }, kPatienceMs);
+  };
+  return { port, end };
+}
