@@ -1,6 +1,6 @@
 // The page's flow: connect, show the certificates, sign what was chosen, verify it.
 import { ConnectionError, HostError, SigningClient, SigningError, WebsocketTransport } from "/client/signing-client.js";
-import { bytesOfBase64, parseCertificate } from "./der.js";
+import { bytesOfBase64, parseCertificate } from "/client/certificate.js";
 import { PinPad } from "./pin-pad.js";
 
 const $ = (id) => document.getElementById(id);
@@ -112,8 +112,7 @@ async function readCard() {
   }
   $("sign-form").hidden = certificates.size === 0;
   if (certificates.size === 0) {
-    throw new SigningError("no-certificate", "The card holds no certificate that is valid today and meant for signatures.",
-      "It may have expired: ask whoever issued the card for a new one.");
+    throw new SigningError("no-certificate");
   }
   $("certificates").replaceChildren(...[...certificates].map(([id, certificate], i) => card(id, certificate, i === 0)));
   const count = certificates.size;

@@ -1,8 +1,13 @@
 // The client module and the extension's checks by themselves, with a host made of a table.
 import assert from "node:assert/strict";
+import { readFileSync } from "node:fs";
 import { test } from "node:test";
-import { parseListing, SigningClient } from "../../client/signing-client.js";
+import { parseListing, SigningClient, useTexts } from "../../client/signing-client.js";
+import { Texts } from "../../texts/texts.js";
 import { checkedRequest, endReason, originOf } from "../../extension/protocol.js";
+
+const catalogueOf = (language) => JSON.parse(readFileSync(new URL(`../../texts/${language}.json`, import.meta.url)));
+useTexts(new Texts("en", catalogueOf("en")));
 
 const envelope = (members) => ({
   error: false, errorMessage: "", lastError: 0, lastLowLevelError: 0, pinModuleName: "", missingPin: false, invalidPin: false,
@@ -28,12 +33,12 @@ test("what the client refuses never reaches the host", async () => {
   const { client, transport } = await clientOf(({ command }) => envelope({ command, version: "1.1" }));
   const digest = (length) => new Uint8Array(length);
   const refused = {
-    "too-long": [["setPin", "1".repeat(978)], ["setPin", "é".repeat(489)], ["setPin", '"'.repeat(489)],
-      ["initialise", { domains: "d".repeat(999), signature: "" }]],
+    "too-long": [["setPin", "1".repeat(978)], ["setPin", "é".repeat(489)], ["setPin", '"'.repeat(489)]],
+    "list-too-long": [["initialise", { domains: "d".repeat(999), signature: "" }]],
     "cert-id": [["certificate", "AQ"], ["certificate", undefined], ["sign", "A?==", digest(32)]],
-    digest: [["sign", "AQ==", digest(31)], ["sign", "AQ==", "no base64"], ["sign", "AQ==", ""]],
+    digest: [["sign", "AQ==", "no base64"], ["sign", "AQ==", ""]], "digest-length": [["sign", "AQ==", digest(31)]],
     "pin-character": [["typePinCharacter", ""], ["typePinCharacter", "12"], ["typePinCharacter", "é"]],
-    "not-text": [["setPin", 1234], ["setPin", "\ud83d"], ["initialise", { domains: "d" }]],
+    "not-text": [["setPin", 1234], ["initialise", { domains: "d" }]], "half-character": [["setPin", "\ud83d"]],
   };
   for (const [kind, calls] of Object.entries(refused)) {
     for (const [method, ...given] of calls) await assert.rejects(async () => client[method](...given), { name: "RequestError", kind, advice: /\w/ });

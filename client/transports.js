@@ -1,0 +1,160 @@
+// Two ways to a host, one interface; whole messages, whose meaning they do not know.
+import { connectionError, RequestError, SigningError } from "./errors.js";
+
+/**
+ * @typedef {object} Transport
+ * @property {string} currentDomain Origin of the page, as the far side will state it.
+ * @property {number} maxRequestBytes Longest JSON text of one request, in bytes of UTF-8.
+ * @property {() => Promise<void>} open Rejects with a ConnectionError.
+ * @property {(request: object) => void} send
+ * @property {() => void} close
+ * @property {() => void} [cancel] Gives up the signing that a person is being asked about.
+ * @property {"page" | "extension"} [pinEntry] Who asks for the PIN; the page unless it says so.
+ * @property {boolean} [oneConsentForBatch] Several documents may be sent in one signing.
+ * @property {(answer: object) => void} onAnswer Set by the client.
+ * @property {(error: SigningError) => void} onRefusal Set by the client: the last request was not passed on, or cancelled.
+ * @property {(error: ConnectionError) => void} onClosed Set by the client; never called after `close()`.
+ */
+
+/** The host reads a native message into a fixed buffer: a longer one breaks the conversation. */
+const kMaxRequestBytes = 999;
+
+/** @type {(what: any) => void} */
+const kIgnore = () => {};
+const pageOrigin = () => globalThis.location?.origin ?? "";
+
+/**
+ * Through the browser extension. Messages travel over a private MessageChannel, not as window
+ * messages, so other listeners of the page do not see a PIN go by. The extension replaces
+ * "currentDomain" by the origin that the browser vouches for.
+ * @implements {Transport}
+ */
+export class ExtensionTransport {
+  maxRequestBytes = kMaxRequestBytes;
+  onAnswer = kIgnore;
+  onRefusal = kIgnore;
+  onClosed = kIgnore;
+  /** @type {"page" | "extension"} */ pinEntry = "page";
+  oneConsentForBatch = false;
+  /** @type {MessagePort | null} */ #port = null;
+  #patienceMs;
+
+  /** @param {{patienceMs?: number}} [options] How long an absent extension is waited for. */
+  constructor({ patienceMs = 2000 } = {}) {
+    this.#patienceMs = patienceMs;
+  }
+
+  get currentDomain() {
+    return pageOrigin();
+  }
+
+  open() {
+    this.close();
+    // The extension serves no page that somebody on the network could have altered.
+    if (globalThis.isSecureContext === false) return Promise.reject(connectionError("insecure-page"));
+    const { port1, port2 } = new MessageChannel();
+    this.#port = port1;
+    return /** @type {Promise<void>} */ (new Promise((resolve, reject) => {
+      /** @param {ConnectionError} error */
+      const fail = (error) => {
+        clearTimeout(timer);
+        const wasOpen = this.#port === port1;
+        if (wasOpen) this.close();
+        reject(error);
+        if (wasOpen) this.onClosed(error);
+      };
+      const timer = setTimeout(() => fail(connectionError("no-extension")), this.#patienceMs);
+      port1.onmessage = ({ data }) => {
+        switch (data?.type) {
+          case "open":
+            clearTimeout(timer);
+            this.pinEntry = data.pinEntry ?? "page";
+            this.oneConsentForBatch = data.oneConsentForBatch ?? false;
+            resolve();
+            break;
+          case "answer": this.onAnswer(data.answer); break;
+          case "refused":
+            this.onRefusal(new RequestError("refused", { reason: String(data.reason) }));
+            break;
+          case "cancelled":
+            this.onRefusal(Object.assign(new SigningError("cancelled"), { signatures: data.signatures }));
+            break;
+          case "closed": fail(connectionError(data.reason, data.detail)); break;
+        }
+      };
+      window.postMessage({ signingHost: "connect" }, window.location.origin, [port2]);
+    }));
+  }
+
+  /** @param {object} request */
+  send(request) {
+    this.#port?.postMessage({ type: "request", request });
+  }
+
+  cancel() {
+    this.#port?.postMessage({ type: "cancel" });
+  }
+
+  close() {
+    this.#port?.postMessage({ type: "close" });
+    this.#port?.close();
+    this.#port = null;
+  }
+}
+
+/**
+ * Through a websocket relay that runs `signing-host ws`. Nobody but the relay's origin check
+ * vouches for "currentDomain" here.
+ * @implements {Transport}
+ */
+export class WebsocketTransport {
+  onAnswer = kIgnore;
+  onRefusal = kIgnore;
+  onClosed = kIgnore;
+  /** @type {WebSocket | null} */ #socket = null;
+  #url;
+
+  /**
+   * @param {string} url Such as "ws://localhost:8765/".
+   * @param {{currentDomain?: string, maxRequestBytes?: number}} [options] The relay has no limit
+   *   of its own; the extension's is kept so that a page works over both.
+   */
+  constructor(url, { currentDomain = pageOrigin(), maxRequestBytes = kMaxRequestBytes } = {}) {
+    this.#url = url;
+    this.currentDomain = currentDomain;
+    this.maxRequestBytes = maxRequestBytes;
+  }
+
+  open() {
+    this.close();
+    const socket = new WebSocket(this.#url);
+    this.#socket = socket;
+    return /** @type {Promise<void>} */ (new Promise((resolve, reject) => {
+      let opened = false;
+      socket.onopen = () => { opened = true; resolve(); };
+      socket.onmessage = ({ data }) => {
+        let answer = null;
+        try { answer = JSON.parse(data); } catch { /* null is out of step for the client */ }
+        this.onAnswer(answer);
+      };
+      socket.onclose = () => {
+        const error = connectionError(opened ? "host-ended" : "relay-unreachable");
+        reject(error);
+        if (this.#socket !== socket) return;
+        this.#socket = null;
+        this.onClosed(error);
+      };
+    }));
+  }
+
+  /** @param {object} request */
+  send(request) {
+    this.#socket?.send(JSON.stringify(request));
+  }
+
+  close() {
+    const socket = this.#socket;
+    this.#socket = null;
+    socket?.close();
+  }
+}
