@@ -5,12 +5,14 @@
 #include <array>
 #include <cstddef>
 
-/// Bytes of stack that receiving a request, reading its members and answering may use. It is twice
-/// what they do use, however the request is made: nothing on that way recurses.
-inline constexpr std::size_t kMessageStackDepth = 5120;
+/// Bytes of stack that receiving a request, reading its members and answering may use. They take
+/// one kilobyte, and nothing on that way recurses; the first call of a library's function takes
+/// some more, when the loader looks it up and saves the vector registers, 11 kB of them at the
+/// widest.
+inline constexpr std::size_t kMessageStackDepth = 16384;
 
-/// Bytes of stack that an operation on the token may use: three times what it takes with a token of
-/// software, since nothing bounds what a vendor's module uses.
+/// Bytes of stack that an operation on the token may use: three times what the first one takes with
+/// a token of software, since nothing bounds what a vendor's module uses.
 inline constexpr std::size_t kTokenStackDepth = 65536;
 
 /// Clears the stack below the caller's frame, so that no copy of a PIN outlives the request that

@@ -1,94 +1,121 @@
 #include "token/TokenModule.h"
 
 #include <dlfcn.h>
+#include <link.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <string>
+#include <tuple>
 
 namespace {
 
-void complain(const std::string& reason) {
-  static_cast<void>(std::fprintf(stderr, "signing-host: %s\n", reason.c_str()));
-}
-
-/// Takes one function by its exported name; null where the module does not have it.
 template <typename Function>
-void bind(void* module, const char* name, Function& function) {
-  function = reinterpret_cast<Function>(dlsym(module, name));
+struct Entry {
+  const char* name;
+  Function CK_FUNCTION_LIST::*function;
+};
+
+/// What signing needs of a module.
+constexpr std::tuple kNeeded{
+    Entry{"C_Initialize", &CK_FUNCTION_LIST::C_Initialize},
+    Entry{"C_Finalize", &CK_FUNCTION_LIST::C_Finalize},
+    Entry{"C_GetSlotList", &CK_FUNCTION_LIST::C_GetSlotList},
+    Entry{"C_OpenSession", &CK_FUNCTION_LIST::C_OpenSession},
+    Entry{"C_CloseSession", &CK_FUNCTION_LIST::C_CloseSession},
+    Entry{"C_Login", &CK_FUNCTION_LIST::C_Login},
+    Entry{"C_Logout", &CK_FUNCTION_LIST::C_Logout},
+    Entry{"C_FindObjectsInit", &CK_FUNCTION_LIST::C_FindObjectsInit},
+    Entry{"C_FindObjects", &CK_FUNCTION_LIST::C_FindObjects},
+    Entry{"C_FindObjectsFinal", &CK_FUNCTION_LIST::C_FindObjectsFinal},
+    Entry{"C_GetAttributeValue", &CK_FUNCTION_LIST::C_GetAttributeValue},
+    Entry{"C_SignInit", &CK_FUNCTION_LIST::C_SignInit},
+    Entry{"C_Sign", &CK_FUNCTION_LIST::C_Sign},
+};
+
+/// The needed functions, each as `find` gives it for its entry; nothing when one is null.
+template <typename Find>
+std::optional<CK_FUNCTION_LIST> collect(Find find) {
+  CK_FUNCTION_LIST functions{};
+  const auto take = [&](const auto& entry) {
+    return (functions.*entry.function = find(entry)) != nullptr;
+  };
+  const bool complete =
+      std::apply([&](const auto&... entry) { return (take(entry) && ...); }, kNeeded);
+  return complete ? std::optional(functions) : std::nullopt;
 }
 
-TokenFunctions bindExportedNames(void* module) {
-  TokenFunctions functions;
-  bind(module, "C_Initialize", functions.initialize);
-  bind(module, "C_Finalize", functions.finalize);
-  bind(module, "C_GetSlotList", functions.getSlotList);
-  bind(module, "C_OpenSession", functions.openSession);
-  bind(module, "C_CloseSession", functions.closeSession);
-  bind(module, "C_Login", functions.login);
-  bind(module, "C_Logout", functions.logout);
-  bind(module, "C_FindObjectsInit", functions.findObjectsInit);
-  bind(module, "C_FindObjects", functions.findObjects);
-  bind(module, "C_FindObjectsFinal", functions.findObjectsFinal);
-  bind(module, "C_GetAttributeValue", functions.getAttributeValue);
-  bind(module, "C_SignInit", functions.signInit);
-  bind(module, "C_Sign", functions.sign);
-  return functions;
+/// True when the address lies in the module's own file, not in a library that the file links: a
+/// module that stands in front of another one must not be passed by.
+bool isOwn(void* module, void* address) {
+  Dl_info unused{};
+  link_map* own = nullptr;
+  link_map* holder = nullptr;
+  return dlinfo(module, RTLD_DI_LINKMAP, static_cast<void*>(&own)) == 0 &&
+         dladdr1(address, &unused, reinterpret_cast<void**>(&holder), RTLD_DL_LINKMAP) != 0 &&
+         holder == own;
 }
 
-TokenFunctions bindFunctionList(void* module) {
-  decltype(&C_GetFunctionList) getFunctionList = nullptr;
+std::optional<CK_FUNCTION_LIST> exportedNames(void* module) {
+  return collect([module]<typename Function>(const Entry<Function>& entry) {
+    void* address = dlsym(module, entry.name);
+    return isOwn(module, address) ? reinterpret_cast<Function>(address) : nullptr;
+  });
+}
+
+std::optional<CK_FUNCTION_LIST> functionList(void* module) {
+  const auto getFunctionList =
+      reinterpret_cast<CK_C_GetFunctionList>(dlsym(module, "C_GetFunctionList"));
   CK_FUNCTION_LIST_PTR list = nullptr;
-  bind(module, "C_GetFunctionList", getFunctionList);
-  if (getFunctionList == nullptr || getFunctionList(&list) != CKR_OK || list == nullptr) {
-    return {};
+  try {
+    if (getFunctionList == nullptr || getFunctionList(&list) != CKR_OK || list == nullptr) {
+      return std::nullopt;
+    }
+  } catch (...) {
+    return std::nullopt;
   }
-  return {list->C_Initialize,
-          list->C_Finalize,
-          list->C_GetSlotList,
-          list->C_OpenSession,
-          list->C_CloseSession,
-          list->C_Login,
-          list->C_Logout,
-          list->C_FindObjectsInit,
-          list->C_FindObjects,
-          list->C_FindObjectsFinal,
-          list->C_GetAttributeValue,
-          list->C_SignInit,
-          list->C_Sign};
-}
-
-bool isComplete(const TokenFunctions& functions) {
-  return functions.initialize != nullptr && functions.finalize != nullptr &&
-         functions.getSlotList != nullptr && functions.openSession != nullptr &&
-         functions.closeSession != nullptr && functions.login != nullptr &&
-         functions.logout != nullptr && functions.findObjectsInit != nullptr &&
-         functions.findObjects != nullptr && functions.findObjectsFinal != nullptr &&
-         functions.getAttributeValue != nullptr && functions.signInit != nullptr &&
-         functions.sign != nullptr;
+  return collect([list](const auto& entry) { return list->*entry.function; });
 }
 
 std::string modulePath() {
+  if (PKCS11_MODULE_IS_FIXED) {
+    return DEFAULT_PKCS11_MODULE;
+  }
   // Read once, before any other thread exists.
   const char* chosen = std::getenv("SIGNING_HOST_PKCS11_MODULE");  // NOLINT(concurrency-mt-unsafe)
   return chosen != nullptr && *chosen != '\0' ? chosen : DEFAULT_PKCS11_MODULE;
 }
 
-TokenFunctions load() {
+void complain(const std::string& reason) {
+  static_cast<void>(std::fprintf(stderr, "signing-host: %s\n", reason.c_str()));
+}
+
+/// A C++ runtime's part for exceptions gets ready at its first throw. A module that is linked with
+/// a runtime of its own throws through that one, and the host's must be ready to catch.
+void readyToCatch() {
+  try {
+    throw CKR_GENERAL_ERROR;
+  } catch (CK_RV) {  // NOLINT(bugprone-empty-catch): thrown for the sake of throwing
+  }
+}
+
+CK_FUNCTION_LIST load() {
   const std::string path = modulePath();
   if (path.empty()) {
-    complain("no PKCS#11 module is configured; set SIGNING_HOST_PKCS11_MODULE");
+    complain("no PKCS#11 module is configured");
     return {};
   }
+  readyToCatch();
   void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (module == nullptr) {
     const char* reason = dlerror();  // NOLINT(concurrency-mt-unsafe): the host has one thread
     complain(std::string("the PKCS#11 module cannot be loaded: ") + reason);
     return {};
   }
-  for (const auto bindFunctions : {bindExportedNames, bindFunctionList}) {
-    if (const TokenFunctions functions = bindFunctions(module); isComplete(functions)) {
-      return functions;
+  for (const auto bind : {exportedNames, functionList}) {
+    if (const std::optional<CK_FUNCTION_LIST> functions = bind(module)) {
+      return *functions;
     }
   }
   complain(path + " lacks PKCS#11 functions that signing needs");
@@ -98,7 +125,7 @@ TokenFunctions load() {
 
 }  // namespace
 
-const TokenFunctions& tokenFunctions() {
-  static const TokenFunctions functions = load();
+const CK_FUNCTION_LIST& tokenFunctions() {
+  static const CK_FUNCTION_LIST functions = load();
   return functions;
 }

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <new>
+#include <stdexcept>
 
 FakeToken& FakeToken::instance() {
   static FakeToken token;
@@ -50,6 +52,17 @@ std::optional<CK_RV> FakeToken::beginCall(const std::string& function,
     record(function + arguments + " -> crash");
     std::signal(SIGSEGV, SIG_DFL);
     std::raise(SIGSEGV);
+  }
+  if (wanted("throw", function)) {
+    record(function + arguments + " -> throw");
+    throw std::runtime_error("thrown by the fake token");
+  }
+  if (wanted("exhaust", function)) {
+    try {
+      std::string().resize(std::size_t{1} << 61U);
+    } catch (const std::bad_alloc&) {
+      return CKR_HOST_MEMORY;
+    }
   }
   if (const auto value = wanted("fail", function)) return number(*value);
   return std::nullopt;

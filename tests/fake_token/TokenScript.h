@@ -24,6 +24,8 @@ using Attributes = std::map<CK_ATTRIBUTE_TYPE, Bytes>;
 ///     accept second C_Initialize                 default: CKR_CRYPTOKI_ALREADY_INITIALIZED
 ///     log pin                                    PIN text in the log; default: its length only
 ///     fail C_Sign 1 CKR_DEVICE_ERROR             returns this and does nothing
+///     throw C_Sign 1                             lets an exception out
+///     exhaust C_Sign 1                           allocates too much, catches that: CKR_HOST_MEMORY
 ///     print C_Login * word                       on standard output during the call
 ///     exit C_Sign 1 3                            ends the process with this status
 ///     crash C_Sign 1                             ends it with a segmentation fault

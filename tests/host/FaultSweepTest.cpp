@@ -4,6 +4,7 @@
 
 #include <map>
 #include <random>
+#include <regex>
 
 #include "tests/host/TokenHost.h"
 #include "tests/support/TestCertificate.h"
@@ -29,13 +30,15 @@ struct Operation {
   std::vector<Step> steps;
 };
 
+constexpr long kHostMemory = 0x02;    // Made by a module that catches its own std::bad_alloc.
+constexpr long kGeneralError = 0x05;  // Made by a module that throws.
 constexpr long kPinIncorrect = 0xA0;
 constexpr long kPinLocked = 0xA4;
 // Host memory, general error, function failed, device error, device removed, PIN incorrect, PIN
 // expired (a failure of the token, not of the PIN), PIN locked, session handle invalid, token not
 // present, buffer too small, cryptoki not initialized, a vendor's own, all ones.
-constexpr long kCodes[] = {0x02,       0x05, 0x06, 0x30,  0x32,  kPinIncorrect, 0xA3,
-                           kPinLocked, 0xB3, 0xE0, 0x150, 0x190, 0x80000005,    -1};
+constexpr long kCodes[] = {kHostMemory, kGeneralError, 0x06, 0x30,  0x32,  kPinIncorrect, 0xA3,
+                           kPinLocked,  0xB3,          0xE0, 0x150, 0x190, 0x80000005,    -1};
 
 const std::string kA = "CN=Test Authority|CN=Signer,C=CR|oQ==";
 const std::string kB = "CN=Test Authority|CN=Signer,C=CR|sg==";
@@ -108,7 +111,10 @@ TEST_F(FaultSweep, EveryCallAtEveryOccurrenceWithEveryCode) {
       before += " " + step.function;
       const std::string nth = step.function + " " + std::to_string(++occurrences[step.function]);
       for (const long code : kCodes) {
-        const std::string fault = "fail C_" + nth + " " + std::to_string(code);
+        const std::string fault = code == kGeneralError ? "throw C_" + nth
+                                  : code == kHostMemory && !kSanitized
+                                      ? "exhaust C_" + nth
+                                      : "fail C_" + nth + " " + std::to_string(code);
         SCOPED_TRACE(operation->request + " " + fault);
         host.script(objects + fault);
         host.takeCalls();
@@ -214,23 +220,45 @@ TEST_F(FaultSweep, AModuleThatLies) {
 }
 
 TEST(BadModule, NeverDisturbsAByteOfTheConversation) {
-  const std::tuple<const char*, std::string, bool> runners[] = {
-      {"/nonexistent/module.so", "", false},
-      {NOT_A_LIBRARY, "", false},
-      {WITHOUT_SIGN_MODULE, "", false},
-      {LIST_ONLY_MODULE, "", true},
-      {PRINTS_ON_LOAD_MODULE, "", true},
-      {FAKE_TOKEN_MODULE, "print C_Initialize * {\nprint C_Login * \"\nprint C_Sign * }", true},
+  struct Case {
+    const char* module;
+    std::string script;
+    bool serves;
+    std::string calls;  ///< how the first listing's begin, which tells where the functions are from
+    std::string says;   ///< all of standard error, a pattern
+    const char* host = SIGNING_HOST_BINARY;
   };
-  for (const auto& [module, script, serves] : runners) {
-    SCOPED_TRACE(module);
-    TokenHost host(module);
+  const std::string lacking = "signing-host: .* lacks PKCS#11 functions that signing needs\n";
+  const Case runners[] = {
+      {"/nonexistent/module.so", "", false, "", ".* cannot be loaded: .*No such file.*\n"},
+      {NOT_A_LIBRARY, "", false, "", ".* cannot be loaded: .*invalid ELF header.*\n"},
+      {WITHOUT_SIGN_MODULE, "", false, "", lacking},
+      {LIST_ONLY_MODULE, "fail C_GetFunctionList 1 5", false, " GetFunctionList", lacking},
+      {LIST_ONLY_MODULE, "throw C_GetFunctionList 1", false, " GetFunctionList", lacking},
+      {LIST_ONLY_MODULE, "", true, " GetFunctionList Initialize", ""},
+      {WRAPPER_MODULE, "", true, " GetFunctionList Initialize Initialize", ""},
+      {PRINTS_ON_LOAD_MODULE, "", true, " Initialize", "vendor module loaded\n"},
+      {OWN_RUNTIME_MODULE, "throw C_CloseSession *", true, " Initialize", ""},
+      {FAKE_TOKEN_MODULE, "print C_Initialize * {\nprint C_Login * \"\nprint C_Sign * }", true,
+       " Initialize", "\\{\n\\{\n\\{\n\"\n\\}\n"},
+      {"", "", true, " Initialize", "", DEFAULT_TOKEN_HOST},
+      {FAKE_TOKEN_MODULE, "", false, "", ".* no PKCS#11 module is configured\n", FIXED_HOST},
+  };
+  for (const auto& [module, script, serves, calls, says, binary] : runners) {
+    SCOPED_TRACE(binary + (" " + std::string(module)) + script);
+    TokenHost host(module, binary);
     host.script("key a1\nsignature 1\n" + script);
     EXPECT_EQ(host.ask(kListRequest).value("lastError", -1), serves ? 0 : 12);
+    const std::string made = host.takeCalls();
+    EXPECT_TRUE(made.starts_with(calls) && (serves || made == calls)) << made;
     for (const std::string& request : {kSignRequest, setPinRequest("1")}) host.ask(request);
     const json answer = host.ask(kSignRequest);
     EXPECT_EQ(answer.value("lastLowLevelError", -1), serves ? 0 : 5);
     EXPECT_EQ(answer.value("pkcs1", "?"), serves ? "MA==" : "");
+    host.process.say(kEndRequest);
+    EXPECT_EQ(host.process.wait(), 0);
+    const std::string said = host.process.standardError();
+    EXPECT_TRUE(std::regex_match(said, std::regex(says))) << said;
   }
   const std::pair<const char*, std::string> diers[] = {{CRASHES_ON_LOAD_MODULE, ""},
                                                        {FAKE_TOKEN_MODULE, "crash C_Login 1"},
@@ -239,6 +267,7 @@ TEST(BadModule, NeverDisturbsAByteOfTheConversation) {
     SCOPED_TRACE(module + script);
     TokenHost host(module);
     host.script("key a1\n" + script);
+    EXPECT_NE(host.process.ask(kVersionRequest), "");  // Not loaded before it is needed.
     for (const std::string& request :
          {kSignRequest, setPinRequest("1"), kSignRequest, kVersionRequest}) {
       host.process.say(request);
