@@ -58,12 +58,15 @@ class DigitalSignatureUtilPkcs11 : public DigitalSignatureUtil {
   bool mayUseToken();
   /// `C_Initialize`, slot, session. What was opened before a failure stays in `connection`.
   bool connect(TokenConnection& connection);
+  /// A new session on the connection's slot in place of the one that is open, if one is.
+  bool openSession(TokenConnection& connection);
   /// The first slot that holds a token, or `kNone`.
   CK_SLOT_ID getSlot();
   /// A new read-only session, or `kNone`.
   CK_SESSION_HANDLE startSession(CK_SLOT_ID slot);
   /// Logs the user in with the registry's PIN and writes a refusal back to the registry.
-  bool Login(CK_SESSION_HANDLE session);
+  /// `CKU_CONTEXT_SPECIFIC` is for the operation that the session has begun.
+  bool Login(CK_SESSION_HANDLE session, CK_USER_TYPE user = CKU_USER);
   /// Handle of the next object of the running find; nothing at its end and on failure.
   std::optional<CK_OBJECT_HANDLE> findObject(CK_SESSION_HANDLE session, const char* what);
   /// The attributes' values, read in two calls (lengths, then values); empty on failure.
@@ -94,10 +97,13 @@ class DigitalSignatureUtilPkcs11 : public DigitalSignatureUtil {
   std::string readCertificate(CK_SESSION_HANDLE session, std::span<CK_BYTE> id);
 
   // Pkcs1Signing.cpp
-  std::string signLoggedIn(CK_SESSION_HANDLE session, const std::string& certId,
-                           const std::string& digest);
+  /// With `ownLogin`, the key gets a login of its own for the signature
+  /// (`CKA_ALWAYS_AUTHENTICATE`). A key that refuses, and tells that it wants it the other way,
+  /// turns `ownLogin` round.
+  std::string logInAndSign(CK_SESSION_HANDLE session, const std::string& certId,
+                           const std::string& digest, bool& ownLogin);
   std::string signDigest(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE key,
-                         std::span<const CK_BYTE> digest);
+                         std::span<const CK_BYTE> digest, bool& ownLogin);
 
   bool authorized = false;
   /// The verdict in `authorized` is final for this object.

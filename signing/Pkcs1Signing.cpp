@@ -3,6 +3,8 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
+#include <set>
 
 #include "signing/Base64.h"
 #include "signing/DigitalSignatureUtilPkcs11.h"
@@ -43,6 +45,19 @@ SECOidTag hashOfLength(std::size_t length) {
   return length == kSha1Length ? SEC_OID_SHA1 : SEC_OID_SHA256;
 }
 
+/// The certIds of keys that have asked for a login for each signature. Like the PINs, they outlive
+/// the service objects.
+std::set<std::string>& keysWithOwnLogin() {
+  static std::set<std::string> certIds;
+  return certIds;
+}
+
+bool wantsOwnLogin(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE key) {
+  CK_BBOOL value = CK_FALSE;
+  CK_ATTRIBUTE attribute{CKA_ALWAYS_AUTHENTICATE, &value, sizeof value};
+  return C_GetAttributeValue(session, key, &attribute, 1) == CKR_OK && value != CK_FALSE;
+}
+
 }  // namespace
 
 std::string DigitalSignatureUtilPkcs11::SignPkcs1Base64(std::string certId, std::string digest) {
@@ -50,16 +65,38 @@ std::string DigitalSignatureUtilPkcs11::SignPkcs1Base64(std::string certId, std:
     return {};
   }
   TokenConnection connection;
-  if (!connect(connection) || !Login(connection.session)) {
+  if (!connect(connection)) {
     return {};
   }
-  const LoginScope loggedIn(connection.session);
-  return signLoggedIn(connection.session, certId, digest);
+  const std::string earlierMessage = errorMessage;
+  const std::int64_t earlierLowLevelError = lastLowLevelError;
+  const bool remembered = keysWithOwnLogin().contains(certId);
+  bool ownLogin = remembered;
+  std::string result = logInAndSign(connection.session, certId, digest, ownLogin);
+  if (ownLogin == remembered) {
+    return result;
+  }
+  if (ownLogin) {
+    keysWithOwnLogin().insert(certId);
+  } else {
+    keysWithOwnLogin().erase(certId);  // another card's key under the same id
+  }
+  // The refusal only told the way: it is no failure yet.
+  lastError = service_error::kNone;
+  lastLowLevelError = earlierLowLevelError;
+  errorMessage = earlierMessage;
+  // In the session of the refused operation, some tokens refuse the login as well.
+  return openSession(connection) ? logInAndSign(connection.session, certId, digest, ownLogin)
+                                 : std::string();
 }
 
-std::string DigitalSignatureUtilPkcs11::signLoggedIn(CK_SESSION_HANDLE session,
+std::string DigitalSignatureUtilPkcs11::logInAndSign(CK_SESSION_HANDLE session,
                                                      const std::string& certId,
-                                                     const std::string& digest) {
+                                                     const std::string& digest, bool& ownLogin) {
+  if (!Login(session)) {
+    return {};
+  }
+  const LoginScope loggedIn(session);
   // Digest and certId are judged only after the login, on purpose: bad input costs a PIN use.
   const ItemHandle digestBytes = decodeBase64(digest);
   if (!digestBytes || !isDigestLength(digestBytes->len)) {
@@ -88,11 +125,12 @@ std::string DigitalSignatureUtilPkcs11::signLoggedIn(CK_SESSION_HANDLE session,
   if (!key) {
     return {};
   }
-  return signDigest(session, *key, {digestBytes->data, digestBytes->len});
+  return signDigest(session, *key, {digestBytes->data, digestBytes->len}, ownLogin);
 }
 
 std::string DigitalSignatureUtilPkcs11::signDigest(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE key,
-                                                   std::span<const CK_BYTE> digest) {
+                                                   std::span<const CK_BYTE> digest,
+                                                   bool& ownLogin) {
   const ArenaHandle arena(PORT_NewArena(kArenaChunkSize));
   const DigestInfoHandle digestInfo(SGN_CreateDigestInfo(hashOfLength(digest.size()), digest.data(),
                                                          static_cast<unsigned int>(digest.size())));
@@ -108,9 +146,17 @@ std::string DigitalSignatureUtilPkcs11::signDigest(CK_SESSION_HANDLE session, CK
   Bytes buffer(kSignatureBufferSize);
   CK_ULONG length = kSignatureBufferSize;
   CK_MECHANISM mechanism{CKM_RSA_PKCS, nullptr, 0};
-  if (!checkReturnValue(C_SignInit(session, &mechanism, key), "sign init new") ||
-      !checkReturnValue(C_Sign(session, data.data, data.len, buffer.data(), &length),
+  if (!checkReturnValue(C_SignInit(session, &mechanism, key), "sign init new")) {
+    return {};
+  }
+  if (ownLogin && !Login(session, CKU_CONTEXT_SPECIFIC)) {
+    ownLogin = lastLowLevelError != CKR_OPERATION_NOT_INITIALIZED;
+    return {};
+  }
+  if (!checkReturnValue(C_Sign(session, data.data, data.len, buffer.data(), &length),
                         "sign final")) {
+    ownLogin =
+        ownLogin || (lastLowLevelError == CKR_USER_NOT_LOGGED_IN && wantsOwnLogin(session, key));
     return {};
   }
   if (length > buffer.size()) {

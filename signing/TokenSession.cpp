@@ -25,11 +25,13 @@ bool DigitalSignatureUtilPkcs11::connect(TokenConnection& connection) {
     return false;
   }
   connection.library.emplace(nullptr);
-  const CK_SLOT_ID slot = getSlot();
-  if (slot == kNone) {
-    return false;
-  }
-  connection.session = startSession(slot);
+  connection.slot = getSlot();
+  return connection.slot != kNone && openSession(connection);
+}
+
+bool DigitalSignatureUtilPkcs11::openSession(TokenConnection& connection) {
+  connection.sessionScope.reset();
+  connection.session = startSession(connection.slot);
   if (connection.session == kNone) {
     return false;
   }
@@ -71,7 +73,7 @@ CK_SESSION_HANDLE DigitalSignatureUtilPkcs11::startSession(CK_SLOT_ID slot) {
   return checkReturnValue(rv, "open session") ? session : kNone;
 }
 
-bool DigitalSignatureUtilPkcs11::Login(CK_SESSION_HANDLE session) {
+bool DigitalSignatureUtilPkcs11::Login(CK_SESSION_HANDLE session, CK_USER_TYPE user) {
   PinInfoStruct record = gPines[pinModuleName];  // an unknown module gets an empty record
   if (record.pin.empty()) {
     // Both PIN messages are plain ASCII on purpose: no accents.
@@ -80,7 +82,7 @@ bool DigitalSignatureUtilPkcs11::Login(CK_SESSION_HANDLE session) {
   }
   if (!record.invalid) {
     auto* const pin = reinterpret_cast<CK_UTF8CHAR_PTR>(record.pin.data());
-    if (checkReturnValue(C_Login(session, CKU_USER, pin, record.pin.size()), "C_Login")) {
+    if (checkReturnValue(C_Login(session, user, pin, record.pin.size()), "C_Login")) {
       return true;
     }
     if (lastError != service_error::kInvalidPin) {
