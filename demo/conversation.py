@@ -41,6 +41,9 @@ class Host:
 
     def ask(self, **request):
         self.tell(request)
+        return self.hear()
+
+    def hear(self):
         signal.alarm(ANSWER_SECONDS)
         if self.websocket:
             text = self.process.stdout.readline()
@@ -119,6 +122,12 @@ def verify(certificate_base64, signature_base64):
                        str(text))
 
 
+def sign_domains(key):
+    signer = Path(__file__).with_name("sign-domain-list")
+    return subprocess.run([signer, key, DOMAINS], check=True, stdout=subprocess.PIPE,
+                          text=True).stdout.strip()
+
+
 def converse(host, tell, token, domains_signature):
     tell.heading("Which version is the host?")
     tell.ask(host, command=8)
@@ -137,8 +146,8 @@ def converse(host, tell, token, domains_signature):
     for issuer, subject, identifier in certificates[:3]:
         for title, field in ("certId ", identifier), ("subject", subject), ("issuer ", issuer):
             tell.note(f"{title}  {field.replace(',', ', ')}", hanging=9)
-    tell.note("The token also holds an authentication certificate and an expired one; neither is"
-              " fit for signing, so neither is listed.")
+    tell.note(token.get("remark", "The token also holds an authentication certificate and an"
+                        " expired one; neither is fit for signing, so neither is listed."))
     identifier = certificates[0][2]
 
     tell.heading("The certificate itself")
@@ -191,9 +200,7 @@ def main():
     if not os.access(options.host, os.X_OK):
         sys.exit(f"{options.host} is not a program; script/demo builds it")
     token = json.loads((options.token / "token.json").read_text(encoding="utf-8"))
-    signer = Path(__file__).with_name("sign-domain-list")
-    domains_signature = subprocess.run([signer, options.domains_key, DOMAINS], check=True,
-                                       stdout=subprocess.PIPE, text=True).stdout.strip()
+    domains_signature = sign_domains(options.domains_key)
     sys.stdout.reconfigure(encoding="utf-8")
     host = Host(options.host, options.framing == "ws",
                 {**os.environ, "SOFTHSM2_CONF": token["softhsm2Conf"],
@@ -210,4 +217,5 @@ def main():
             host.process.kill()
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())
