@@ -86,6 +86,16 @@ export class SigningClient {
     return this.#isPinKnown;
   }
 
+  /** False before `open()`, and once the connection is lost or closed. */
+  get isOpen() {
+    return this.#isOpen;
+  }
+
+  /** Whether the page asks for the PIN; else the extension's own window does, within `sign()`. */
+  get asksForPin() {
+    return this.#transport.pinEntry !== "extension";
+  }
+
   /** Connects and so starts a host. @param {Cancelling} [options] @returns {Promise<void>} */
   async open({ signal } = {}) {
     signal?.throwIfAborted();
@@ -231,7 +241,7 @@ export class SigningClient {
 
   /** The host knows no names; only the extension's window does. @param {{name: string}} members */
   #shown(members) {
-    return this.#transport.pinEntry === "extension" ? members : {};
+    return this.asksForPin ? {} : members;
   }
 
   /**
@@ -336,7 +346,7 @@ export class SigningClient {
       signal?.throwIfAborted();
       if (!this.#isOpen) return reject(this.#lost);
       // A person who reads what they sign takes their time.
-      const isAsked = command === kCommand.sign && this.#transport.pinEntry === "extension";
+      const isAsked = command === kCommand.sign && !this.asksForPin;
       const timer = isAsked ? undefined : setTimeout(() => this.#lose(connectionError("no-answer")), this.#timeoutMs);
       const underWay = { command, resolve, reject, timer };
       this.#underWay = underWay;

@@ -78,6 +78,11 @@
       page.postMessage({ type: "closed", reason });
       page.close();
     };
+    /** Deaf, but not closed: to throw away what waits in a closed port takes Firefox seconds. */
+    const giveUp = () => {
+      page.onmessage = null;
+      page.postMessage({ type: "closed", reason: "closed" });
+    };
     if (!mayOpen()) return give("too-many");
     let background;
     try {
@@ -91,16 +96,16 @@
     let isCancelled = false;
     let refusals = 0;
 
-    const end = (reason) => {
+    const end = (reason, tell = give) => {
       if (!connections.delete(end)) return;
       background.disconnect();
-      if (reason) give(reason);
+      if (reason) tell(reason);
       else page.close();
     };
     connections.add(end);
 
     const refuse = (reason) => {
-      if (++refusals > kMaxRefusals) end("closed");
+      if (++refusals > kMaxRefusals) end("closed", giveUp);
       else page.postMessage({ type: "refused", reason });
     };
     background.onMessage.addListener((message) => {

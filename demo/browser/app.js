@@ -1,260 +1,220 @@
-// The page's flow: connect, show the certificates, sign what was chosen, verify it.
-import { ConnectionError, HostError, SigningClient, SigningError, WebsocketTransport } from "/client/signing-client.js";
+// The page's flow: connect, wait for the card, show the certificates, sign what was chosen.
 import { bytesOfBase64, parseCertificate } from "/client/certificate.js";
-import { PinPad } from "./pin-pad.js";
-
-const $ = (id) => document.getElementById(id);
-const kDay = 24 * 60 * 60 * 1000;
-const kAlgorithm = { name: "RSASSA-PKCS1-v1_5", hash: "SHA-256" };
+import { HostError, SigningClient, SigningError, WebsocketTransport } from "/client/signing-client.js";
+import { fits } from "/client/signature.js";
+import { certificateCard, nameWords } from "./certificates.js";
+import { chosenKind, chooseFile, chosenSize, isChosen, readDocument } from "./document.js";
+import { $, make, numberWords, say, texts, working } from "./page.js";
+import { kAnswer, PinPad } from "./pin-pad.js";
 
 // "?relay=ws://localhost:8765/" goes through a websocket relay instead of the extension.
 const relay = new URLSearchParams(location.search).get("relay");
 const client = new SigningClient(relay ? new WebsocketTransport(relay) : undefined);
 const pinPad = new PinPad(client);
 
-/** @type {Map<string, import("./der.js").Certificate>} certificates by identifier */
+/** @type {Map<string, import("/client/certificate.js").Certificate>} certificates by identifier */
 const certificates = new Map();
-/** @type {File | null} */
-let file = null;
 /** What was signed last, for the check after a change. */
 let signed = null;
+/** Gives up what is under way. */
+let running = new AbortController();
 
-/** A person closed the PIN pad; nothing is wrong. */
-class GivenUp extends Error {}
+const kPinKinds = ["pin-missing", "wrong-pin", "pin-not-tried"];
+const wantsPin = (error) => error instanceof HostError && kPinKinds.includes(error.kind);
 
-// ------------------------------------------------------------------------------------ talking
+// ------------------------------------------------------------------------------------ one thing at a time
 
-async function connect() {
-  await client.open();
-  const response = await fetch("/domain-list.json");
-  if (!response.ok) throw new Error("The server of this page has no signed domain list.");
-  await client.initialise(await response.json());
-}
-
-/**
- * Runs a token command, asking for the PIN as often as the host wants one, and once over a new
- * connection when the old one has gone.
- * @template T @param {() => Promise<T>} command @returns {Promise<T>}
- */
-async function withToken(command) {
-  for (let hasReconnected = false; ;) {
-    try {
-      return await command();
-    } catch (error) {
-      const wantsPin = error instanceof HostError && (error.kind === "pin-missing" || error.kind === "wrong-pin");
-      if (wantsPin) {
-        if (!await pinPad.ask(error)) throw new GivenUp();
-        say("Working with the card…");
-      } else if (error instanceof ConnectionError && error.kind === "closed" && !hasReconnected) {
-        hasReconnected = true;
-        await connect();
-      } else {
-        throw error;
-      }
-    }
-  }
-}
-
-/** Runs one thing at a time and puts what goes wrong into words. */
+/** Runs one thing and puts what goes wrong into words. @param {(signal: AbortSignal) => Promise<void>} task */
 async function attempt(task, again) {
+  running = new AbortController();
+  const { signal } = running;
+  const began = document.activeElement;
   document.body.setAttribute("aria-busy", "true");
   for (const button of [$("sign"), $("refresh"), $("retry")]) button.disabled = true;
-  $("problem").hidden = true;
+  for (const part of ["problem", "result", "waiting"]) $(part).hidden = true;
   try {
-    await task();
+    await task(signal);
   } catch (error) {
-    if (error instanceof GivenUp) say("Nothing was signed: the PIN was not given.");
-    else showProblem(error, again);
+    if (!signal.aborted && error.kind !== "cancelled") showProblem(error, again);
+    else if ($("sign-form").hidden) showProblem({ summary: texts.of("demo.status.cancelled"), advice: "" }, again);
+    else say(texts.of("demo.status.cancelled"));
   } finally {
     document.body.removeAttribute("aria-busy");
-    for (const button of [$("sign"), $("refresh"), $("retry")]) button.disabled = false;
+    $("waiting").hidden = true;
+    for (const button of [$("refresh"), $("retry")]) button.disabled = false;
     updateSignButton();
+    // The button that began it could not keep the focus while it was disabled.
+    if ($("problem").hidden && $("result").hidden) began?.focus();
   }
 }
-
-// ------------------------------------------------------------------------------------ problems
-
-const kTitles = {
-  "no-extension": "The browser extension is missing", "host-not-found": "The signing host is missing",
-  "host-forbidden": "The signing host does not know this extension", "no-token": "No card found",
-  "domain-not-authorised": "This site may not use your card", "domain-list-rejected": "The site's permission is not valid",
-  "pin-locked": "Your card is locked", "pin-expired": "Your PIN has expired", "relay-unreachable": "The relay does not answer",
-  "not-found": "The card was changed", "no-certificate": "No valid certificate on this card",
-};
 
 function showProblem(error, again) {
-  const known = error instanceof SigningError;
-  $("problem-title").textContent = (known && kTitles[error.kind]) || "That did not work";
-  $("problem-advice").textContent = known ? `${error.summary} ${error.advice}` : error.message;
+  const { summary = texts.of("demo.problem.unexpected"), advice = error.message } = error;
+  $("problem-title").textContent = summary;
+  $("problem-advice").textContent = advice;
   const detail = error instanceof HostError && error.code > 0
-    ? `For support: code ${error.code}, ${error.lowLevelCode}, ${error.hostMessage || "no text"}` : String(error.cause ?? "");
-  $("problem-detail").textContent = detail;
+    ? [error.code, error.lowLevelCode, error.hostMessage].filter(Boolean).join(", ") : String(error.cause ?? "");
+  $("problem-detail").textContent = detail && texts.of("demo.problem.support", { detail });
+  // What this host remembers, such as a PIN that locked the card, must not come back.
+  const isStuck = ["pin-locked", "pin-expired", "signature-misfit", "not-found"].includes(error.kind);
+  $("retry").textContent = texts.of(isStuck ? "demo.problem.anew" : "demo.problem.again");
+  $("retry").onclick = isStuck ? startAnew : again;
   $("problem").hidden = false;
   $("problem").focus();
-  $("retry").onclick = again;
-  say("Something needs your attention.");
+  say(texts.of("demo.status.problem"));
 }
 
-function say(text) {
-  $("status").textContent = text;
+/** A host that knows this page; a new one where the last has gone. @param {AbortSignal} signal */
+async function connect(signal) {
+  if (client.isOpen) return;
+  await client.open({ signal });
+  const response = await fetch("/domain-list.json", { signal });
+  if (!response.ok) throw new Error(texts.of("demo.problem.no-list"));
+  await client.initialise(await response.json(), { signal });
 }
 
-// ------------------------------------------------------------------------------------ certificates
+// ------------------------------------------------------------------------------------ the card
 
-async function readCard() {
-  say("Looking for your card…");
-  await connect();
-  const listed = await withToken(() => client.list());
+/** The listing after a first one that failed: where there is no card, a picture of what to do. */
+async function listOtherwise(error, signal) {
+  // A host that waits for a PIN lists nothing; a new one does.
+  if (wantsPin(error)) return working(texts.of("demo.status.reading"), () => client.restart({ signal }).then(() => client.list({ signal })));
+  if (error.kind !== "no-token") throw error;
+  $("sign-form").hidden = true;
+  $("waiting").hidden = false;
+  const listed = await working(texts.of("demo.status.waiting"), () => client.waitForCard({ signal }));
+  $("waiting").hidden = true;
+  return listed;
+}
+
+async function readCard(signal) {
+  const reading = texts.of("demo.status.reading");
+  const listed = await working(reading, () => connect(signal).then(() => client.list({ signal })))
+    .catch((error) => listOtherwise(error, signal));
   certificates.clear();
-  for (const { id } of listed) {
-    if (certificates.has(id)) continue; // the host could not tell two of one identifier apart
-    certificates.set(id, parseCertificate(bytesOfBase64(await withToken(() => client.certificate(id)))));
-  }
-  $("sign-form").hidden = certificates.size === 0;
-  if (certificates.size === 0) {
-    throw new SigningError("no-certificate");
-  }
-  $("certificates").replaceChildren(...[...certificates].map(([id, certificate], i) => card(id, certificate, i === 0)));
+  await working(reading, async () => {
+    for (const { id } of listed) {
+      if (certificates.has(id)) continue; // the host could not tell two of one identifier apart
+      certificates.set(id, parseCertificate(bytesOfBase64(await client.certificate(id, { signal }))));
+    }
+  });
   const count = certificates.size;
-  say(`Ready. ${count} ${count === 1 ? "certificate" : "certificates"} on your card.`);
-}
-
-const dateWords = (date) => date.toLocaleDateString("en", { year: "numeric", month: "long", day: "numeric" });
-const nameWords = (name) => name.CN ?? name.O ?? "No name";
-const detailWords = (name) => [name.O, name.OU, name.serialNumber, name.C].filter(Boolean).join(", ");
-
-function card(id, certificate, isChecked) {
-  const { notBefore, notAfter, subject, issuer } = certificate;
-  const label = make("label", "certificate");
-  const input = make("input");
-  Object.assign(input, { type: "radio", name: "certificate", value: id, checked: isChecked });
-  const body = make("span");
-  const days = Math.max(0, Math.ceil((notAfter - Date.now()) / kDay));
-  const left = days > 730 ? `${Math.floor(days / 365.25)} years` : days === 1 ? "1 day" : `${days} days`;
-  const bar = make("span", days < 30 ? "bar soon" : "bar");
-  const rest = make("i");
-  rest.style.width = `${Math.max(2, Math.min(100, (100 * (notAfter - Date.now())) / (notAfter - notBefore)))}%`;
-  bar.append(rest);
-  bar.setAttribute("aria-hidden", "true");
-  body.append(
-    make("strong", "", nameWords(subject)), make("em", "", detailWords(subject)),
-    make("em", "", `Issued by ${nameWords(issuer)}`),
-    make("small", "", `Valid ${dateWords(notBefore)} to ${dateWords(notAfter)} (${left} left)`), bar);
-  label.append(input, body);
-  return label;
-}
-
-function make(tag, className = "", text = "") {
-  const node = document.createElement(tag);
-  if (className) node.className = className;
-  node.textContent = text;
-  return node;
-}
-
-// ------------------------------------------------------------------------------------ the document
-
-const chosenKind = () => document.querySelector('input[name="kind"]:checked').value;
-
-async function documentBytes() {
-  if (chosenKind() === "text") return new TextEncoder().encode($("text").value);
-  return new Uint8Array(await file.arrayBuffer());
-}
-
-function updateSignButton() {
-  $("sign").disabled = document.body.hasAttribute("aria-busy")
-    || (chosenKind() === "text" ? $("text").value === "" : file === null);
-}
-
-function chooseFile(chosen) {
-  if (!chosen) return;
-  file = chosen;
-  $("file-name").textContent = `${file.name}, ${file.size.toLocaleString("en")} bytes`;
-  updateSignButton();
+  $("sign-form").hidden = count === 0;
+  if (count === 0) throw new SigningError("no-certificate");
+  $("certificates").replaceChildren(...[...certificates].map(([id, certificate], i) => certificateCard(id, certificate, i === 0)));
+  say(texts.of("demo.status.ready", { count }));
 }
 
 // ------------------------------------------------------------------------------------ signing
 
-async function sign() {
-  const data = await documentBytes();
-  const id = document.querySelector('input[name="certificate"]:checked').value;
-  const digest = new Uint8Array(await crypto.subtle.digest("SHA-256", data));
-  say("Working with the card…");
-  let start;
-  const base64 = await withToken(() => {
-    start = performance.now(); // without the time a person takes for the PIN
-    return client.sign(id, digest);
-  });
-  const milliseconds = Math.round(performance.now() - start);
-  signed = { data, digest, base64, milliseconds, certificate: certificates.get(id), name: chosenKind() === "text" ? "text.txt" : file.name };
-  showSigned(await verify(signed.certificate, base64, data));
-  say("Signed.");
-  $("result").focus();
-  $("result").scrollIntoView({ block: "nearest" });
+/**
+ * Signs, and asks for the PIN where the page does that. A host takes a PIN only after it has asked
+ * for one, by failing: it asks while the person types, so that nobody waits for the card twice.
+ */
+async function signWithPin(id, { digest, name }, signal) {
+  const what = texts.of(client.asksForPin ? "demo.status.signing" : "demo.status.consent");
+  let start = performance.now();
+  const sign = () => client.sign(id, digest, { name, signal });
+  let underWay = sign();
+  let mustAsk = client.asksForPin && !client.isPinKnown;
+  for (let problem = null; ;) {
+    if (mustAsk) {
+      underWay.catch((error) => { if (!wantsPin(error)) pinPad.fail(error); });
+      const answer = await pinPad.ask(problem);
+      if (answer === kAnswer.cancelled) running.abort();
+      signal.throwIfAborted();
+      if (answer === kAnswer.anew) await client.restart({ signal });
+      start = performance.now(); // without the time a person takes for the PIN
+      underWay = sign();
+    }
+    try {
+      const base64 = await working(what, () => underWay);
+      return { base64, milliseconds: Math.round(performance.now() - start) };
+    } catch (error) {
+      if (!wantsPin(error)) throw error;
+      problem = error;
+      mustAsk = true;
+    }
+  }
 }
 
-async function verify(certificate, base64, data) {
-  const key = await crypto.subtle.importKey("spki", certificate.publicKey, kAlgorithm, true, ["verify"]);
-  return {
-    isGood: await crypto.subtle.verify(kAlgorithm, key, bytesOfBase64(base64), data),
-    bits: key.algorithm.modulusLength,
-  };
+async function sign(signal) {
+  const chosen = await working(texts.of("demo.status.preparing"), () => readDocument(say, signal));
+  const id = document.querySelector('input[name="certificate"]:checked').value;
+  await connect(signal);
+  const made = await signWithPin(id, chosen, signal);
+  signed = { ...chosen, ...made, certificate: certificates.get(id) };
+  showSigned();
+  say(texts.of("demo.status.signed"));
+  $("result").focus();
+  $("result").scrollIntoView({ block: "nearest" });
 }
 
 function showVerdict(isGood, verdict, explanation) {
   $("result").className = isGood ? "good" : "bad";
   $("mark").textContent = isGood ? "✓" : "✗";
-  $("verdict").textContent = verdict;
-  $("explanation").textContent = explanation;
+  $("verdict").textContent = texts.of(verdict);
+  $("explanation").textContent = texts.of(explanation);
   $("result").hidden = false;
 }
 
-function showSigned({ isGood, bits }) {
-  const { data, digest, base64, milliseconds, certificate, name } = signed;
-  if (isGood) {
-    showVerdict(true, "Signed, and the signature is good",
-      "This page checked it with the public key of the certificate. Change the text above and watch it stop fitting.");
-  } else {
-    showVerdict(false, "The signature does not fit", "The key that signed is not the certificate's. Do not use this signature.");
-  }
+function showSigned() {
+  const { name, size, blob, digest, base64, milliseconds, certificate } = signed;
+  // The client has verified it: a signature that does not fit never gets here.
+  showVerdict(true, "demo.result.good", "demo.result.good-advice");
   const facts = {
-    "Signed by": nameWords(certificate.subject), "Document": `${name}, ${data.length.toLocaleString("en")} bytes`,
-    "SHA-256": Array.from(digest, (byte) => byte.toString(16).padStart(2, "0")).join(""),
-    "Algorithm": `RSA ${bits} bits, PKCS #1 v1.5 with SHA-256`, "Time": `${milliseconds} ms`,
+    "demo.result.by": nameWords(certificate.subject),
+    "demo.result.document": texts.of("demo.what.file", { name, bytes: numberWords(size) }),
+    "demo.result.digest": Array.from(digest, (byte) => byte.toString(16).padStart(2, "0")).join(""),
+    "demo.result.time": texts.of("demo.result.milliseconds", { count: milliseconds }),
   };
-  $("facts").replaceChildren(...Object.entries(facts).flatMap(([term, fact]) => [make("dt", "", term), make("dd", "", fact)]));
+  $("facts").replaceChildren(...Object.entries(facts).flatMap(([key, fact]) => [make("dt", "", texts.of(key)), make("dd", "", fact)]));
   $("signature").value = base64;
-  offer("save-signature", bytesOfBase64(base64));
-  offer("save-certificate", certificate.der);
-  offer("save-document", data);
+  offer("save-signature", new Blob([bytesOfBase64(base64)]));
+  offer("save-certificate", new Blob([certificate.der]));
+  offer("save-document", blob);
 }
 
-function offer(id, bytes) {
+function offer(id, blob) {
   URL.revokeObjectURL($(id).href);
-  $(id).href = URL.createObjectURL(new Blob([bytes], { type: "application/octet-stream" }));
+  $(id).href = URL.createObjectURL(blob.slice(0, blob.size, "application/octet-stream"));
 }
 
-/** The document was changed after signing: says whether the signature still fits. */
+/** The document may have been changed after signing: says whether the signature still fits. */
 async function checkAgain() {
-  if (!signed || $("result").hidden || (chosenKind() === "file" && !file)) return;
-  const result = await verify(signed.certificate, signed.base64, await documentBytes());
-  if (result.isGood) showSigned(result);
-  else showVerdict(false, "The document has changed since it was signed", "The signature does not fit it any more. Sign again to sign what stands there now.");
+  updateSignButton();
+  if (!signed || document.body.hasAttribute("aria-busy") || !$("problem").hidden) return;
+  // Of the other kind of document nothing was signed, so there is nothing to say.
+  $("result").hidden = chosenKind() !== signed.kind || !isChosen();
+  if ($("result").hidden) return;
+  const { base64, certificate, size } = signed;
+  const digest = chosenSize() === size ? (await readDocument()).digest : null;
+  if (digest && await fits(base64, btoa(String.fromCharCode(...digest)), certificate)) showSigned();
+  else showVerdict(false, "demo.result.changed", "demo.result.changed-advice");
 }
 
 // ------------------------------------------------------------------------------------ events
 
+function updateSignButton() {
+  $("sign").disabled = document.body.hasAttribute("aria-busy") || !isChosen();
+}
+
 const start = () => attempt(readCard, start);
+const startAnew = () => attempt(async (signal) => {
+  await client.close();
+  await readCard(signal);
+}, start);
 const submit = () => attempt(sign, submit);
 
 $("sign-form").addEventListener("submit", (event) => { event.preventDefault(); submit(); });
 $("refresh").addEventListener("click", start);
-$("text").addEventListener("input", () => { updateSignButton(); checkAgain(); });
+$("cancel").addEventListener("click", () => running.abort());
+$("text").addEventListener("input", checkAgain);
 $("file").addEventListener("change", () => { chooseFile($("file").files[0]); checkAgain(); });
 for (const radio of document.querySelectorAll('input[name="kind"]')) {
   radio.addEventListener("change", () => {
     $("text-panel").hidden = chosenKind() !== "text";
     $("file-panel").hidden = chosenKind() !== "file";
-    updateSignButton();
     checkAgain();
   });
 }
@@ -265,5 +225,7 @@ for (const type of ["dragover", "dragleave", "drop"]) {
     if (type === "drop") { chooseFile(event.dataTransfer.files[0]); checkAgain(); }
   });
 }
+$("commands").textContent = `openssl x509 -inform der -in certificate.cer -pubkey -noout > key.pem
+openssl dgst -sha256 -verify key.pem -signature document.sig document`;
 
 start();
