@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <type_traits>
 
 #ifdef __SSE2__
@@ -18,7 +19,7 @@ namespace json_detail {
 /// The bytes that are one of a few.
 template <char... Wanted>
 struct AnyOf {
-  static bool matches(char byte) { return ((byte == Wanted) || ...); }
+  static bool matches(char byte) { return (std::equal_to{}(byte, Wanted) || ...); }
 #ifdef __SSE2__
   static unsigned int matches(__m128i bytes) {
     __m128i hits = _mm_setzero_si128();

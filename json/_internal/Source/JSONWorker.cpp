@@ -50,7 +50,7 @@ template <char... Separators, typename Structure>
     if (depth != 0) {
       depth += byte == open ? 1 : 0;
       depth -= byte == close ? 1 : 0;
-    } else if (((byte == Separators) || ...)) {
+    } else if (json_detail::AnyOf<Separators...>::matches(byte)) {
       return at;
     } else if (byte == ']' || byte == '}') {
       return nullptr;

@@ -6,7 +6,6 @@
 
 namespace {
 
-constexpr std::string_view kDigits = "0123456789";
 constexpr std::string_view kOctalDigits = "01234567";
 constexpr std::string_view kHexDigits = "0123456789ABCDEFabcdef";
 
