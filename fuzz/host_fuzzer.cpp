@@ -127,9 +127,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   world.input.fill(conversation);
   world.output.clear();
-  Pkcs11NativeMessagingHost(websocketMode,
-                            MessageChannel(world.input.descriptor, world.output.descriptor))
-      .Execute();
+  MessageChannel channel(world.input.descriptor, world.output.descriptor, nullptr);
+  Pkcs11NativeMessagingHost(websocketMode, channel).Execute();
   require(isConversation(world.output.text(), websocketMode));
   return 0;
 }

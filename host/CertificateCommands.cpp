@@ -7,19 +7,20 @@ bool Pkcs11NativeMessagingHost::refuseBeforeInitialize() {
     return false;
   }
   // Command 2 is intentionally named whichever of the three was asked for.
-  SendNativeErrorMessage(2, "Not initialized");
+  SendNativeErrorMessage(Command::kListCertificates, "Not initialized");
   return true;
 }
 
 /// Runs one operation of the signing service, a callable that takes the service and returns text,
 /// and answers with its result and error state.
 template <typename Operation>
-void Pkcs11NativeMessagingHost::serveWithToken(int command, const char* resultName,
+void Pkcs11NativeMessagingHost::serveWithToken(Command command, const char* resultName,
                                                Operation operation) {
   DigitalSignatureUtil* util = GetDigitalSignatureUtil();
   LoadPin(*util);
+  channel.beforeLongWait();
   const std::string result = operation(*util);
-  // Here, and not behind every request: this costs as much as serving a request without a token.
+  // Here, and not after every request: this costs as much as serving a request without a token.
   wipeStack<kTokenStackDepth>();
   SetPinModuleName(*util);
   SendResponse(command, util, JSONNode(resultName, result));
@@ -29,7 +30,7 @@ void Pkcs11NativeMessagingHost::GetDigitalSignatureCertificates(JSONNode* /*requ
   if (refuseBeforeInitialize()) {
     return;
   }
-  serveWithToken(2, "certificates", [this](DigitalSignatureUtil& util) {
+  serveWithToken(Command::kListCertificates, "certificates", [this](DigitalSignatureUtil& util) {
     return util.ListCertificates(caSubjectNames);
   });
 }
@@ -39,7 +40,7 @@ void Pkcs11NativeMessagingHost::GetCertificate(JSONNode* request) {
     return;
   }
   const std::string certId = (*request)["certId"].as_string();
-  serveWithToken(4, "certificate", [&certId](DigitalSignatureUtil& util) {
+  serveWithToken(Command::kGetCertificate, "certificate", [&certId](DigitalSignatureUtil& util) {
     return util.GetCertificateBase64(certId);
   });
 }
@@ -50,7 +51,7 @@ void Pkcs11NativeMessagingHost::SignPkcs1(JSONNode* request) {
   }
   const std::string certId = (*request)["certId"].as_string();
   const std::string digest = (*request)["digest"].as_string();
-  serveWithToken(5, "pkcs1", [&certId, &digest](DigitalSignatureUtil& util) {
+  serveWithToken(Command::kSignPkcs1, "pkcs1", [&certId, &digest](DigitalSignatureUtil& util) {
     return util.SignPkcs1Base64(certId, digest);
   });
 }

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstring>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -25,7 +26,18 @@ bool mayRetry(int descriptor, short event) {
 
 }  // namespace
 
-MessageChannel MessageChannel::standardStreams() { return {STDIN_FILENO, STDOUT_FILENO}; }
+void MessageChannel::beforeLongWait() {
+  if (!watched && watch != nullptr) {
+    watched = true;
+    watch(input, output);
+  }
+}
+
+void MessageChannel::abandon() {
+  close(std::exchange(input, -1));
+  close(std::exchange(output, -1));
+  watched = false;
+}
 
 /// Waits for more input; false at its end. Call only when everything buffered is consumed.
 bool MessageChannel::refill() {
@@ -59,6 +71,7 @@ void MessageChannel::read(std::span<char> bytes) {
 std::string MessageChannel::readLine() {
   std::string line;
   if (inputEnded) {
+    beforeLongWait();
     std::this_thread::sleep_for(kEndedInputPause);
   }
   while (next != end || refill()) {

@@ -6,17 +6,29 @@
 #include <string>
 #include <string_view>
 
-/// The two byte streams of the conversation, read through a buffer that is cleared behind the
-/// reader: no byte of a request stays in it once it has been handed out.
+/// The two byte streams of the conversation, read through a buffer that is cleared as the bytes are
+/// handed out: no byte of a request stays in it.
 ///
 /// The descriptors are borrowed: they live as long as the process.
 class MessageChannel {
  public:
-  MessageChannel(int inputDescriptor, int outputDescriptor)
-      : input(inputDescriptor), output(outputDescriptor) {}
+  /// Told the two descriptors, sees to what must happen when their other ends go.
+  using Watch = void (*)(int input, int output);
 
-  /// Descriptors 0 and 1.
-  static MessageChannel standardStreams();
+  /// @param watchForEnd called at the first `beforeLongWait`; null for none.
+  MessageChannel(int inputDescriptor, int outputDescriptor, Watch watchForEnd)
+      : input(inputDescriptor), output(outputDescriptor), watch(watchForEnd) {}
+  MessageChannel(const MessageChannel&) = delete;
+  MessageChannel& operator=(const MessageChannel&) = delete;
+  MessageChannel(MessageChannel&&) = delete;
+  MessageChannel& operator=(MessageChannel&&) = delete;
+  ~MessageChannel() = default;
+
+  /// To be called before anything that may take for ever without reading or writing here.
+  void beforeLongWait();
+
+  /// Closes both descriptors; from then on nothing is read and nothing is written.
+  void abandon();
 
   /// Fills `bytes`, waiting as long as it takes. At the end of input the bytes that did not arrive
   /// are left as they were, and every later read yields nothing.
@@ -40,6 +52,8 @@ class MessageChannel {
 
   int input;
   int output;
+  Watch watch;
+  bool watched = false;
   bool inputFailed = false;
   bool inputEnded = false;
   std::size_t next = 0;

@@ -7,9 +7,6 @@
 
 namespace {
 
-/// A native request's length must be below this.
-constexpr std::int32_t kNativeLengthLimit = 1000;
-
 // Expected sizes of a response's text, reserved once; not limits.
 constexpr std::size_t kNativeReserve = 2048;
 constexpr std::size_t kWebsocketReserve = 1024;

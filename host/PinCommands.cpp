@@ -12,14 +12,14 @@ void Pkcs11NativeMessagingHost::SetPin(JSONNode* request) {
   // Copied, not moved in: the text keeps its place in pendingPin's own heap block.
   const std::string pin = (*request)["pin"].as_string();
   pendingPin.append(pin);
-  SendResponse(3, nullptr, JSONNode("ok", true));
+  SendResponse(Command::kSetPin, nullptr, JSONNode("ok", true));
 }
 
 void Pkcs11NativeMessagingHost::ProcessPinChar(JSONNode* request) {
   // Only the first byte counts. An empty text intentionally appends its terminating zero byte.
   const std::string character = (*request)["pinChar"].as_string();
   pendingPin.push_back(*character.c_str());
-  SendResponse(6, nullptr, JSONNode("ok", true));
+  SendResponse(Command::kPinChar, nullptr, JSONNode("ok", true));
 }
 
 void Pkcs11NativeMessagingHost::DeletePinChar(JSONNode* /*request*/) {
@@ -27,7 +27,7 @@ void Pkcs11NativeMessagingHost::DeletePinChar(JSONNode* /*request*/) {
     pendingPin.back() = 'X';
     pendingPin.pop_back();
   }
-  SendResponse(7, nullptr, JSONNode("ok", true));
+  SendResponse(Command::kDeletePinChar, nullptr, JSONNode("ok", true));
 }
 
 void Pkcs11NativeMessagingHost::LoadPin(DigitalSignatureUtil& util) {

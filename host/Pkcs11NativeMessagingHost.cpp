@@ -7,7 +7,7 @@ constexpr std::size_t kPendingPinCapacity = 64;
 }  // namespace
 
 Pkcs11NativeMessagingHost::Pkcs11NativeMessagingHost(bool websocketModeChosen,
-                                                     MessageChannel messageChannel)
+                                                     MessageChannel& messageChannel)
     : websocketMode(websocketModeChosen), channel(messageChannel) {
   pendingPin.reserve(kPendingPinCapacity);
 }

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "host/MessageChannel.h"
+#include "host/Protocol.h"
 #include "json/json.h"
 #include "signing/DigitalSignatureUtil.h"
 
@@ -16,9 +17,8 @@ class Pkcs11NativeMessagingHost {
  public:
   /// @param websocketMode true: one JSON text per line; false: browser native messaging, a 32-bit
   ///   length before every text.
-  /// @param channel where the bytes come from and go to.
-  explicit Pkcs11NativeMessagingHost(bool websocketMode,
-                                     MessageChannel channel = MessageChannel::standardStreams());
+  /// @param channel where the bytes come from and go to; outlives the host.
+  Pkcs11NativeMessagingHost(bool websocketMode, MessageChannel& channel);
   ~Pkcs11NativeMessagingHost();
 
   Pkcs11NativeMessagingHost(const Pkcs11NativeMessagingHost&) = delete;
@@ -32,7 +32,7 @@ class Pkcs11NativeMessagingHost {
  private:
   // RequestLoop.cpp
   void serveOneRequest();
-  void dispatch(int command, JSONNode* request);
+  void dispatch(Command command, JSONNode* request);
 
   // MessageFraming.cpp
   std::unique_ptr<JSONNode> ReceiveMessage(std::string& message);
@@ -43,11 +43,12 @@ class Pkcs11NativeMessagingHost {
   void SendWebsocketMessage(JSONNode node);
 
   // Envelopes.cpp
-  static int GetCommandCode(JSONNode request);
-  void SendResponse(int command, DigitalSignatureUtil* util, JSONNode result);
-  void SendNativeAknowlegeMessage(int command, const std::string& message);
-  void SendNativeErrorMessage(int command, const std::string& message);
-  void sendSmallEnvelope(int command, bool error, const std::string& message);
+  static Command GetCommandCode(JSONNode request);
+  void SendResponse(Command command, DigitalSignatureUtil* util, JSONNode result);
+  void SendNativeAknowlegeMessage(Command command, const std::string& message);
+  void SendNativeErrorMessage(Command command, const std::string& message);
+  void sendSmallEnvelope(Command command, bool error, const std::string& message);
+  bool isTooLong(const JSONNode& listing) const;
 
   // ServiceCommands.cpp
   void Initialize(JSONNode* request);
@@ -68,7 +69,7 @@ class Pkcs11NativeMessagingHost {
   void SignPkcs1(JSONNode* request);
   bool refuseBeforeInitialize();
   template <typename Operation>
-  void serveWithToken(int command, const char* resultName, Operation operation);
+  void serveWithToken(Command command, const char* resultName, Operation operation);
 
   bool exitRequested = false;
   bool websocketMode;
@@ -92,5 +93,5 @@ class Pkcs11NativeMessagingHost {
   std::string currentDomain;
   std::string caSubjectNames;
 
-  MessageChannel channel;
+  MessageChannel& channel;
 };

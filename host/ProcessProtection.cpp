@@ -1,14 +1,18 @@
 #include "host/ProcessProtection.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
 
+#include "host/EndOfConversation.h"
+
 void protectProcess() {
   prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+  prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
   const rlimit none{0, 0};
   setrlimit(RLIMIT_CORE, &none);
   std::signal(SIGPIPE, SIG_IGN);  // NOLINT(cert-err33-c): cannot fail for this signal.
@@ -30,9 +34,10 @@ bool isOpen(int descriptor) { return fcntl(descriptor, F_GETFD) >= 0; }
 
 }  // namespace
 
-MessageChannel claimMessageChannel() {
-  const int input = privateDuplicate(STDIN_FILENO);
-  const int output = privateDuplicate(STDOUT_FILENO);
+MessageChannel& claimMessageChannel() {
+  static MessageChannel channel(privateDuplicate(STDIN_FILENO), privateDuplicate(STDOUT_FILENO),
+                                endWithConversation);
+  pthread_atfork(nullptr, nullptr, [] { channel.abandon(); });
   const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
   // A standard descriptor left closed would go to the next file that a library opens, and a
   // diagnostic would then be written into that file.
@@ -44,5 +49,5 @@ MessageChannel claimMessageChannel() {
   if (nowhere > STDERR_FILENO) {
     close(nowhere);
   }
-  return {input, output};
+  return channel;
 }

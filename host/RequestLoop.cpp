@@ -22,37 +22,38 @@ void Pkcs11NativeMessagingHost::Execute() {
       return;
     }
     if (request == nullptr) {
-      SendNativeErrorMessage(-1, refusal);
+      SendNativeErrorMessage(Command::kNone, refusal);
       return;
     }
     dispatch(GetCommandCode(*request), request.get());
-  } catch (
-      ...) {  // NOLINT(bugprone-empty-catch): the page is told nothing about the host's inside.
+  } catch (...) {  // NOLINT(bugprone-empty-catch)
+    // The page is told nothing about the host's inside.
   }
 }
 
-void Pkcs11NativeMessagingHost::dispatch(int command, JSONNode* request) {
+void Pkcs11NativeMessagingHost::dispatch(Command command, JSONNode* request) {
   switch (command) {
-    case 0:
+    case Command::kInitialize:
       return Initialize(request);
-    case 1:
+    case Command::kExit:
       exitRequested = true;
       return;
-    case 2:
+    case Command::kListCertificates:
       return GetDigitalSignatureCertificates(request);
-    case 3:
+    case Command::kSetPin:
       return SetPin(request);
-    case 4:
+    case Command::kGetCertificate:
       return GetCertificate(request);
-    case 5:
+    case Command::kSignPkcs1:
       return SignPkcs1(request);
-    case 6:
+    case Command::kPinChar:
       return ProcessPinChar(request);
-    case 7:
+    case Command::kDeletePinChar:
       return DeletePinChar(request);
-    case 8:
+    case Command::kGetVersion:
       return GetVersion(request);
-    default:
-      return;  // Unknown commands are dropped without an answer.
+    case Command::kNone:
+      break;
   }
+  // Unknown commands are dropped without an answer.
 }

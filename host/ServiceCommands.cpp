@@ -1,10 +1,6 @@
 #include "host/Pkcs11NativeMessagingHost.h"
 #include "signing/DigitalSignatureUtilPkcs11.h"
 
-namespace {
-constexpr const char* kProtocolVersion = "1.1";
-}  // namespace
-
 void Pkcs11NativeMessagingHost::Initialize(JSONNode* request) {
   // Nothing is checked here: the service verifies the signed domain list at each token command.
   signature = (*request)["signature"].as_string();
@@ -12,7 +8,7 @@ void Pkcs11NativeMessagingHost::Initialize(JSONNode* request) {
   currentDomain = (*request)["currentDomain"].as_string();
   caSubjectNames = (*request)["caSubjectNames"].as_string();
   digitalSignatureUtil.reset();
-  SendNativeAknowlegeMessage(0, "InitializeComponent OK");
+  SendNativeAknowlegeMessage(Command::kInitialize, "InitializeComponent OK");
   componentInitialized = true;
 }
 
@@ -25,5 +21,5 @@ DigitalSignatureUtil* Pkcs11NativeMessagingHost::GetDigitalSignatureUtil() {
 }
 
 void Pkcs11NativeMessagingHost::GetVersion(JSONNode* /*request*/) {
-  SendResponse(8, nullptr, JSONNode("version", kProtocolVersion));
+  SendResponse(Command::kGetVersion, nullptr, JSONNode("version", kProtocolVersion));
 }

@@ -53,6 +53,8 @@ std::optional<CK_RV> FakeToken::beginCall(const std::string& function,
     std::signal(SIGSEGV, SIG_DFL);
     std::raise(SIGSEGV);
   }
+  while (wanted("hang", function)) pause();
+  if (wanted("fork", function)) fork();
   if (wanted("throw", function)) {
     record(function + arguments + " -> throw");
     throw std::runtime_error("thrown by the fake token");

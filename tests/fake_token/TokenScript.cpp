@@ -24,9 +24,9 @@ Bytes numberBytes(CK_ULONG value) {
 }  // namespace
 
 TokenScript TokenScript::parse(std::string_view text) {
-  static const std::set<std::string> verbs{"slots", "pin",   "signature", "accept",
-                                           "log",   "fail",  "lie",       "print",
-                                           "exit",  "crash", "throw",     "exhaust"};
+  static const std::set<std::string> verbs{"slots", "pin",     "signature", "accept", "log",
+                                           "fail",  "lie",     "print",     "exit",   "crash",
+                                           "throw", "exhaust", "hang",      "fork"};
   TokenScript script;
   std::istringstream lines{std::string(text)};
   for (std::string line; std::getline(lines, line);) {

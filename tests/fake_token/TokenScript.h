@@ -25,6 +25,8 @@ using Attributes = std::map<CK_ATTRIBUTE_TYPE, Bytes>;
 ///     log pin                                    PIN text in the log; default: its length only
 ///     fail C_Sign 1 CKR_DEVICE_ERROR             returns this and does nothing
 ///     throw C_Sign 1                             lets an exception out
+///     hang C_Sign 1                              never returns
+///     fork C_Sign 1                              goes on in this process and in a child
 ///     exhaust C_Sign 1                           allocates too much, catches that: CKR_HOST_MEMORY
 ///     print C_Login * word                       on standard output during the call
 ///     exit C_Sign 1 3                            ends the process with this status
@@ -44,7 +46,7 @@ struct TokenScript {
 
   /// Of the statements that begin with these words, what follows.
   std::vector<Words> after(std::initializer_list<std::string_view> beginning) const;
-  /// The word behind it in the last that begins so.
+  /// The word after it in the last that begins so.
   std::string value(std::initializer_list<std::string_view> beginning, std::string absent) const;
   std::vector<CK_SLOT_ID> slots() const;
 

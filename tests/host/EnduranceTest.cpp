@@ -14,7 +14,8 @@ using nlohmann::json;
 constexpr int kMixedRequests = kSanitized ? 5'000 : 100'000;
 constexpr int kSignings = kSanitized ? 100 : 1'000;
 constexpr int kWarmUp = 500;
-constexpr long kToleranceKilobytes = kSanitized ? 1'000'000 : 512;
+// Half of what the smallest block, lost at every mixed request, would come to.
+constexpr long kToleranceKilobytes = kSanitized ? 1'000'000 : kMixedRequests * 16 / 1000;
 
 /// What a process holds that a leak would make more of.
 struct Holdings {

@@ -215,7 +215,21 @@ TEST_F(FaultSweep, AModuleThatLies) {
   host.ask(kListRequest);
   EXPECT_GT(host.takeCalls().size(), 2000 * sizeof "FindObjects");
   if (!kSanitized) {
-    EXPECT_LT(kilobytes("VmHWM"), before + 2000);
+    EXPECT_LT(kilobytes("VmHWM"), before + 100 * 64);  // An object has 64 kB.
+  }
+  // A listing that browsers would end the conversation for: some 100 kB a certificate.
+  std::string unit;
+  while (unit.size() < 64) unit += "\xC3\xA9";
+  const test_support::NameFields name(300, {"OU", unit});
+  const std::string wide = test_support::makeCertificate({.subject = name});
+  for (const auto& [found, label] : {std::pair("8", ""), {"11", "listing too long"}}) {
+    host.script("certificate a1 hex " + hex(wide) + "\nlie search " + found);
+    const json answer = host.ask(kListRequest);
+    EXPECT_EQ(answer.value("lastError", -1), *label == 0 ? 0 : 12) << found;
+    EXPECT_EQ(answer.value("certificates", "?").empty(), *label != 0);
+    if (*label != 0) {
+      EXPECT_EQ(answer.value("errorMessage", ""), label);
+    }
   }
 }
 
@@ -241,6 +255,7 @@ TEST(BadModule, NeverDisturbsAByteOfTheConversation) {
       {OWN_RUNTIME_MODULE, "throw C_CloseSession *", true, " Initialize", ""},
       {FAKE_TOKEN_MODULE, "print C_Initialize * {\nprint C_Login * \"\nprint C_Sign * }", true,
        " Initialize", "\\{\n\\{\n\\{\n\"\n\\}\n"},
+      {FAKE_TOKEN_MODULE, "fork C_Initialize 1\nfork C_Sign 1", true, " Initialize", ""},
       {"", "", true, " Initialize", "", DEFAULT_TOKEN_HOST},
       {FAKE_TOKEN_MODULE, "", false, "", ".* no PKCS#11 module is configured\n", FIXED_HOST},
   };

@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdint>
+#include <fstream>
 #include <string>
 #include <thread>
 
@@ -40,7 +43,7 @@ TEST(NativeFraming, InputAndOutputToTheByte) {
       {"no input", "", ""},
       {"a length cut off", "\x0d", ""},
       {"a length cut off counts as far as it came: 1000", "\xe8\x03", refusals(1)},
-      {"nothing behind the length", lengthBytes(500), ""},
+      {"nothing after the length", lengthBytes(500), ""},
       {"half of a frame", lengthBytes(7) + "{\"a\"", ""},
       {"a frame cut off holds the bytes that came, and nothing of earlier requests",
        frame(pinCharRequest("1") + std::string(40, ' ')) + lengthBytes(60) + R"({"command":7})",
@@ -99,9 +102,11 @@ TEST(WebsocketFraming, OneLinePerMessageOfAnyLength) {
   EXPECT_EQ(host.wait(), 0);
 }
 
-// Intended: only command 1 or a signal ends a host in websocket mode. Waiting must cost nothing.
+// Intended: while somebody reads, only command 1 or a signal ends a host in websocket mode. Waiting
+// must cost nothing.
 TEST(WebsocketFraming, GoesOnAfterTheEndOfInput) {
   HostProcess host({"ws"});
+  EXPECT_EQ(host.ask(kVersionRequest), kFreshVersion);  // Then it waits: its pipe does not block.
   host.send(kVersionRequest);  // No line feed: the end of input ends the line.
   host.closeInput();
   EXPECT_EQ(host.hear(), kFreshVersion);
@@ -110,6 +115,40 @@ TEST(WebsocketFraming, GoesOnAfterTheEndOfInput) {
   std::this_thread::sleep_for(std::chrono::seconds(3));
   EXPECT_EQ(statusOf(host.pid(), "State"), "S (sleeping)");
   EXPECT_LT(nanoseconds() - before, 30'000'000);
+}
+
+// A FIFO whose writers come and go: its end of input is none, as long as somebody reads.
+TEST(WebsocketFraming, HearsTheNextWriter) {
+  const TemporaryFolder folder;
+  ASSERT_EQ(mkfifo(folder.file("input").c_str(), 0600), 0);
+  HostProcess host({"ws"}, {"sh", "-c", "exec \"$0\" \"$@\" <'" + folder.file("input") + "'"});
+  for (int writer = 0; writer < 3; ++writer) {
+    std::ofstream(folder.file("input")) << kVersionRequest << std::endl;
+    EXPECT_EQ(host.hear(), kFreshVersion);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  }
+  host.closeOutput();
+  EXPECT_EQ(host.wait(), 0);
+}
+
+// With the browser or the relay killed, nobody can hear an answer: not even a module that hangs
+// keeps the process, and the PIN in it, alive.
+TEST(End, ComesWhenNobodyReadsOrWritesAnyMore) {
+  for (const char* mode : {"native", "ws"}) {
+    for (const std::string& request : {kVersionRequest, kListRequest}) {
+      const TemporaryFolder folder;
+      folder.write("script", "hang C_Initialize 1\n");
+      HostProcess host({mode}, {"env", "SIGNING_HOST_PKCS11_MODULE=" FAKE_TOKEN_MODULE,
+                                "FAKE_TOKEN_SCRIPT=" + folder.file("script")});
+      EXPECT_NE(host.ask(initializeRequest()), "");
+      host.say(request);
+      host.closeInput();
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));
+      EXPECT_EQ(kill(host.pid(), 0), 0);
+      host.closeOutput();
+      EXPECT_EQ(host.wait(), 0) << mode << request;
+    }
+  }
 }
 
 // Whatever the starter left closed, the host serves what it can and ends with its input.

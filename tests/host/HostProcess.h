@@ -15,7 +15,7 @@ class HostProcess {
  public:
   using Texts = std::vector<std::string>;
 
-  /// Starts the host behind the launcher's words, which may set variables for it.
+  /// Starts the host after the launcher's words, which may set variables for it.
   explicit HostProcess(const Texts& arguments = {}, const Texts& launcher = {"env"});
   /// Ends the process, by force when it has not ended by itself.
   ~HostProcess();

@@ -79,7 +79,7 @@ TEST(Outcomes, EveryAnswerOfAConversationWithATokenInBothFramings) {
           {kSignRequest, fullAnswer(5, 0, R"("pinRetryCount":0,"pkcs1":"MCAy")")},
           {R"({"command":4,"certId":"!"})",
            fullAnswer(4, 0, R"("pinRetryCount":0,"certificate":"")", afterABadId(true))},
-          // Intended: a success leaves the last failure's message behind.
+          // Intended: a success keeps the last failure's message.
           {kListRequest, fullAnswer(2, 0, listing, afterABadId(false))},
       },
       {"env", "SIGNING_HOST_PKCS11_MODULE=" FAKE_TOKEN_MODULE,
@@ -90,7 +90,7 @@ TEST(CommandCode, IsTheFirstPlainCommandMemberTruncatedToItsLow32Bits) {
   const auto framed = [](const std::string& answer) { return frame(indented(answer)); };
   const std::string version = framed(kFreshVersion);
   struct Case {
-    std::string output;  ///< of the request and a version request behind it
+    std::string output;  ///< of the request and a version request after it
     std::vector<const char*> members;
   };
   const Case cases[] = {
@@ -116,7 +116,7 @@ TEST(CommandCode, IsTheFirstPlainCommandMemberTruncatedToItsLow32Bits) {
     }
   }
   for (const char* request : {"[8]", R"([{"command":8}])", R"({"command":8)", R"({"command":8} x)",
-                              "8", " ", R"({"command":8} // a comment behind the root)"}) {
+                              "8", " ", R"({"command":8} // a comment after the root)"}) {
     EXPECT_EQ(outputFor(frame(request) + frame(kVersionRequest)), version) << request;
   }
 }

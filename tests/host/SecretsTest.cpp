@@ -84,6 +84,7 @@ class Secrets : public testing::TestWithParam<std::string> {
 
 TEST_P(Secrets, OnceInTheRegistryHoweverThePinWasTyped) {
   const std::string escaped = "\\u00" + std::to_string(pin[0] / 16) + std::to_string(pin[0] % 16);
+  const std::string filler(300, 'f');
   Requests corrected = typed(other);
   corrected.insert(corrected.end(), other.size(), R"({"command":7})");
   const std::pair<std::string, Requests> ways[] = {
@@ -91,6 +92,9 @@ TEST_P(Secrets, OnceInTheRegistryHoweverThePinWasTyped) {
       {"with escapes and comments",
        {"/* x */ {\"command\" : 3, \"pin\" : \"" + escaped + pin.substr(1) + "\"} "}},
       {"as a number", {"{\"command\":3,\"pin\":" + pin + "}"}},
+      // The middle of a long block is cleared like its ends.
+      {"in a long request",
+       {R"({"command":3,"a":")" + filler + R"(","pin":")" + pin + R"(","z":")" + filler + "\"}"}},
       {"by character", typed(pin)},
       {"by character, corrected", typed(pin, corrected)},
       {"another first, replaced before it was used",
@@ -210,6 +214,7 @@ TEST(Protection, NoProcessOfTheSameUserCanReadOrTraceTheHost) {
   HostProcess host({}, launcher(folder.file("signing-host")));
   ASSERT_NE(host.ask(kVersionRequest), "");
   EXPECT_FALSE(isOpen(host.pid()));
+  EXPECT_EQ(statusOf(host.pid(), "NoNewPrivs"), "1");
   EXPECT_TRUE(
       std::regex_search(procText(host.pid(), "limits"), std::regex("core file size +0 +0 ")));
 

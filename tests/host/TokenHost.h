@@ -78,7 +78,7 @@ class TokenHost {
   void script(const std::string& statements) const;
   /// The token's calls since they were last asked for, without the "C_", a space before each.
   std::string takeCalls() const;
-  /// The answer, proven to be the only one by a version request behind it; else an empty object.
+  /// The answer, proven to be the only one by a version request after it; else an empty object.
   nlohmann::json ask(const std::string& request);
 
   TemporaryFolder folder;
