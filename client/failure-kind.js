@@ -10,6 +10,7 @@ const kKindOfReturnValue = {
   0x32: "no-token", 0xa3: "pin-expired", 0xa4: "pin-locked", 0xe0: "no-token", 0xe1: "no-token",
 };
 const kNoSlotText = "No se encontro ningun slot";
+const kTooLongText = "listing too long";
 /** CKR_GENERAL_ERROR here is the host's word for a module that is not there or does not load. */
 const kNoModule = { text: "C_Initialize failed", returnValue: 5 };
 
@@ -24,6 +25,7 @@ export function failureKindOf({ lastError, lastLowLevelError, errorMessage, pinR
   // The low-level code is only that of a PKCS#11 call when a call's own step failed; the two
   // texts without one leave an earlier failure's code standing.
   if (errorMessage === kNoSlotText) return "no-token";
+  if (lastError === 12 && errorMessage === kTooLongText) return "too-many-certificates";
   if (lastError === 12 && errorMessage === kNoModule.text && lastLowLevelError === kNoModule.returnValue) return "no-module";
   let kind = kKindOfCode[lastError] ?? "token-failure";
   if (lastError === 12 || lastError === 5) kind = kKindOfReturnValue[lastLowLevelError] ?? kind;

@@ -1,13 +1,16 @@
 // The client module and the extension's checks by themselves, with a host made of a table.
 import assert from "node:assert/strict";
-import { readFileSync } from "node:fs";
+import { execFileSync } from "node:child_process";
+import { createHash, sign, X509Certificate } from "node:crypto";
+import { readdirSync, readFileSync } from "node:fs";
 import { test } from "node:test";
-import { parseListing, SigningClient, useTexts } from "../../client/signing-client.js";
+import { ExtensionTransport, kCommand, parseListing, SigningClient, useTexts } from "../../client/signing-client.js";
+import { checkedRequest, endReason, kMaxRequestBytes, originOf } from "../../extension/protocol.js";
 import { Texts } from "../../texts/texts.js";
-import { checkedRequest, endReason, originOf } from "../../extension/protocol.js";
 
-const catalogueOf = (language) => JSON.parse(readFileSync(new URL(`../../texts/${language}.json`, import.meta.url)));
-useTexts(new Texts("en", catalogueOf("en")));
+const read = (file) => readFileSync(new URL(`../../${file}`, import.meta.url), "utf8");
+const [english, spanish] = ["en", "es"].map((language) => JSON.parse(read(`texts/${language}.json`)));
+useTexts(new Texts("en", english));
 
 const envelope = (members) => ({
   error: false, errorMessage: "", lastError: 0, lastLowLevelError: 0, pinModuleName: "", missingPin: false, invalidPin: false,
@@ -24,7 +27,7 @@ async function clientOf(answerTo, options) {
       if (answer !== undefined) setImmediate(() => this.onAnswer(answer));
     },
   };
-  const client = new SigningClient(transport, options);
+  const client = new SigningClient(transport, { verifies: false, ...options });
   await client.open();
   return { client, transport };
 }
@@ -67,6 +70,8 @@ test("the host's states become errors with words", async () => {
     [{ lastError: 5, lastLowLevelError: 0xa4 }, { kind: "pin-locked" }], [{ lastError: 11, missingPin: true }, { kind: "pin-missing" }],
     [{ lastError: 12, lastLowLevelError: 0xa3 }, { kind: "pin-expired" }], [{ lastError: 12, lastLowLevelError: 0x30 }, { kind: "token-failure" }],
     [{ lastError: 12, lastLowLevelError: 0xa4, errorMessage: "No se encontro ningun slot" }, { kind: "no-token" }],
+    [{ lastError: 12, lastLowLevelError: 5, errorMessage: "C_Initialize failed" }, { kind: "no-module" }],
+    [{ lastError: 12, errorMessage: "listing too long" }, { kind: "too-many-certificates" }],
     [{ lastError: 9, lastLowLevelError: -8192 }, { kind: "domain-not-authorised", code: 9, lowLevelCode: -8192 }],
   ];
   for (const [state, expected] of cases) {
@@ -75,6 +80,79 @@ test("the host's states become errors with words", async () => {
   }
   const { client } = await clientOf(() => ({ command: 2, error: true, message: "Not initialized" }));
   await assert.rejects(client.sign("AQ==", new Uint8Array(20)), { kind: "not-initialised" });
+});
+
+test("a signature is handed on only when it fits the certificate that was fetched, once", async () => {
+  const pem = execFileSync("openssl", ["req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=Ana", "-keyout", "-", "-out", "-"], { stdio: ["ignore", "pipe", "ignore"] });
+  const certificate = new X509Certificate(pem.subarray(pem.indexOf("-----BEGIN CERT"))).raw.toString("base64");
+  for (const hash of ["md5", "sha1", "sha256"]) {
+    let pkcs1 = sign(hash, "signed", pem).toString("base64");
+    const answers = { 4: () => ({ certificate }), 5: () => ({ pkcs1 }) };
+    const { client, transport } = await clientOf(({ command }) => envelope({ command, ...answers[command]() }), { verifies: true });
+    const digest = createHash(hash).update("signed").digest();
+    for (let i = 0; i < 2; ++i) assert.equal(await client.sign("AQ==", digest), pkcs1);
+    assert.equal(transport.sent.filter(({ command }) => command === kCommand.certificate).length, 1);
+    for (pkcs1 of [sign(hash, "other", pem).toString("base64"), Buffer.alloc(256, 255).toString("base64"), "AAAA"]) {
+      await assert.rejects(client.sign("AQ==", digest), { name: "HostError", kind: "signature-misfit" });
+    }
+  }
+});
+
+test("a refused PIN is told once as wrong and then as not tried, until a new start", async () => {
+  let pinRetryCount = 1;
+  const { client, transport } = await clientOf(({ command }) => (command === 1 ? undefined : command === 0 ? { command, message: "" }
+    : envelope({ command, error: true, lastError: 5, lastLowLevelError: 0xa0, invalidPin: true, pinRetryCount })));
+  await client.initialise({ domains: "d", signature: "s" });
+  const kindOfSigning = () => client.sign("AQ==", new Uint8Array(32)).catch(({ kind }) => kind);
+  assert.deepEqual([await kindOfSigning(), await kindOfSigning()], ["wrong-pin", "pin-not-tried"]);
+  pinRetryCount = 2;
+  assert.deepEqual([await kindOfSigning(), await kindOfSigning()], ["wrong-pin", "pin-not-tried"]);
+  await client.restart();
+  assert.deepEqual(transport.sent.slice(-2).map(({ command, domains }) => [command, domains]), [[1, undefined], [0, "d"]]);
+  assert.equal(await kindOfSigning(), "wrong-pin");
+});
+
+test("an empty listing is asked for again, a missing card is waited for, and every call can be given up", async () => {
+  const listings = ["", "CN=a|CN=b|AQ==", null, null, "", ""];
+  const { client, transport } = await clientOf(({ command }) => command !== 2 ? undefined : listings[0] === null
+    ? (listings.shift(), envelope({ command, error: true, lastError: 12, lastLowLevelError: 0xe0 })) : envelope({ command, certificates: listings.shift() }));
+  assert.equal((await client.list()).length, 1);
+  const aborting = AbortSignal.timeout(200);
+  await assert.rejects(client.waitForCard({ signal: aborting }), aborting.reason);
+  assert.deepEqual(await client.waitForCard(), [], "a card without certificates is a card");
+  const control = new AbortController();
+  const calls = Promise.allSettled([client.version({ signal: control.signal }), client.list({ signal: control.signal }), client.setPin("1")]);
+  await new Promise(setImmediate);
+  control.abort("enough");
+  await assert.rejects(client.open({ signal: control.signal }), (reason) => reason === "enough");
+  transport.onAnswer(envelope({ command: 8, version: "1.1" })); // of a call that was given up
+  await new Promise(setImmediate);
+  transport.onAnswer(envelope({ command: 3, pinLength: 1 }));
+  assert.deepEqual((await calls).map(({ reason, value }) => reason ?? value), ["enough", "enough", 1]);
+  assert.deepEqual(transport.sent.slice(-2).map(({ command }) => command), [8, 3], "what was not sent never is");
+});
+
+test("both sides number alike, and every kind of failure has its words and its entry", async () => {
+  const header = read("host/Protocol.h");
+  const codes = { Initialize: "initialise", Exit: "close", ListCertificates: "list", SetPin: "setPin", GetCertificate: "certificate",
+    SignPkcs1: "sign", PinChar: "typePinCharacter", DeletePinChar: "deletePinCharacter", GetVersion: "version" };
+  const numbers = Object.fromEntries([...header.matchAll(/k(\w+) = (\d+)[,;]/g)].map(([, name, number]) => [name, Number(number)]));
+  for (const [name, ours] of Object.entries(codes)) assert.equal(numbers[name], kCommand[ours], name);
+  assert.equal(kMaxRequestBytes + 1, numbers.NativeLengthLimit);
+
+  const sources = readdirSync(new URL("../../client/", import.meta.url)).filter((name) => name.endsWith(".js")).map((name) => read(`client/${name}`));
+  const kinds = sources.join("").match(/(?<=(?:Error|refuse|give)\()"[a-z-]+"|(?<=(?:return|\d:|\? | : ) ?)"[a-z]+(?:-[a-z]+)+"/g).map((quoted) => quoted.slice(1, -1));
+  assert.ok(kinds.length > 30 && kinds.includes("wrong-pin") && kinds.includes("too-many") === false, kinds.join());
+  const told = read("docs/troubleshooting.md");
+  const entryOf = (kind) => told.slice(told.indexOf(`\n\`${kind}\` `) - 200).split("\n### ").find((entry) => entry.includes(`\n\`${kind}\` `)) ?? "";
+  const known = Object.keys(english).filter((key) => /^error\..*\.summary$/.test(key)).map((key) => key.split(".")[1]);
+  for (const kind of new Set([...kinds, ...known])) {
+    for (const text of [english[`error.${kind}.summary`], spanish[`error.${kind}.summary`], english[`error.${kind}.advice`]]) {
+      assert.ok(text && entryOf(kind).includes(text.replace(/\{\w+\}/g, "…")), `${kind}: ${text}`);
+    }
+  }
+  globalThis.isSecureContext = false;
+  await assert.rejects(new ExtensionTransport().open(), { kind: "insecure-page", summary: /not protected/ });
 });
 
 test("a listing is cut by identifiers, and its bytes are read as UTF-8", () => {
