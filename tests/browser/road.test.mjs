@@ -9,8 +9,34 @@ const kDocument = "what is signed";
 const digest = createHash("sha256").update(kDocument).digest("base64");
 const credentials = domainList("signer.localhost");
 
+/** What a hostile page sends itself, as often as it can; the last opens and closes blindly. */
+async function flood([kind, count]) {
+  const connect = () => {
+    const { port1, port2 } = new MessageChannel();
+    window.postMessage({ signingHost: "connect" }, location.origin, [port2]);
+    return port1;
+  };
+  const port = window.kept = kind === "requests" || kind === "long requests" ? connect() : null;
+  const request = kind === "requests" ? { command: 8 } : { command: 3, pin: "1".repeat(10_000) };
+  for (let i = 0; i < count; ++i) {
+    if (port) port.postMessage({ type: "request", request });
+    else if (kind === "connections") connect();
+    else await new Promise((resolve) => setTimeout(resolve, 5, connect().postMessage({ type: "close" })));
+  }
+}
+/** The longest that the page's host took for a version, in milliseconds. */
+const slowestVersion = (page, milliseconds) => inPage(page, async (_, milliseconds) => {
+  let slowest = 0;
+  for (const begin = performance.now(); performance.now() - begin < milliseconds;) {
+    const sent = performance.now();
+    await client.version();
+    slowest = Math.max(slowest, performance.now() - sent);
+  }
+  return slowest;
+}, milliseconds);
+
 for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFirefox]]) {
-  test(name, { timeout: 240_000 }, async (t) => {
+  test(name, { timeout: 400_000 }, async (t) => {
     const { home, address, browser, page } = await openPage(t, start, { sites: ["signer", "other"] });
 
     await t.test("list, wrong PIN, right PIN, sign, verify", async () => {
@@ -92,6 +118,26 @@ for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFiref
       await untilHosts(home, 1);
     });
 
+    await t.test("a page that floods keeps no other waiting and starts few hosts", async () => {
+      const hostile = await browser.newPage();
+      await hostile.goto(address("other"));
+      const calm = Math.max(20, await slowestVersion(page, 2000));
+      let most = 0;
+      const watch = setInterval(() => { most = Math.max(most, hostsOf(home).length); }, 20);
+      // A port's messages cross Firefox's main process: a gigabyte of them ends the browser itself.
+      for (const row of [["connections", 100_000], ["requests", 100_000], ["long requests", name === "Firefox" ? 20_000 : 100_000], ["blindly", 300]]) {
+        const flooding = hostile.evaluate(flood, row);
+        const slowest = await slowestVersion(page, 4000);
+        await flooding;
+        assert.ok(slowest < 100 * calm, `${row}: ${slowest} ms, ${calm} ms on the calm machine`);
+        t.diagnostic(`${row}: ${Math.round(slowest)} ms, calm ${Math.round(calm)} ms`);
+      }
+      clearInterval(watch);
+      assert.ok(most > 1 && most <= 8, `${most} hosts`);
+      await hostile.close();
+      await untilHosts(home, 1);
+    });
+
     await t.test("a host that dies is told, and a new one serves the page", async () => {
       process.kill(Number(hostsOf(home)[0]), "SIGKILL");
       await until("the page was told", () => call(page, "version").then(() => false, (error) => error.kind === "host-ended"));
@@ -102,6 +148,8 @@ for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFiref
     await t.test("leaving the page or closing the tab ends its host", async () => {
       const left = await browser.newPage();
       await left.goto(address("signer"));
+      // document.open() takes the window's listeners away, the extension's too.
+      await left.evaluate(() => { document.open(); document.write("<title>anew</title>"); document.close(); });
       await connect(left, credentials);
       assert.equal(hostsOf(home).length, 2);
       await left.goto(`${address("signer")}elsewhere`);
