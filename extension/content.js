@@ -48,6 +48,11 @@
   // document.open() takes every listener of the window away, but not those who watch the document.
   new MutationObserver(listen).observe(document, { childList: true });
 
+  // The popup asks whether this page is served.
+  api.runtime.onMessage.addListener((message, _, answer) => {
+    if (message?.type === "address") answer(location.href);
+  });
+
   let newOnes = kMaxNewInARow;
   let countedAt = performance.now();
   function mayOpen() {

@@ -64,7 +64,7 @@ export function checkedRequest(message, origin) {
  * True for pages that nobody on the network can alter on their way: https, and this computer's own.
  * @param {URL} url
  */
-function isTrustworthy(url) {
+export function isTrustworthy(url) {
   if (url.protocol === "https:") return true;
   const own = /^(localhost|.+\.localhost|127(\.\d+){3}|\[::1\])$/;
   return url.protocol === "http:" && own.test(url.hostname);

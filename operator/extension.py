@@ -13,6 +13,12 @@ TEXTS = TOP / "texts"
 #: What belongs into the packed extension; the rest of the folder is for its developers.
 SUFFIXES = {".js", ".html", ".css", ".svg", ".png"}
 BROWSERS = ("chromium", "firefox")
+#: Modules that the extension shares with others.
+SHARED = {
+    "texts/texts.js": TEXTS / "texts.js",
+    "certificate.js": TOP / "client/certificate.js",
+    "failure-kind.js": TOP / "client/failure-kind.js",
+}
 #: Areas of the catalogue that no part of the extension shows.
 FOREIGN_AREAS = {"client", "demo", "doctor", "install"}
 
@@ -63,6 +69,8 @@ def files(operator, browser, with_key=True):
     for source in sorted(SOURCES.rglob("*")):
         if source.is_file() and source.suffix in SUFFIXES:
             packed[str(source.relative_to(SOURCES))] = source.read_bytes()
+    for name, source in SHARED.items():
+        packed[name] = source.read_bytes()
     for source in sorted(TEXTS.glob("*.json")):
         texts = json.loads(source.read_text(encoding="utf-8"))
         own = {key: text for key, text in texts.items() if key.split(".")[0] not in FOREIGN_AREAS}
