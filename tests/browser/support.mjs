@@ -93,8 +93,8 @@ export function extensionOf(folder, members) {
   return path.join(folder, "extension");
 }
 
-/** The extension with other pages to serve than the example's. */
-export const extensionFor = (folder, ...sites) => extensionOf(folder, { sites });
+/** The extension with other pages to serve than the example's; these pages ask for the PIN themselves. */
+export const extensionFor = (folder, sites, members = {}) => extensionOf(folder, { sites, pinEntry: "page", ...members });
 
 /** Serves an empty page, the client and its texts on every localhost name; gives the address of a page. */
 export async function servePages(t) {
@@ -153,10 +153,10 @@ export async function startFirefox(t, { home, env }, extension) {
 }
 
 /** A browser with a home of its own, on signer.localhost; its extension serves the sites named. */
-export async function openPage(t, start, { sites = ["signer"], ...homeOptions } = {}) {
+export async function openPage(t, start, { sites = ["signer"], operatorMembers, ...homeOptions } = {}) {
   const home = makeHome(t, homeOptions);
   const address = await servePages(t);
-  const extension = sites.length > 0 && extensionFor(home.home, ...sites.map((site) => `http://${site}.localhost/*`));
+  const extension = sites.length > 0 && extensionFor(home.home, sites.map((site) => `http://${site}.localhost/*`), operatorMembers);
   const browser = await start(t, home, extension);
   const page = await browser.newPage();
   await page.goto(address("signer"));

@@ -1,0 +1,258 @@
+// The extension's own window: what it shows, who may drive it, and how a signing ends.
+import assert from "node:assert/strict";
+import { createHash, verify, X509Certificate } from "node:crypto";
+import { readFileSync } from "node:fs";
+import path from "node:path";
+import { test } from "node:test";
+import { call, connect, domainList, hostsOf, inPage, kPin, openPage, root, startChromium, startFirefox, until, untilHosts } from "./support.mjs";
+
+const digestOf = (text) => createHash("sha256").update(text);
+const credentials = domainList("signer.localhost|other.localhost");
+const operatorMembers = { pinEntry: "extension", oneConsentForBatch: true };
+
+/** Begins a signing that `outcome` waits for; options as the client takes them. */
+const begin = (page, method, ...args) => page.evaluate(`window.result = client.${method}(...${JSON.stringify(args)})
+  .then((value) => ({ value }), ({ kind, signatures }) => ({ kind, signatures })); 0`);
+const outcome = (page) => page.evaluate("window.result");
+
+/** The window, once it shows something. Firefox's driver knows no address of an extension's page. */
+async function theWindow(browser) {
+  return until("the window is there", async () => {
+    for (const page of await browser.pages()) {
+      const isOurs = await page.evaluate(() => location.pathname === "/window/window.html" && !document.querySelector("#request").hidden).catch(() => false);
+      if (isOurs) return page;
+    }
+    return null;
+  });
+}
+const countWindows = async (browser) => {
+  const found = await Promise.all((await browser.pages()).map((page) => page.evaluate(() => location.pathname === "/window/window.html").catch(() => false)));
+  return found.filter(Boolean).length;
+};
+const noWindow = (browser) => until("no window is left", async () => (await countWindows(browser)) === 0);
+const textOf = (window, selector) => window.evaluate((selector) => document.querySelector(selector).innerText.trim(), selector);
+const says = (window, selector, pattern) => until(`${selector} says ${pattern}`, async () => pattern.test(await textOf(window, selector)));
+const armed = (window) => until("the window listens", () => window.evaluate(() => document.querySelector("#sign").getAttribute("aria-disabled") === "false"));
+
+/** The driver may miss the answer of a window that closes. */
+const press = (window, key) => window.keyboard.press(key).catch(() => {});
+
+/** Agrees by keyboard alone. */
+async function agree(window, pin = "") {
+  await armed(window);
+  await window.focus(pin ? "#pin" : "#sign");
+  await window.keyboard.type(pin);
+  await press(window, "Enter");
+}
+
+for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFirefox]]) {
+  test(name, { timeout: 180_000 }, async (t) => {
+    const { home, address, browser, page } = await openPage(t, start, { operatorMembers, sites: ["signer", "other"] });
+    await connect(page, credentials);
+    const [{ id }] = await call(page, "list");
+    const digest = digestOf("what is signed").digest("base64");
+
+    await t.test("what is asked, a wrong PIN, the same again, the right one", async () => {
+      await begin(page, "sign", id, digest, { name: "contract \u202Efdp.<b>exe</b>" });
+      const window = await theWindow(browser);
+      assert.equal(await textOf(window, "#origin"), address("signer").slice(0, -1));
+      assert.match(await textOf(window, "dl"), /María Núñez Solís \(FIRMA\)[^]*AC de Prueba/);
+      assert.equal(await textOf(window, ".name"), "contract U+202Efdp.<b>exe</b>");
+      assert.equal(await textOf(window, "code"), digestOf("what is signed").digest("hex"));
+      await agree(window, "000000");
+      await says(window, "#message", /The PIN was wrong\./);
+      await agree(window, "000000");
+      await says(window, "#message", /not tried again/);
+      await agree(window, kPin);
+      const { value } = await outcome(page);
+      const certificate = new X509Certificate(Buffer.from(await call(page, "certificate", id), "base64"));
+      assert.ok(verify("sha256", Buffer.from("what is signed"), certificate.publicKey, Buffer.from(value, "base64")));
+      await noWindow(browser);
+    });
+
+    await t.test("a known PIN still needs consent, and not in the window's first moment", async () => {
+      await begin(page, "sign", id, digest);
+      const window = await theWindow(browser);
+      assert.match(await textOf(window, "#documents"), /does not say what it is/);
+      // What a script could do, were there a way in: only a person's own events count.
+      await window.evaluate(() => {
+        document.querySelector("#sign").click();
+        document.querySelector("#form").dispatchEvent(new Event("submit", { cancelable: true }));
+      });
+      await armed(window);
+      await window.evaluate(() => { window.dispatchEvent(new Event("resize")); });
+      await window.keyboard.press("Enter"); // a moment after the window moved
+      assert.equal(await page.evaluate(() => Promise.race([window.result, "pending"])), "pending");
+      await agree(window);
+      assert.equal(typeof (await outcome(page)).value, "string");
+    });
+
+    await t.test("one consent for several documents, every one listed and signed", async () => {
+      const documents = Array.from({ length: 30 }, (_, i) => ({ digest: digestOf(`${i}`).digest("base64"), name: `invoice ${i} ${"long ".repeat(30)}end.pdf` }));
+      await begin(page, "signAll", id, documents);
+      const window = await theWindow(browser);
+      assert.match(await textOf(window, "#what"), /30 documents/);
+      assert.equal(await window.evaluate(() => document.querySelectorAll("#documents li").length), 30);
+      assert.doesNotMatch(await textOf(window, ".name"), /(long ){15}/);
+      await window.evaluate(() => document.querySelector(".name button").click());
+      assert.match(await textOf(window, ".name"), /(long ){30}end\.pdf/);
+      await agree(window);
+      assert.equal(new Set((await outcome(page)).value).size, 30);
+    });
+
+    await t.test("giving up: the window, the page, leaving the page", async () => {
+      const ways = [
+        (window) => press(window, "Escape"), (window) => window.close().catch(() => {}),
+      ];
+      for (const way of ways) {
+        await begin(page, "sign", id, digest);
+        const window = await theWindow(browser);
+        await way(window);
+        assert.equal((await outcome(page)).kind, "cancelled");
+        await noWindow(browser);
+      }
+      await begin(page, "sign", id, digest);
+      await agree(await theWindow(browser));
+      assert.equal(typeof (await outcome(page)).value, "string");
+      await page.evaluate(`window.abort = new AbortController();
+        window.result = client.sign("${id}", "${digest}", { signal: abort.signal }).catch(({ name }) => name); 0`);
+      await theWindow(browser);
+      await page.evaluate("abort.abort()");
+      assert.equal(await outcome(page), "AbortError");
+      await noWindow(browser);
+      const left = await browser.newPage();
+      await left.goto(address("signer"));
+      await connect(left, credentials);
+      await begin(left, "sign", id, digest);
+      const window = await theWindow(browser);
+      await agree(window, "000000");
+      await says(window, "#message", /wrong/);
+      await left.goto(address("other"));
+      await noWindow(browser);
+      await left.close();
+      await untilHosts(home, 1);
+    });
+
+    await t.test("after a wrong PIN was given up, the page still lists", async () => {
+      await call(page, "close");
+      await connect(page, credentials);
+      await begin(page, "sign", id, digest);
+      const window = await theWindow(browser);
+      await agree(window, "000000");
+      await says(window, "#message", /wrong/);
+      await press(window, "Escape");
+      assert.equal((await outcome(page)).kind, "cancelled");
+      assert.equal((await call(page, "list")).length, 1);
+      await untilHosts(home, 1);
+    });
+
+    await t.test("two pages get one window after the other, and the page's PIN commands are refused", async () => {
+      const other = await browser.newPage();
+      await other.goto(address("other"));
+      await connect(other, credentials);
+      await begin(page, "sign", id, digest, { name: "first" });
+      const first = await theWindow(browser);
+      await begin(other, "sign", id, digest, { name: "second" });
+      await says(first, "#waiting", /1 more request waits/);
+      assert.equal(await countWindows(browser), 1);
+      await agree(first, kPin);
+      assert.equal(typeof (await outcome(page)).value, "string");
+      const second = await theWindow(browser);
+      assert.match(await textOf(second, "#origin"), /other\.localhost/);
+      assert.equal(await textOf(second, ".name"), "second");
+      await press(second, "Escape");
+      for (const [method, ...args] of [["setPin", "1"], ["typePinCharacter", "1"], ["deletePinCharacter"]]) {
+        await assert.rejects(call(page, method, ...args), { kind: "refused", message: /own window/ });
+      }
+      await other.close();
+    });
+
+    await t.test("a hostile page neither reaches, covers nor floods it", async () => {
+      const hostile = await browser.newPage();
+      await hostile.goto(address("other"));
+      await connect(hostile, credentials);
+      await begin(hostile, "sign", id, digest, { name: "<img src=x onerror=alert(1)>\n".repeat(20) });
+      const window = await theWindow(browser);
+      const where = await window.evaluate(() => location.href);
+      const before = await window.evaluate(() => [window.opener, innerWidth, innerHeight, document.querySelector("#documents").scrollHeight > 0]);
+      const reached = await inPage(hostile, async (_, where) => {
+        const got = [];
+        const frame = Object.assign(document.createElement("iframe"), { src: where });
+        document.body.append(frame);
+        for (const name of ["", "_blank", "window"]) {
+          try {
+            const opened = window.open(where, name, "width=10,height=10");
+            opened.resizeTo(10, 10);
+            got.push(opened.document.querySelector("#sign") ? "document" : "");
+            opened.close();
+          } catch { /* not ours */ }
+        }
+        await fetch(where).then(() => got.push("fetched"), () => {});
+        new BroadcastChannel("window").postMessage({ type: "consent", pin: "" });
+        window.postMessage({ type: "consent", pin: "" }, "*");
+        for (let i = 0; i < 20; ++i) window.focus();
+        for (const type of ["keydown", "click", "submit"]) document.dispatchEvent(new Event(type, { bubbles: true }));
+        await new Promise((resolve) => setTimeout(resolve, 300));
+        try { if (frame.contentDocument?.querySelector("#sign")) got.push("frame"); } catch { /* not ours */ }
+        frame.remove();
+        return got.filter(Boolean);
+      }, where);
+      assert.deepEqual(reached, []);
+      assert.deepEqual(await window.evaluate(() => [window.opener, innerWidth, innerHeight, document.querySelector("#documents").scrollHeight > 0]), before);
+      assert.equal(await window.evaluate(() => document.querySelectorAll("img").length), 0);
+      // Nothing of the page's paints outside its frame, and what is decided with is in sight.
+      assert.ok(await window.evaluate(() => document.querySelector("#sign").getBoundingClientRect().bottom <= innerHeight));
+      await press(window, "Escape");
+      assert.equal((await outcome(hostile)).kind, "cancelled");
+      // A page that asks on and on is given up on after three.
+      const kinds = [];
+      for (let i = 0; i < 4; ++i) {
+        await begin(hostile, "sign", id, digest);
+        const next = await Promise.race([theWindow(browser), outcome(hostile).then(() => null)]);
+        if (next) await press(next, "Escape");
+        kinds.push((await outcome(hostile)).kind);
+      }
+      assert.deepEqual(kinds, ["cancelled", "cancelled", "refused", "refused"]);
+      await hostile.close();
+      await noWindow(browser);
+      assert.equal(hostsOf(home).length, 1);
+    });
+  });
+}
+
+test("for everybody", { timeout: 120_000 }, async (t) => {
+  const axe = readFileSync(path.join(root, "tests/browser/node_modules/axe-core/axe.min.js"), "utf8");
+  const { browser, page } = await openPage(t, startChromium, { operatorMembers });
+  await connect(page, credentials);
+  const [{ id }] = await call(page, "list");
+  const digest = digestOf("x").digest("base64");
+
+  const check = async (view, what) => {
+    for (const colorScheme of ["light", "dark"]) {
+      for (const forcedColors of ["none", "active"]) {
+        await view.emulateMedia({ colorScheme, forcedColors });
+        await view.setViewportSize({ width: 320, height: 700 });
+        assert.ok(await view.evaluate(() => document.documentElement.scrollWidth <= 320), `${what} fits into 320 px`);
+        const client = await browser.newCDPSession(view); // past the page's own policy for scripts
+        await client.send("Runtime.evaluate", { expression: axe });
+        const { violations } = await view.evaluate((isForced) => globalThis.axe.run(isForced ? { rules: { "color-contrast": { enabled: false } } } : {}),
+          forcedColors === "active"); // those colours are the system's
+        assert.deepEqual(violations.map(({ id, nodes }) => `${id}: ${nodes.map(({ html }) => html)}`), [], `${what}, ${colorScheme}, forced colours ${forcedColors}`);
+      }
+    }
+  };
+  await begin(page, "signAll", id, Array.from({ length: 12 }, (_, i) => ({ digest, name: `a name of the page, number ${i} ${"and more ".repeat(20)}` })));
+  const window = await theWindow(browser);
+  await check(window, "the window");
+  await agree(window, "000000");
+  await says(window, "#message", /wrong/);
+  await check(window, "the window after a wrong PIN");
+  await agree(window, kPin);
+  await outcome(page);
+
+  const popup = await browser.newPage();
+  const extension = new URL(browser.serviceWorkers()[0].url()).host;
+  await popup.goto(`chrome-extension://${extension}/popup/popup.html`);
+  await popup.getByText("Found, protocol 1.1").waitFor();
+  await check(popup, "the popup");
+});
