@@ -128,13 +128,17 @@ def sign_domains(key):
                           text=True).stdout.strip()
 
 
+def introduction(domains_signature):
+    return {"command": 0, "signature": domains_signature, "domains": DOMAINS, "currentDomain": PAGE,
+            "caSubjectNames": ""}
+
+
 def converse(host, tell, token, domains_signature):
     tell.heading("Which version is the host?")
     tell.ask(host, command=8)
 
     tell.heading("A page says where it comes from and shows the operator's signed domain list")
-    tell.ask(host, command=0, signature=domains_signature, domains=DOMAINS, currentDomain=PAGE,
-             caSubjectNames="")
+    tell.ask(host, **introduction(domains_signature))
 
     tell.heading("Which certificates can sign?")
     answer = tell.ask(host, command=2)

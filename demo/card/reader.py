@@ -17,8 +17,8 @@ def fetch_driver():
     """Outside, where the network is: the reader's driver, from Debian's archive."""
     if not Path("/", DRIVER).exists() and not (UNPACKED / DRIVER).exists():
         UNPACKED.mkdir(parents=True, exist_ok=True)
-        if subprocess.run(f"apt-get download -qq {PACKAGE} && dpkg -x {PACKAGE}_*.deb .", shell=True,
-                          cwd=UNPACKED, check=False).returncode:
+        unpack = f"apt-get download -qq {PACKAGE} && dpkg -x {PACKAGE}_*.deb ."
+        if subprocess.run(unpack, shell=True, cwd=UNPACKED, check=False).returncode:
             raise SystemExit(f"{DRIVER} (Debian: {PACKAGE}) is missing, and apt does not get it")
 
 

@@ -1,4 +1,4 @@
-"""A TPM made of software with a token of libtpm2-pkcs11, to be run inside `demo/card/private` only."""
+"""A TPM made of software with a token of libtpm2-pkcs11, for inside `demo/card/private` only."""
 
 import glob
 import os
@@ -9,6 +9,7 @@ from pathlib import Path
 
 BUS = "unix:path=/run/tpm-bus"
 PORT = 2321
+MANAGER = "tpm2-abrmd"  # ends where the TPM or the bus is not up yet
 
 
 class Tpm:
@@ -24,8 +25,9 @@ class Tpm:
                             "TPM2_PKCS11_BACKEND": "esysdb", "TSS2_LOG": "all+none"}
 
     def start(self, *command):
-        self.processes.append(subprocess.Popen(command, env={**os.environ, **self.environment},
-                                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL))
+        self.processes.append(subprocess.Popen(
+            command, env={**os.environ, **self.environment}, stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL))
 
     def run(self, *command):
         return subprocess.run(command, env={**os.environ, **self.environment}, text=True,
@@ -39,9 +41,11 @@ class Tpm:
                    "not-need-init,startup-clear")
         self.start("dbus-daemon", "--session", "--nofork", f"--address={BUS}")
         deadline = time.monotonic() + 20
-        while self.run("tpm2_getcap", "properties-fixed").returncode and time.monotonic() < deadline:
-            if self.processes[-1].args[0] == "dbus-daemon" or self.processes[-1].poll() is not None:
-                self.start("tpm2-abrmd", "--session", "--allow-root",
+        while self.run("tpm2_getcap", "properties-fixed").returncode:
+            if time.monotonic() > deadline:
+                raise TimeoutError("The TPM does not answer.")
+            if self.processes[-1].args[0] != MANAGER or self.processes[-1].poll() is not None:
+                self.start(MANAGER, "--session", "--allow-root",
                            f"--tcti=swtpm:host=127.0.0.1,port={PORT}")
             time.sleep(0.1)
         label, pin = ["--label", "token"], ["--userpin", self.pin]
