@@ -1,5 +1,7 @@
 """The browsers that are served on Linux, and where each looks for hosts, policies and extensions."""
 
+import json
+import pathlib
 from typing import NamedTuple, Optional
 
 
@@ -7,6 +9,8 @@ class Browser(NamedTuple):
     name: str
     #: "chromium" or "firefox": the form of manifests and policies.
     kind: str
+    #: Names of its programs.
+    programs: tuple
     #: Hosts of one user, under the user's configuration folder, or under the home for Firefox.
     user_hosts: str
     #: Hosts of all users; a relative of Chromium that has none of its own here reads another's.
@@ -17,17 +21,9 @@ class Browser(NamedTuple):
     extensions: Optional[str] = None
 
 
-BROWSERS = (
-    Browser("Chrome", "chromium", "google-chrome/NativeMessagingHosts", "/etc/opt/chrome/native-messaging-hosts",
-            "/etc/opt/chrome/policies/managed", "/usr/share/google-chrome/extensions"),
-    Browser("Chromium", "chromium", "chromium/NativeMessagingHosts", "/etc/chromium/native-messaging-hosts",
-            "/etc/chromium/policies/managed", "/usr/share/chromium/extensions"),
-    Browser("Edge", "chromium", "microsoft-edge/NativeMessagingHosts", "/etc/opt/edge/native-messaging-hosts",
-            "/etc/opt/edge/policies/managed"),
-    Browser("Brave", "chromium", "BraveSoftware/Brave-Browser/NativeMessagingHosts"),
-    Browser("Vivaldi", "chromium", "vivaldi/NativeMessagingHosts"),
-    Browser("Firefox", "firefox", ".mozilla/native-messaging-hosts", "/usr/lib/mozilla/native-messaging-hosts",
-            "/etc/firefox/policies"),
+BROWSERS = tuple(
+    Browser(**row)
+    for row in json.loads((pathlib.Path(__file__).parent / "browsers.json").read_text(encoding="utf-8"))["browsers"]
 )
 
 

@@ -73,6 +73,9 @@ class DigitalSignatureUtilPkcs11 : public DigitalSignatureUtil {
   std::vector<Bytes> readAttributes(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
                                     std::span<const CK_ATTRIBUTE_TYPE> types);
 
+  /// The first entry of the domain list that covers the page's host name, or null.
+  [[nodiscard]] const std::string* coveringEntry() const;
+
   // Where a failure becomes error state.
 
   /// True for `CKR_OK`, the return value of a PKCS#11 call; any other is recorded by `fail`.
@@ -90,7 +93,6 @@ class DigitalSignatureUtilPkcs11 : public DigitalSignatureUtil {
   // PageAuthorization.cpp
   bool verifyDomains(SECKEYPublicKeyStr& key);
   void setDomainsSignatureError(const char* fallbackMessage);
-  bool coversCurrentDomain();
 
   // CertificateListing.cpp, CertificateRetrieval.cpp
   std::string listSigningCertificates(CK_SESSION_HANDLE session);

@@ -33,7 +33,7 @@ bool DigitalSignatureUtilPkcs11::IsAuthorized() {
   key->keyType = rsaKey;
   authorizationChecked = true;
   if (verifyDomains(*key)) {
-    authorized = coversCurrentDomain();
+    authorized = coveringEntry() != nullptr;
     if (!authorized) {
       lastError = service_error::kDomainNotAuthorized;
     }
@@ -73,11 +73,13 @@ void DigitalSignatureUtilPkcs11::setDomainsSignatureError(const char* fallbackMe
   }
 }
 
-bool DigitalSignatureUtilPkcs11::coversCurrentDomain() {
-  return std::any_of(domainList.begin(), domainList.end(), [this](const std::string& entry) {
-    // A plain suffix test on the first occurrence, on purpose: there is no dot boundary, and an
-    // entry that also occurs earlier in the host name does not match.
-    const std::size_t first = currentDomain.find(entry);
-    return first != std::string::npos && first + entry.size() == currentDomain.size();
-  });
+const std::string* DigitalSignatureUtilPkcs11::coveringEntry() const {
+  const auto covering =
+      std::find_if(domainList.begin(), domainList.end(), [this](const std::string& entry) {
+        // A plain suffix test on the first occurrence, on purpose: there is no dot boundary, and an
+        // entry that also occurs earlier in the host name does not match.
+        const std::size_t first = currentDomain.find(entry);
+        return first != std::string::npos && first + entry.size() == currentDomain.size();
+      });
+  return covering != domainList.end() ? &*covering : nullptr;
 }

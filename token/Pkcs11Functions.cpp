@@ -8,7 +8,7 @@ namespace {
 /// module, written in C++, lets an exception out: nothing thrown there goes further.
 template <typename Function, typename... Arguments>
 CK_RV forward(Function CK_FUNCTION_LIST::*function, Arguments... arguments) {
-  const Function target = tokenFunctions().*function;
+  const Function target = tokenModule().functions.*function;
   try {
     return target != nullptr ? target(arguments...) : CKR_GENERAL_ERROR;
   } catch (...) {
@@ -28,6 +28,16 @@ CK_RV C_Finalize(CK_VOID_PTR reserved) { return forward(&CK_FUNCTION_LIST::C_Fin
 
 CK_RV C_GetSlotList(CK_BBOOL tokenPresent, CK_SLOT_ID_PTR slots, CK_ULONG_PTR count) {
   return forward(&CK_FUNCTION_LIST::C_GetSlotList, tokenPresent, slots, count);
+}
+
+CK_RV C_GetInfo(CK_INFO_PTR info) { return forward(&CK_FUNCTION_LIST::C_GetInfo, info); }
+
+CK_RV C_GetSlotInfo(CK_SLOT_ID slot, CK_SLOT_INFO_PTR info) {
+  return forward(&CK_FUNCTION_LIST::C_GetSlotInfo, slot, info);
+}
+
+CK_RV C_GetTokenInfo(CK_SLOT_ID slot, CK_TOKEN_INFO_PTR info) {
+  return forward(&CK_FUNCTION_LIST::C_GetTokenInfo, slot, info);
 }
 
 CK_RV C_OpenSession(CK_SLOT_ID slot, CK_FLAGS flags, CK_VOID_PTR application, CK_NOTIFY notify,

@@ -16,6 +16,9 @@ struct Entry {
   const char* name;
   Function CK_FUNCTION_LIST::*function;
 };
+// Clang needs it said before version 17.
+template <typename Function>
+Entry(const char*, Function CK_FUNCTION_LIST::*) -> Entry<Function>;
 
 /// What signing needs of a module.
 constexpr std::tuple kNeeded{
@@ -34,13 +37,21 @@ constexpr std::tuple kNeeded{
     Entry{"C_Sign", &CK_FUNCTION_LIST::C_Sign},
 };
 
-/// The needed functions, each as `find` gives it for its entry; nothing when one is null.
+/// What only tells about the module, its readers and its tokens.
+constexpr std::tuple kInforming{
+    Entry{"C_GetInfo", &CK_FUNCTION_LIST::C_GetInfo},
+    Entry{"C_GetSlotInfo", &CK_FUNCTION_LIST::C_GetSlotInfo},
+    Entry{"C_GetTokenInfo", &CK_FUNCTION_LIST::C_GetTokenInfo},
+};
+
+/// The functions, each as `find` gives it for its entry; nothing when a needed one is null.
 template <typename Find>
 std::optional<CK_FUNCTION_LIST> collect(Find find) {
   CK_FUNCTION_LIST functions{};
   const auto take = [&](const auto& entry) {
     return (functions.*entry.function = find(entry)) != nullptr;
   };
+  std::apply([&](const auto&... entry) { (take(entry), ...); }, kInforming);
   const bool complete =
       std::apply([&](const auto&... entry) { return (take(entry) && ...); }, kNeeded);
   return complete ? std::optional(functions) : std::nullopt;
@@ -87,10 +98,6 @@ std::string modulePath() {
   return chosen != nullptr && *chosen != '\0' ? chosen : DEFAULT_PKCS11_MODULE;
 }
 
-void complain(const std::string& reason) {
-  static_cast<void>(std::fprintf(stderr, "signing-host: %s\n", reason.c_str()));
-}
-
 /// A C++ runtime's part for exceptions gets ready at its first throw. A module that is linked with
 /// a runtime of its own throws through that one, and the host's must be ready to catch.
 void readyToCatch() {
@@ -100,32 +107,39 @@ void readyToCatch() {
   }
 }
 
-CK_FUNCTION_LIST load() {
-  const std::string path = modulePath();
-  if (path.empty()) {
-    complain("no PKCS#11 module is configured");
-    return {};
+TokenModule load() {
+  TokenModule module{modulePath(), "", {}};
+  if (module.path.empty()) {
+    module.fault = "no PKCS#11 module is configured";
+    return module;
   }
   readyToCatch();
-  void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (module == nullptr) {
+  void* library = dlopen(module.path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (library == nullptr) {
     const char* reason = dlerror();  // NOLINT(concurrency-mt-unsafe): the host has one thread
-    complain(std::string("the PKCS#11 module cannot be loaded: ") + reason);
-    return {};
+    module.fault = std::string("the PKCS#11 module cannot be loaded: ") + reason;
+    return module;
   }
   for (const auto bind : {exportedNames, functionList}) {
-    if (const std::optional<CK_FUNCTION_LIST> functions = bind(module)) {
-      return *functions;
+    if (const std::optional<CK_FUNCTION_LIST> functions = bind(library)) {
+      module.functions = *functions;
+      return module;
     }
   }
-  complain(path + " lacks PKCS#11 functions that signing needs");
-  dlclose(module);
-  return {};
+  module.fault = module.path + " lacks PKCS#11 functions that signing needs";
+  dlclose(library);
+  return module;
 }
 
 }  // namespace
 
-const CK_FUNCTION_LIST& tokenFunctions() {
-  static const CK_FUNCTION_LIST functions = load();
-  return functions;
+const TokenModule& tokenModule() {
+  static const TokenModule module = [] {
+    TokenModule loaded = load();
+    if (!loaded.fault.empty()) {
+      static_cast<void>(std::fprintf(stderr, "signing-host: %s\n", loaded.fault.c_str()));
+    }
+    return loaded;
+  }();
+  return module;
 }

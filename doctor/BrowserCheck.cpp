@@ -1,0 +1,126 @@
+#include "doctor/BrowserCheck.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
+
+#include "CatalogueTexts.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string environment(const char* name) {
+  const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): one thread
+  return value != nullptr ? value : "";
+}
+
+/// The text of a member; empty where there is none.
+std::string member(const JSONNode& object, const char* name) {
+  const auto found = object.find(name);
+  return found == object.end() ? "" : found->as_string();
+}
+
+bool isInstalled(const JSONNode& browser) {
+  const JSONNode& programs = browser.at("programs");
+  return std::any_of(programs.begin(), programs.end(), [](const JSONNode& program) {
+    std::istringstream folders(environment("PATH"));
+    for (std::string folder; std::getline(folders, folder, ':');) {
+      if (access((fs::path(folder) / program.as_string()).c_str(), X_OK) == 0) {
+        return true;
+      }
+    }
+    return false;
+  });
+}
+
+bool isFirefox(const JSONNode& browser) { return member(browser, "kind") == "firefox"; }
+
+fs::path userFolder(const JSONNode& browser) {
+  const fs::path home = environment("HOME");
+  const std::string folder = member(browser, "user_hosts");
+  if (isFirefox(browser)) {
+    return home / folder;
+  }
+  const std::string config = environment("XDG_CONFIG_HOME");
+  return (config.empty() ? home / ".config" : fs::path(config)) / folder;
+}
+
+/// Where a browser looks for hosts of all users. Chrome's relatives that have no folder of their
+/// own look in Chrome's.
+std::string systemFolder(const JSONNode& browser) {
+  const std::string own = member(browser, "hosts");
+  return own.empty() ? "/etc/opt/chrome/native-messaging-hosts" : own;
+}
+
+/// The key of what is wrong with a manifest; null when nothing is. Sets `host` to its path.
+const char* manifestFault(const fs::path& file, const JSONNode& browser, std::string& host) {
+  std::ifstream stream(file);
+  if (!stream) {
+    return "doctor.manifest.unreadable";
+  }
+  const std::string text(std::istreambuf_iterator<char>(stream), {});
+  JSONNode manifest;
+  try {
+    manifest = JSONWorker::parse(text);
+  } catch (const std::invalid_argument&) {
+    return "doctor.manifest.malformed";
+  }
+  const JSONNode& read = manifest;
+  host = member(read, "path");
+  const auto callers = read.find(isFirefox(browser) ? "allowed_extensions" : "allowed_origins");
+  if (member(read, "name") != HOST_NAME || member(read, "type") != "stdio" ||
+      callers == read.end() || callers->empty()) {
+    return "doctor.manifest.malformed";
+  }
+  if (!fs::path(host).is_absolute() || access(host.c_str(), X_OK) != 0 || fs::is_directory(host)) {
+    return "doctor.manifest.hostMissing";
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+std::set<std::string> checkBrowsers(Report& report) {
+  std::set<std::string> hosts;
+  bool anyBrowserServed = false;
+  const JSONNode table = JSONWorker::parse(kBrowsers);
+  for (const JSONNode& browser : table.at("browsers")) {
+    const std::string name = member(browser, "name");
+    bool served = false;
+    // The user's own manifest wins in every browser.
+    for (const fs::path& folder : {userFolder(browser), fs::path(systemFolder(browser))}) {
+      const fs::path file = folder / (HOST_NAME ".json");
+      std::error_code ignored;
+      if (!fs::exists(file, ignored)) {
+        continue;
+      }
+      std::string host;
+      const char* const fault = manifestFault(file, browser, host);
+      report.add(fault == nullptr ? Verdict::kOk : Verdict::kProblem, "manifest",
+                 fault == nullptr ? "doctor.manifest.ok" : fault,
+                 {{"browser", name}, {"path", file.native()}, {"host", host}});
+      if (fault == nullptr) {
+        hosts.insert(host);
+      }
+      served = true;
+      break;
+    }
+    anyBrowserServed = anyBrowserServed || served;
+    if (!served && isInstalled(browser)) {
+      report.add(Verdict::kProblem, "manifest", "doctor.manifest.missing",
+                 {{"browser", name}, {"path", systemFolder(browser)}});
+      anyBrowserServed = true;  // said already
+    }
+  }
+  if (!anyBrowserServed) {
+    report.add(Verdict::kProblem, "manifest", "doctor.manifest.none");
+  }
+  return hosts;
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdio>
+#include <string_view>
+
+#include "doctor/Catalogue.h"
+#include "json/json.h"
+
+/// What a finding says about the place that was looked at.
+enum class Verdict {
+  kOk,
+  /// Worth knowing; nothing has to be done.
+  kNote,
+  /// Something has to be done before signing works.
+  kProblem,
+};
+
+/// The findings of one examination: a line each as soon as it is known, or one JSON object at the
+/// end, `{"ok": true, "findings": [{"area", "verdict", "key", "text"}]}`.
+class Report {
+ public:
+  struct Format {
+    bool json = false;
+    bool colours = false;
+  };
+
+  /// @param catalogue the words, and
+  /// @param stream where the report goes: both must outlive it
+  Report(const Catalogue& catalogue, std::FILE* stream, Format chosen);
+
+  /// Adds a finding in the words of a catalogue's key.
+  void add(Verdict verdict, std::string_view area, std::string_view key, TextValues values = {});
+  /// Prints what is printed at the end. True when there was no problem.
+  bool finish();
+
+  [[nodiscard]] const Catalogue& words() const { return texts; }
+
+ private:
+  const Catalogue& texts;
+  std::FILE* output;
+  Format format;
+  JSONNode findings;
+  bool allWell = true;
+};
