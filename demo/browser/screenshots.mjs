@@ -6,19 +6,18 @@
 import { mkdirSync, readFileSync, truncateSync, writeFileSync } from "node:fs";
 import path from "node:path";
 import { execFileSync } from "node:child_process";
-import { kDomainsKey, kExtension, makeHome, root, startChromium, startServer } from "../../tests/browser/support.mjs";
+import { extensionOf, kDomainsKey, makeHome, root, startChromium, startServer } from "../../tests/browser/support.mjs";
 
 const [folder, only] = process.argv.slice(2);
 if (!folder) throw new Error("usage: demo/browser/screenshots FOLDER [en|es]");
 mkdirSync(folder, { recursive: true });
 const undo = [];
 const t = { after: (one) => undo.push(one) };
-execFileSync(path.join(root, "operator/make-extension"), [kExtension]);
 
-async function open(language, homeOptions, extension = kExtension) {
+async function open(language, homeOptions) {
   const home = makeHome(t, homeOptions);
   const url = await startServer(t, path.join(root, "demo/browser/serve"), ["--port", "0", "--key", kDomainsKey]);
-  const browser = await startChromium(t, home, extension, { viewport: { width: 800, height: 760 } });
+  const browser = await startChromium(t, home, extensionOf(home.home, { pinEntry: "page" }), { viewport: { width: 800, height: 760 } });
   const page = await browser.newPage();
   await page.goto(`${url.trim()}?lang=${language}`);
   const picture = async (name) => {
