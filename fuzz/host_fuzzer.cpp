@@ -1,14 +1,18 @@
-// Any bytes on standard input of the whole host, in both modes, with the fake token behind it.
+// Any bytes on standard input of the whole host, in both modes, and any answers of its token.
 //
-// The first byte of an input chooses the framing, how far the conversation has come before the
-// bytes arrive, and the token. Answers must be whole messages, whatever was asked.
+// The first byte of an input chooses the framing and how far the conversation has come before the
+// bytes arrive; the next two are the length of what the token answers, which follows. The rest are
+// the bytes. The host's answers must be whole messages, whatever was asked.
 #include <nss.h>
+#include <pkcs11.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <map>
+#include <span>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -18,7 +22,6 @@
 #include "fuzz/Require.h"
 #include "host/Pkcs11NativeMessagingHost.h"
 #include "json/_internal/Source/MissingMember.h"
-#include "tests/fake_token/FakeToken.h"
 #include "tests/support/TestCertificate.h"
 
 // The host's own ends the process on purpose, which is no finding. Here the request loop swallows
@@ -29,48 +32,112 @@ void json_detail::missingMember(std::string_view /*name*/) {
 
 namespace {
 
-/// A file in memory that is written and read again for every input.
-class Stream {
- public:
-  void fill(std::string_view bytes) const {
-    clear();
-    require(pwrite(descriptor, bytes.data(), bytes.size(), 0) ==
-            static_cast<ssize_t>(bytes.size()));
-  }
-  std::string text() const {
-    std::string bytes(static_cast<std::size_t>(lseek(descriptor, 0, SEEK_CUR)), '\0');
-    require(pread(descriptor, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size()));
-    return bytes;
-  }
-  void clear() const { require(ftruncate(descriptor, 0) == 0 && lseek(descriptor, 0, 0) == 0); }
+/// What the token still answers. Where it ends, zeros follow: success, and nothing there.
+std::string_view answers;
+bool initialized = false;
+/// The certificate whose length was told last, by attribute; empty where there is none.
+std::map<CK_ATTRIBUTE_TYPE, std::string> chosen;
 
-  const int descriptor = memfd_create("stream", MFD_CLOEXEC);
-};
+/// Copies answers and zeros into `room` bytes.
+void take(void* place, std::size_t room) {
+  std::memset(place, 0, room);
+  answers.remove_prefix(answers.copy(static_cast<char*>(place), room));
+}
 
-struct World {
-  World() {
-    // Kept running, so that the services that come and go need not start it.
-    require(NSS_NoDB_Init(nullptr) == SECSuccess);
-    const std::string domains = "a.test|";
-    initialize = R"({"command":0,"signature":")" +
-                 test_support::signSha1(DOMAINS_PRIVATE_KEY, domains) + R"(","domains":")" +
-                 domains + R"(","currentDomain":"a.test","caSubjectNames":""})";
-    const std::string good = "certificate a1 hex " +
-                             test_support::hex(test_support::makeCertificate({})) +
-                             "\nkey a1\nsignature 16\n";
-    for (const char* misbehaviour :
-         {"", "fail C_Login 1 CKR_PIN_INCORRECT\n", "fail C_Sign 1 CKR_DEVICE_ERROR\n",
-          "slots none\n", "lie length CKA_VALUE read ones\n", "lie signature * 5000\n",
-          "fail C_FindObjects 2 CKR_HOST_MEMORY\n", "fail C_Initialize 1 CKR_GENERAL_ERROR\n"}) {
-      tokens.push_back(TokenScript::parse(good + misbehaviour));
-    }
+/// One byte, or what so many bytes say as it exceeds 247.
+CK_ULONG number() {
+  std::uint8_t first = 0;
+  take(&first, 1);
+  CK_ULONG value = first;
+  if (first > 247) take(&value, first - 247U);
+  return value;
+}
+
+CK_RV answer() {
+  require(initialized, "only an initialised library is asked");
+  return number();
+}
+
+void give(CK_ATTRIBUTE& attribute) {
+  static const std::string kCertificates[]{
+      test_support::makeCertificate({}), test_support::makeCertificate({.notAfter = -60}),
+      test_support::makeCertificate({.subject = {{"emailAddress", "a@b.test"}}, .extensions = {}})};
+  std::string& certificate = chosen[attribute.type];
+  if (attribute.pValue == nullptr) {
+    const CK_ULONG choice = number();
+    certificate = choice < std::size(kCertificates) ? kCertificates[choice] : "";
+    attribute.ulValueLen = certificate.empty() ? number() : certificate.size();
+    return;
   }
+  take(attribute.pValue, certificate.empty() ? attribute.ulValueLen : 0);
+  certificate.copy(static_cast<char*>(attribute.pValue), attribute.ulValueLen);
+  if (const CK_ULONG lie = number(); lie != 0) attribute.ulValueLen = lie;
+}
 
-  std::string initialize;
-  std::vector<TokenScript> tokens;
-  Stream input;
-  Stream output;
-};
+}  // namespace
+
+extern "C" {
+CK_RV C_Initialize(void* /*arguments*/) {
+  const CK_RV value = number();
+  initialized = initialized || value == CKR_OK;
+  return value;
+}
+CK_RV C_Finalize(void* /*reserved*/) {
+  const CK_RV value = answer();
+  initialized = false;
+  return value;
+}
+CK_RV C_GetSlotList(CK_BBOOL /*present*/, CK_SLOT_ID_PTR slots, CK_ULONG_PTR count) {
+  for (CK_ULONG at = 0; slots != nullptr && at < *count; ++at) slots[at] = number();
+  *count = number();
+  return answer();
+}
+CK_RV C_OpenSession(CK_SLOT_ID /*slot*/, CK_FLAGS /*flags*/, void* /*application*/,
+                    CK_NOTIFY /*notify*/, CK_SESSION_HANDLE_PTR session) {
+  *session = number();
+  return answer();
+}
+CK_RV C_CloseSession(CK_SESSION_HANDLE /*session*/) { return answer(); }
+CK_RV C_Login(CK_SESSION_HANDLE /*session*/, CK_USER_TYPE /*user*/, CK_UTF8CHAR_PTR /*pin*/,
+              CK_ULONG /*length*/) {
+  return answer();
+}
+CK_RV C_Logout(CK_SESSION_HANDLE /*session*/) { return answer(); }
+CK_RV C_FindObjectsInit(CK_SESSION_HANDLE /*session*/, CK_ATTRIBUTE_PTR /*wanted*/,
+                        CK_ULONG /*n*/) {
+  return answer();
+}
+CK_RV C_FindObjects(CK_SESSION_HANDLE /*session*/, CK_OBJECT_HANDLE_PTR object,
+                    CK_ULONG /*maximum*/, CK_ULONG_PTR count) {
+  *object = number();
+  *count = number();
+  return answer();
+}
+CK_RV C_FindObjectsFinal(CK_SESSION_HANDLE /*session*/) { return answer(); }
+CK_RV C_GetAttributeValue(CK_SESSION_HANDLE /*session*/, CK_OBJECT_HANDLE /*object*/,
+                          CK_ATTRIBUTE_PTR attributes, CK_ULONG count) {
+  for (CK_ATTRIBUTE& attribute : std::span(attributes, count)) give(attribute);
+  return answer();
+}
+CK_RV C_SignInit(CK_SESSION_HANDLE /*session*/, CK_MECHANISM_PTR /*mechanism*/,
+                 CK_OBJECT_HANDLE /*key*/) {
+  return answer();
+}
+CK_RV C_Sign(CK_SESSION_HANDLE /*session*/, CK_BYTE_PTR /*data*/, CK_ULONG /*length*/,
+             CK_BYTE_PTR signature, CK_ULONG_PTR length) {
+  const CK_ULONG own = number();
+  take(signature, std::min(own, *length));
+  *length = own;
+  return answer();
+}
+}  // extern "C"
+
+namespace {
+
+std::string initializeRequest() {
+  return R"({"command":0,"signature":")" + test_support::signSha1(DOMAINS_PRIVATE_KEY, "a.test|") +
+         R"(","domains":"a.test|","currentDomain":"a.test","caSubjectNames":""})";
+}
 
 std::string frame(std::string_view text) {
   const auto length = static_cast<std::uint32_t>(text.size());
@@ -98,25 +165,31 @@ bool isConversation(std::string_view bytes, bool websocketMode) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const World world;
-  if (size == 0) return 0;
-  const unsigned choice = *data;
-  const bool websocketMode = (choice & 1U) != 0;
-  const bool framed = (choice & 2U) == 0;  // The bytes are lines; else they are taken raw.
-  FakeToken::instance().reset();
-  FakeToken::instance().current = world.tokens[(choice >> 2U) & 7U];
+  static const bool started = NSS_NoDB_Init(nullptr) == SECSuccess;
+  static const std::string initialize = initializeRequest();
+  // Files in memory that are written and read again for every input.
+  static const int input = memfd_create("input", MFD_CLOEXEC);
+  static const int output = memfd_create("output", MFD_CLOEXEC);
+  require(started);
+  if (size < 3) return 0;
+  const bool websocketMode = (data[0] & 1U) != 0;
+  const bool framed = (data[0] & 2U) == 0;  // The bytes are lines; else they are taken raw.
+  const std::string_view all(reinterpret_cast<const char*>(data), size);
+  answers = all.substr(3, data[1] + 256U * data[2]);
+  const std::string_view bytes = all.substr(3 + answers.size());
+  initialized = false;
   gPines.clear();
 
   std::string conversation;
   const auto say = [&](std::string_view text) {
     conversation += websocketMode ? std::string(text) + "\n" : frame(text);
   };
-  if ((choice & 32U) != 0) say(world.initialize);
-  if ((choice & 64U) != 0) {  // A PIN that the registry gets with the next request for the token.
+  if ((data[0] & 4U) != 0) say(initialize);
+  if ((data[0] & 8U) != 0) {  // A PIN that the registry gets with the next request for the token.
+    gPines["Certificado ZORAL"];
     say(R"({"command":5,"certId":"oQ==","digest":"AAECAwQFBgcICQoLDA0ODw=="})");
     say(R"({"command":3,"pin":"1234"})");
   }
-  const std::string_view bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
   if (websocketMode || !framed) {
     conversation += bytes;
   } else {
@@ -125,10 +198,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   if (websocketMode) conversation += "\n{\"command\":1}\n";  // Only this ends it.
 
-  world.input.fill(conversation);
-  world.output.clear();
-  MessageChannel channel(world.input.descriptor, world.output.descriptor, nullptr);
+  for (const int stream : {input, output}) {
+    require(ftruncate(stream, 0) == 0 && lseek(stream, 0, SEEK_SET) == 0);
+  }
+  require(pwrite(input, conversation.data(), conversation.size(), 0) ==
+          static_cast<ssize_t>(conversation.size()));
+  MessageChannel channel(input, output, nullptr);
   Pkcs11NativeMessagingHost(websocketMode, channel).Execute();
-  require(isConversation(world.output.text(), websocketMode));
+  std::string told(static_cast<std::size_t>(lseek(output, 0, SEEK_CUR)), '\0');
+  require(pread(output, told.data(), told.size(), 0) == static_cast<ssize_t>(told.size()));
+  require(isConversation(told, websocketMode));
   return 0;
 }
