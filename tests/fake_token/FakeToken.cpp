@@ -1,5 +1,39 @@
-#include "tests/fake_token/FakeToken.h"
-
+// A PKCS#11 module that does what a script says and logs every call.
+//
+// The script is the file that FAKE_TOKEN_SCRIPT names, read at every C_Initialize; occurrences are
+// counted on while its text stays the same. One statement a line, words separated by spaces,
+// numbers as in C with -1 for all ones; an occurrence N counts from 1, `*` is every one of them.
+//
+//     slots 7 9                         slots with a token; `slots none`; default: slot 1
+//     pin 1234                          the right PIN; `pin *`: any PIN is
+//     certificate 01ab hex 3082...      id and value; either may be `-` (empty)
+//     key 01ab                          private key, found after a login; its signatures are a
+//                                       pattern over the data
+//     signature 4096                    length of signatures; default 256
+//     accept second C_Initialize        default: CKR_CRYPTOKI_ALREADY_INITIALIZED
+//     fail C_Sign N 0x30                returns this and does nothing
+//     throw C_Sign N                    lets an exception out
+//     exhaust C_Sign N                  allocates too much, catches that: CKR_HOST_MEMORY
+//     hang C_Sign N                     never returns
+//     fork C_Sign N                     goes on in this process and in a child
+//     print C_Login N word              on standard output during the call
+//     exit C_Sign N 3                   ends the process with this status
+//     crash C_Sign N                    ends it with a segmentation fault
+//     lie slots N 1000                  count of slots at the Nth C_GetSlotList
+//     lie found N 5                     count of objects at the Nth C_FindObjects
+//     lie signature N 5000              length of the signature at the Nth C_Sign
+//     lie search 1000                   a search goes on until so many objects were given
+//     lie length 17 asked 0             length of this attribute of the object listed first, when
+//                                       `asked` (null buffer), `read` (buffer) or `both`
+//
+// The log is appended to the file that FAKE_TOKEN_LOG names. A line is the function, its arguments
+// in their order, "->", the return value and what was given back. Of a pointer only tells "set" or
+// "null"; bytes that go in are told in hexadecimal:
+//
+//     C_GetSlotList 1 null 10 -> 0 1
+//     C_FindObjectsInit 5 0=0100000000000000 128=0000000000000000 -> 0
+//     C_GetAttributeValue 5 2 258=null:0 17=set:811 -> 0 258:1 17:811
+#include <pkcs11.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,106 +42,356 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <new>
+#include <optional>
+#include <span>
+#include <sstream>
 #include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
-FakeToken& FakeToken::instance() {
-  static FakeToken token;
-  return token;
+#include "tests/support/Hex.h"
+
+namespace {
+
+using Words = std::vector<std::string>;
+using Object = std::map<CK_ATTRIBUTE_TYPE, std::string>;
+
+/// The one session that there can be.
+constexpr CK_SESSION_HANDLE kSession = 5;
+
+std::string script;
+std::vector<Words> statements;
+std::vector<Object> objects;
+std::map<std::string, unsigned long> occurrences;
+bool initialized = false;
+bool sessionOpen = false;
+bool loggedIn = false;
+std::vector<CK_OBJECT_HANDLE> found;  ///< what is left of the search
+
+CK_ULONG number(const std::string& word) { return std::stoul(word, nullptr, 0); }
+
+std::string bytesOf(CK_ULONG value) { return {reinterpret_cast<char*>(&value), sizeof value}; }
+
+std::string unhex(const std::string& word) {
+  std::string bytes;
+  for (std::size_t at = 0; word != "-" && at < word.size(); at += 2) {
+    bytes += static_cast<char>(std::stoul(word.substr(at, 2), nullptr, 16));
+  }
+  return bytes;
 }
 
-void FakeToken::script(std::string_view text) {
-  current = TokenScript::parse(text);
-  currentText = text;
-  occurrences.clear();
-}
-
-std::vector<std::string> FakeToken::calls() const {
-  std::vector<std::string> names;
-  for (const std::string& line : lines) names.push_back(line.substr(0, line.find(' ')));
-  return names;
-}
-
-std::optional<std::string> FakeToken::wanted(const char* verb, const std::string& what) const {
-  for (const TokenScript::Words& words : current.after({verb, what})) {
-    if (words.at(0) == "*" || number(words[0]) == occurrences.at(what)) {
-      return words.size() > 1 ? words[1] : "";
+void readScript() {
+  const char* path = std::getenv("FAKE_TOKEN_SCRIPT");
+  std::ifstream file(path == nullptr ? "" : path);
+  if (std::string text{std::istreambuf_iterator<char>(file), {}}; text != script) {
+    script = std::move(text);
+    statements.clear();
+    objects.clear();
+    occurrences.clear();
+    std::istringstream lines(script);
+    for (std::string line; std::getline(lines, line);) {
+      std::istringstream words(line);
+      const Words& all = statements.emplace_back(std::istream_iterator<std::string>(words),
+                                                 std::istream_iterator<std::string>());
+      if (line.starts_with("certificate ")) {
+        objects.push_back({{CKA_CLASS, bytesOf(CKO_CERTIFICATE)},
+                           {CKA_CERTIFICATE_TYPE, bytesOf(CKC_X_509)},
+                           {CKA_ID, unhex(all.at(1))},
+                           {CKA_VALUE, unhex(all.at(3))}});
+      } else if (line.starts_with("key ")) {
+        objects.push_back({{CKA_CLASS, bytesOf(CKO_PRIVATE_KEY)}, {CKA_ID, unhex(all.at(1))}});
+      }
     }
   }
-  return std::nullopt;
 }
 
-std::optional<CK_RV> FakeToken::beginCall(const std::string& function,
-                                          const std::string& arguments) {
-  ++occurrences[function];
-  if (const auto text = wanted("print", function)) {
-    std::printf("%s\n", text->c_str());
-    std::fflush(stdout);
+/// What follows these words in the last statement that begins with them.
+std::optional<Words> said(const Words& beginning) {
+  std::optional<Words> rest;
+  for (const Words& words : statements) {
+    const auto [stop, at] =
+        std::mismatch(beginning.begin(), beginning.end(), words.begin(), words.end());
+    if (stop == beginning.end()) rest.emplace(at, words.end());
   }
-  if (const auto status = wanted("exit", function)) {
-    record(function + arguments + " -> exit");
-    _exit(static_cast<int>(number(*status)));
-  }
-  if (wanted("crash", function)) {
-    record(function + arguments + " -> crash");
-    std::signal(SIGSEGV, SIG_DFL);
-    std::raise(SIGSEGV);
-  }
-  while (wanted("hang", function)) pause();
-  if (wanted("fork", function)) fork();
-  if (wanted("throw", function)) {
-    record(function + arguments + " -> throw");
-    throw std::runtime_error("thrown by the fake token");
-  }
-  if (wanted("exhaust", function)) {
-    try {
-      std::string().resize(std::size_t{1} << 61U);
-    } catch (const std::bad_alloc&) {
-      return CKR_HOST_MEMORY;
-    }
-  }
-  if (const auto value = wanted("fail", function)) return number(*value);
-  return std::nullopt;
+  return rest;
 }
 
-CK_ULONG FakeToken::countToTell(const std::string& what, CK_ULONG count) {
+std::string setting(const std::string& name, const std::string& otherwise) {
+  const auto words = said({name});
+  return words ? words->at(0) : otherwise;
+}
+
+/// What a statement says of the present occurrence, if one is about it.
+std::optional<std::string> told(const std::string& verb, const std::string& what) {
+  auto words = said({verb, what, std::to_string(occurrences[what])});
+  if (!words) words = said({verb, what, "*"});
+  if (!words) return std::nullopt;
+  return words->empty() ? "" : words->front();
+}
+
+CK_ULONG countToTell(const std::string& what, CK_ULONG count) {
   ++occurrences[what];
-  const auto lie = wanted("lie", what);
+  const auto lie = told("lie", what);
   return lie ? number(*lie) : count;
 }
 
-void FakeToken::record(const std::string& line) {
-  if (!followsEnvironment) lines.push_back(line);
+std::vector<CK_SLOT_ID> slots() {
+  std::vector<CK_SLOT_ID> numbers;
+  for (const std::string& word : said({"slots"}).value_or(Words{"1"})) {
+    if (word != "none") numbers.push_back(number(word));
+  }
+  return numbers;
+}
+
+template <typename Pointer>
+std::string set(Pointer pointer) {
+  return pointer == nullptr ? "null" : "set";
+}
+
+/// The values, a space before each.
+template <typename... Values>
+std::string listed(const Values&... values) {
+  std::ostringstream text;
+  ((text << ' ' << values), ...);
+  return text.str();
+}
+
+/// One call: what the script wants of it, else `work`, which tells what it gives back.
+template <typename Work>
+CK_RV call(const std::string& function, const std::string& arguments, Work work) {
+  ++occurrences[function];
+  if (const auto text = told("print", function)) {
+    std::printf("%s\n", text->c_str());
+    std::fflush(stdout);
+  }
+  if (const auto status = told("exit", function)) _exit(static_cast<int>(number(*status)));
+  if (told("crash", function)) {
+    std::signal(SIGSEGV, SIG_DFL);
+    std::raise(SIGSEGV);
+  }
+  while (told("hang", function)) pause();
+  if (told("fork", function)) fork();
+  std::string given;
+  auto forced = told("fail", function);
+  if (told("exhaust", function)) {
+    try {
+      std::string().resize(std::size_t{1} << 61U);
+    } catch (const std::bad_alloc&) {
+      forced = std::to_string(CKR_HOST_MEMORY);
+    }
+  }
+  const bool throws = told("throw", function).has_value();
+  const CK_RV value = forced ? number(*forced) : throws ? CKR_OK : work(given);
   if (const char* path = std::getenv("FAKE_TOKEN_LOG")) {
-    std::ofstream(path, std::ios::app) << line << '\n';
+    std::ofstream(path, std::ios::app)
+        << function << arguments << " ->" << listed(value) << given << '\n';
   }
+  if (throws) throw std::runtime_error("thrown by the fake token");
+  return value;
 }
 
-void FakeToken::readEnvironment() noexcept {
-  const char* path = std::getenv("FAKE_TOKEN_SCRIPT");
-  followsEnvironment = path != nullptr;
-  if (!followsEnvironment) return;
-  std::ifstream file(path);
-  const std::string text{std::istreambuf_iterator<char>(file), {}};
-  if (text != currentText) script(text);
+/// A call on the session, which must be open.
+template <typename Work>
+CK_RV onSession(const char* function, CK_SESSION_HANDLE session, const std::string& arguments,
+                Work work) {
+  return call(function, listed(session) + arguments, [&](std::string& given) -> CK_RV {
+    return sessionOpen && session == kSession ? work(given) : CKR_SESSION_HANDLE_INVALID;
+  });
 }
 
-const Attributes* FakeToken::object(CK_OBJECT_HANDLE handle) const {
-  return handle == 0 || handle > current.objects.size() ? nullptr : &current.objects[handle - 1];
+/// Gives one attribute as the standard's C_GetAttributeValue does, or as the script's lies want.
+CK_RV giveAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE& wanted) {
+  const auto own = objects[object - 1].find(wanted.type);
+  const CK_ULONG room = std::exchange(wanted.ulValueLen, CK_UNAVAILABLE_INFORMATION);
+  if (own == objects[object - 1].end()) return CKR_ATTRIBUTE_TYPE_INVALID;
+  const std::string& value = own->second;
+  std::optional<Words> lie;
+  for (const char* when : {"both", wanted.pValue == nullptr ? "asked" : "read"}) {
+    const auto words = said({"lie", "length", std::to_string(wanted.type), when});
+    if (object == 1 && words) lie = words;
+  }
+  if (wanted.pValue != nullptr) {
+    if (!lie && room < value.size()) return CKR_BUFFER_TOO_SMALL;
+    value.copy(static_cast<char*>(wanted.pValue), room);  // even a lie never writes outside
+  }
+  wanted.ulValueLen = lie ? number(lie->at(0)) : value.size();
+  return CKR_OK;
 }
 
-std::vector<CK_OBJECT_HANDLE> FakeToken::search(const Attributes& wanted) const {
-  std::vector<CK_OBJECT_HANDLE> found;
-  for (CK_OBJECT_HANDLE handle = 1; handle <= current.objects.size(); ++handle) {
-    const Attributes& attributes = *object(handle);
-    const bool isPrivate = !attributes.contains(CKA_VALUE);
-    const bool matches =
-        std::includes(attributes.begin(), attributes.end(), wanted.begin(), wanted.end());
-    if (matches && (loggedIn || !isPrivate)) found.push_back(handle);
-  }
-  const CK_ULONG pretended = number(current.value({"lie", "search"}, "0"));
-  for (std::size_t at = 0; !found.empty() && found.size() < pretended; ++at) {
-    found.push_back(found[at]);
-  }
-  return found;
+}  // namespace
+
+#pragma GCC visibility push(default)
+extern "C" {
+
+CK_RV C_Initialize(CK_VOID_PTR arguments) {
+  readScript();
+  return call("C_Initialize", listed(set(arguments)), [](auto&) {
+    const bool again = std::exchange(initialized, true);
+    return again && !said({"accept"}) ? CKR_CRYPTOKI_ALREADY_INITIALIZED : CKR_OK;
+  });
 }
+
+CK_RV C_Finalize(CK_VOID_PTR reserved) {
+  return call("C_Finalize", listed(set(reserved)), [](auto&) {
+    initialized = sessionOpen = loggedIn = false;
+    return CKR_OK;
+  });
+}
+
+CK_RV C_GetSlotList(CK_BBOOL tokenPresent, CK_SLOT_ID_PTR list, CK_ULONG_PTR count) {
+  const std::string text = listed(int{tokenPresent}, set(list), *count);
+  return call("C_GetSlotList", text, [&](auto& given) {
+    const std::vector<CK_SLOT_ID> own = slots();
+    const bool tooSmall = list != nullptr && *count < own.size();
+    if (list != nullptr && !tooSmall) std::copy(own.begin(), own.end(), list);
+    *count = countToTell("slots", own.size());
+    given = listed(*count);
+    return tooSmall ? CKR_BUFFER_TOO_SMALL : CKR_OK;
+  });
+}
+
+CK_RV C_OpenSession(CK_SLOT_ID slot, CK_FLAGS flags, CK_VOID_PTR application, CK_NOTIFY notify,
+                    CK_SESSION_HANDLE_PTR session) {
+  const std::string text = listed(slot, flags, set(application), set(notify));
+  return call("C_OpenSession", text, [&](auto& given) {
+    const std::vector<CK_SLOT_ID> own = slots();
+    if (std::find(own.begin(), own.end(), slot) == own.end()) return CKR_SLOT_ID_INVALID;
+    *session = kSession;
+    sessionOpen = true;
+    given = listed(kSession);
+    return CKR_OK;
+  });
+}
+
+CK_RV C_CloseSession(CK_SESSION_HANDLE session) {
+  return onSession("C_CloseSession", session, "", [](auto&) {
+    sessionOpen = loggedIn = false;
+    return CKR_OK;
+  });
+}
+
+CK_RV C_Login(CK_SESSION_HANDLE session, CK_USER_TYPE user, CK_UTF8CHAR_PTR pin, CK_ULONG length) {
+  return onSession("C_Login", session, listed(user, length), [&](auto&) {
+    const std::string typed(reinterpret_cast<const char*>(pin), length);
+    const std::string right = setting("pin", "1234");
+    loggedIn = right == "*" || right == typed;
+    return loggedIn ? CKR_OK : CKR_PIN_INCORRECT;
+  });
+}
+
+CK_RV C_Logout(CK_SESSION_HANDLE session) {
+  return onSession("C_Logout", session, "", [](auto&) {
+    return std::exchange(loggedIn, false) ? CKR_OK : CKR_USER_NOT_LOGGED_IN;
+  });
+}
+
+CK_RV C_FindObjectsInit(CK_SESSION_HANDLE session, CK_ATTRIBUTE_PTR attributes, CK_ULONG count) {
+  std::string text;
+  Object wanted;
+  for (const auto& [type, bytes, length] : std::span(attributes, count)) {
+    wanted[type].assign(static_cast<const char*>(bytes), length);
+    text += listed(type) + "=" + test_support::hex(wanted[type]);
+  }
+  return onSession("C_FindObjectsInit", session, text, [&](auto&) {
+    found.clear();
+    for (CK_OBJECT_HANDLE handle = 1; handle <= objects.size(); ++handle) {
+      const Object& own = objects[handle - 1];
+      const bool matches = std::includes(own.begin(), own.end(), wanted.begin(), wanted.end());
+      if (matches && (loggedIn || own.contains(CKA_VALUE))) found.push_back(handle);
+    }
+    const auto pretended = said({"lie", "search"});
+    for (std::size_t at = 0; pretended && found.size() < number(pretended->at(0)); ++at) {
+      found.push_back(found.at(at));
+    }
+    return CKR_OK;
+  });
+}
+
+CK_RV C_FindObjects(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE_PTR handles, CK_ULONG maximum,
+                    CK_ULONG_PTR count) {
+  return onSession("C_FindObjects", session, listed(maximum), [&](auto& given) {
+    const CK_ULONG next = std::min<CK_ULONG>(maximum, found.size());
+    for (CK_ULONG at = 0; at < next; ++at) {
+      handles[at] = found[at];
+      given += listed(found[at]);
+    }
+    found.erase(found.begin(), found.begin() + static_cast<std::ptrdiff_t>(next));
+    *count = countToTell("found", next);
+    given = listed(*count) + given;
+    return CKR_OK;
+  });
+}
+
+CK_RV C_FindObjectsFinal(CK_SESSION_HANDLE session) {
+  return onSession("C_FindObjectsFinal", session, "", [](auto&) { return CKR_OK; });
+}
+
+CK_RV C_GetAttributeValue(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
+                          CK_ATTRIBUTE_PTR attributes, CK_ULONG count) {
+  std::string text = listed(object);
+  const std::span all(attributes, count);
+  for (const auto& [type, bytes, length] : all) {
+    text += listed(type) + "=" + set(bytes) + ":" + std::to_string(length);
+  }
+  return onSession("C_GetAttributeValue", session, text, [&](auto& given) {
+    if (object == 0 || object > objects.size()) return CKR_OBJECT_HANDLE_INVALID;
+    CK_RV result = CKR_OK;
+    for (CK_ATTRIBUTE& attribute : all) {
+      if (const CK_RV own = giveAttribute(object, attribute); own != CKR_OK) result = own;
+      given += listed(attribute.type) + ":" + std::to_string(attribute.ulValueLen);
+    }
+    return result;
+  });
+}
+
+CK_RV C_SignInit(CK_SESSION_HANDLE session, CK_MECHANISM_PTR mechanism, CK_OBJECT_HANDLE key) {
+  const std::string text =
+      listed(mechanism->mechanism, set(mechanism->pParameter), mechanism->ulParameterLen, key);
+  return onSession("C_SignInit", session, text,
+                   [](auto&) { return loggedIn ? CKR_OK : CKR_USER_NOT_LOGGED_IN; });
+}
+
+CK_RV C_Sign(CK_SESSION_HANDLE session, CK_BYTE_PTR data, CK_ULONG length, CK_BYTE_PTR signature,
+             CK_ULONG_PTR room) {
+  const std::string message(reinterpret_cast<const char*>(data), length);
+  const std::string text = listed(test_support::hex(message), set(signature), *room);
+  return onSession("C_Sign", session, text, [&](auto& given) {
+    const CK_ULONG own = number(setting("signature", "256"));
+    const bool tooSmall = *room < own;
+    *room = countToTell("signature", own);
+    given = listed(*room);
+    if (tooSmall) return CKR_BUFFER_TOO_SMALL;
+    for (CK_ULONG at = 0; at < own; ++at) {
+      signature[at] = static_cast<CK_BYTE>(at ^ (length == 0 ? 0U : data[at % length]));
+    }
+    return CKR_OK;
+  });
+}
+
+CK_RV C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR list) {
+  static CK_FUNCTION_LIST functions{};
+  functions.version = {2, 20};
+  functions.C_Initialize = C_Initialize;
+  functions.C_Finalize = C_Finalize;
+  functions.C_GetFunctionList = C_GetFunctionList;
+  functions.C_GetSlotList = C_GetSlotList;
+  functions.C_OpenSession = C_OpenSession;
+  functions.C_CloseSession = C_CloseSession;
+  functions.C_Login = C_Login;
+  functions.C_Logout = C_Logout;
+  functions.C_FindObjectsInit = C_FindObjectsInit;
+  functions.C_FindObjects = C_FindObjects;
+  functions.C_FindObjectsFinal = C_FindObjectsFinal;
+  functions.C_GetAttributeValue = C_GetAttributeValue;
+  functions.C_SignInit = C_SignInit;
+  functions.C_Sign = C_Sign;
+  *list = &functions;
+  readScript();
+  return call("C_GetFunctionList", "", [](auto&) { return CKR_OK; });
+}
+
+}  // extern "C"
+#pragma GCC visibility pop

@@ -106,7 +106,7 @@ TEST_P(Secrets, OnceInTheRegistryHoweverThePinWasTyped) {
     TokenHost host;
     script(host);
     sign(host, 11);
-    script(host, way == "wrong, then right" ? "fail C_Login 1 CKR_PIN_INCORRECT" : "");
+    script(host, way == "wrong, then right" ? "fail C_Login 1 0xA0" : "");
     for (const std::string& request : requests) host.process.ask(request);
     EXPECT_EQ(counts(host, pin), "1 1") << "pending";
     for (int signings = 0; signings < 3; ++signings) sign(host);
@@ -120,7 +120,7 @@ TEST_P(Secrets, OnceInTheRegistryHoweverThePinWasTyped) {
 
 TEST_P(Secrets, OnceWhenTypedAgainAfterARefusalAndNowhereWhenReplaced) {
   TokenHost host;
-  script(host, "fail C_Login 1 CKR_PIN_INCORRECT");
+  script(host, "fail C_Login 1 0xA0");
   sign(host, 11);
   for (int times = 0; times < 2; ++times) {
     host.process.ask(setPinRequest(pin));

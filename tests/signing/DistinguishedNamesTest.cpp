@@ -1,4 +1,4 @@
-#include "tests/signing/ServiceFixture.h"
+#include "tests/signing/Service.h"
 
 namespace {
 

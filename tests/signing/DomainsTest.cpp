@@ -1,8 +1,15 @@
-// Hostile page addresses and lists, each with the verdict that the rules give. Where that verdict
-// is a risk, docs/security.md says what the operator and the extension do about it.
+// Which pages a domain list lets use the token: hostile addresses and lists, each with the verdict
+// that the rules give, lists that nobody signed, and the key that verifies them. Where a verdict is
+// a risk, docs/security.md says what the operator and the extension do about it.
 #include <nss.h>
+#include <prerror.h>
 
-#include "tests/signing/ServiceFixture.h"
+#include <tuple>
+
+#include "signing/Base64.h"
+#include "signing/DomainListKey.h"
+#include "tests/signing/Service.h"
+#include "tests/support/TestCertificate.h"
 
 namespace {
 
@@ -64,9 +71,7 @@ const Case kCases[] = {
     {"no separator but the bar", "a.test,b.test", "https://b.test/", false},
 };
 
-class DomainAttack : public ServiceTest {};
-
-TEST_F(DomainAttack, EveryAddressGetsTheVerdictOfTheRules) {
+TEST(DomainAttack, EveryAddressGetsTheVerdictOfTheRules) {
   ASSERT_EQ(NSS_NoDB_Init(nullptr), SECSuccess);  // once, not for each service
   for (const Case& test : kCases) {
     SCOPED_TRACE(std::string(test.why) + ": " + test.domains + " for " + test.page);
@@ -74,16 +79,73 @@ TEST_F(DomainAttack, EveryAddressGetsTheVerdictOfTheRules) {
                     test.page);
     service.LoadDomains(test.domains);  // replaces the entries that the service began with
     EXPECT_LT(service.domainList.size(), 3U);
-    EXPECT_EQ(service.IsAuthorized(), test.authorized);
-    EXPECT_EQ(errorOf(service), test.authorized ? "0 0 " : "9 0 ");
+    for (const char* refusal : {"9 0 ", "0 0 "}) {  // the verdict is not explained again
+      EXPECT_EQ(service.IsAuthorized(), test.authorized);
+      EXPECT_EQ(service.error(), test.authorized ? "0 0 " : refusal);
+      gPines[kModule].invalid = true;  // and is final
+    }
     EXPECT_FALSE(service.InvalidDomainsSignature());
-    gPines[kModule].invalid = true;  // the verdict is final and not explained again
-    EXPECT_EQ(service.IsAuthorized(), test.authorized);
-    EXPECT_EQ(errorOf(service), "0 0 ");
     gPines.clear();
   }
-  // NSS refuses to shut down while an object of its is still held: nothing was left behind.
+  // NSS refuses to shut down while an object of its is still held: nothing was left over.
   EXPECT_EQ(NSS_Shutdown(), SECSuccess);
+}
+
+// Nothing but the operator's own signature over the very bytes opens the list.
+TEST(DomainAuthorization, NoOtherListIsBelievedAndTheVerdictIsExplainedOnce) {
+  const std::string domains = "a.test|b.test";
+  const std::string good = test_support::signSha1(DOMAINS_PRIVATE_KEY, domains);
+  std::string flipped = good;
+  flipped[10] = flipped[10] == 'A' ? 'B' : 'A';
+  const std::string kWrong = "10 -8182 VFY_VerifyData failed";
+  const std::string kUndecodable = "10 0 NSSBase64_DecodeBuffer failed";
+  const std::tuple<std::string, std::string, std::string> kAttempts[]{
+      {good, "A.test|b.test", kWrong}, {good, "", kWrong},
+      {flipped, domains, kWrong},      {good.substr(0, 100), domains, kWrong},
+      {"AA==", domains, kWrong},       {good + good, domains, kUndecodable},
+      {"!", domains, kUndecodable},    {"", domains, "10 -8187 NSSBase64_DecodeBuffer failed"}};
+  for (const auto& [signature, list, error] : kAttempts) {
+    SCOPED_TRACE(signature + " for " + list);
+    Service service(signature, list, "https://a.test/");
+    PR_SetError(0, 0);
+    EXPECT_FALSE(service.IsAuthorized());
+    EXPECT_EQ(service.error(), error);
+    gPines[kModule].pin = "";  // a PIN problem later on changes nothing
+    EXPECT_EQ(service.GetCertificateBase64("Aas="), "");
+    EXPECT_EQ(service.error(), "0" + error.substr(2));
+    EXPECT_TRUE(service.InvalidDomainsSignature());
+    gPines.clear();
+  }
+}
+
+TEST(DomainAuthorization, AWrongSignatureIsAttributedToThePinsFirst) {
+  Service service("AAAA", "a.test", "a.test");
+  Service undecodable("!", "a.test", "a.test");
+  for (const int code : {11, 5, 10}) {  // without a PIN it is missing, though it is invalid too
+    gPines["a"].pin = code == 11 ? "" : "1";
+    gPines["a"].invalid = code != 10;
+    EXPECT_FALSE(service.IsAuthorized());
+    EXPECT_EQ(service.error(),
+              std::to_string(code) + " -8182 " + (code == 10 ? "VFY_VerifyData failed" : ""));
+    EXPECT_EQ(service.InvalidDomainsSignature(), code == 10);
+    EXPECT_FALSE(undecodable.IsAuthorized());
+    EXPECT_EQ(undecodable.LastError(), code == 11 ? 10 : 0);  // final at once, whatever the PINs
+  }
+}
+
+TEST(DomainListKey, DecodesOnlyAnRsaPublicKeyAndDoesNotPointIntoTheInput) {
+  const ItemHandle der = decodeBase64(DigitalSignatureUtil::GetQuorinPublicKey());
+  ASSERT_TRUE(der);
+  ASSERT_EQ(der->len, 140U);
+  const PublicKeyHandle key = miSECKEY_DecodeDERPublicKey(*der);
+  ASSERT_TRUE(key);
+  for (unsigned int length = 0; length < der->len; ++length) {
+    EXPECT_FALSE(miSECKEY_DecodeDERPublicKey({siBuffer, der->data, length})) << length;
+  }
+  PORT_Memset(der->data, 0, der->len);
+  EXPECT_EQ(key->u.rsa.modulus.len, 128U);  // the leading zero byte is gone
+  const SECItem& exponent = key->u.rsa.publicExponent;
+  EXPECT_EQ(test_support::hex({reinterpret_cast<char*>(exponent.data), exponent.len}), "010001");
 }
 
 }  // namespace

@@ -1,0 +1,187 @@
+// What the token is asked, argument by argument, and what the page is told of its answers. Every
+// failing call is swept in FaultSweepTest.cpp.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "tests/host/TokenHost.h"
+#include "tests/support/TestCertificate.h"
+
+namespace {
+
+using nlohmann::json;
+using test_support::CertificateFields;
+using test_support::hex;
+using test_support::makeCertificate;
+
+std::string retrieveRequest(const std::string& certId) {
+  return json{{"command", 4}, {"certId", certId}}.dump();
+}
+
+std::string signRequest(const std::string& certId, const std::string& digest) {
+  return json{{"command", 5}, {"certId", certId}, {"digest", digest}}.dump();
+}
+
+std::string digestOf(std::size_t length) {
+  return test_support::base64(std::string(length, '\x5A'));
+}
+
+/// "code low-level message", and the result.
+std::string told(const json& answer) {
+  std::string text = std::to_string(answer.value("lastError", -1)) + " " +
+                     std::to_string(answer.value("lastLowLevelError", -1)) + " " +
+                     answer.value("errorMessage", "none");
+  for (const char* member : {"certificates", "certificate", "pkcs1"}) {
+    text += answer.value(member, "");
+  }
+  return text;
+}
+
+const std::string kOpening = " Initialize GetSlotList GetSlotList OpenSession";
+const std::string kFinding = kOpening + " FindObjectsInit FindObjects";
+const std::string kKeyFinding = kOpening + " Login FindObjectsInit FindObjects FindObjectsFinal";
+const std::string kClosing = " CloseSession Finalize";
+const std::string kFindEnd = " FindObjectsFinal" + kClosing;
+
+class Operations : public testing::Test {
+ protected:
+  Operations() { host.ask(kSignRequest); }  // asks for the PIN by the module's name
+
+  /// The answer of a service that knows a PIN and has no failure to remember.
+  json ask(const std::string& objects, const std::string& request) {
+    host.script(objects);
+    host.ask(setPinRequest("1234"));
+    host.ask(initializeRequest());
+    host.takeCalls();
+    return host.ask(request);
+  }
+
+  TokenHost host;
+  const std::string der = makeCertificate({});
+  const std::string certificate = "certificate a1 hex " + hex(der) + "\n";
+};
+
+TEST_F(Operations, AskTheTokenExactly) {
+  const std::string size = std::to_string(der.size());
+  const std::string find = "C_FindObjectsInit 5 0=0100000000000000 128=0000000000000000";
+  const auto sign = [](std::size_t length, const std::string& prefix) {
+    return std::pair(signRequest("oQ==", digestOf(length)),
+                     "C_Login 5 1 4 -> 0\nC_FindObjectsInit 5 0=0300000000000000 258=a1 -> 0\n"
+                     "C_FindObjects 5 1 -> 0 1 3\nC_FindObjectsFinal 5 -> 0\n"
+                     "C_SignInit 5 1 null 0 3 -> 0\nC_Sign 5 " +
+                         prefix + hex(std::string(length, '\x5A')) +
+                         " set 2048 -> 0 2048\nC_Logout 5 -> 0\n");
+  };
+  const std::pair<std::string, std::string> kCases[]{
+      {kListRequest, find +
+                         " -> 0\nC_FindObjects 5 1 -> 0 1 1\n"
+                         "C_GetAttributeValue 5 1 258=null:0 17=null:0 -> 0 258:0 17:1\n"
+                         "C_GetAttributeValue 5 1 258=set:0 17=set:1 -> 0 258:0 17:1\n"
+                         "C_FindObjects 5 1 -> 0 1 2\n"
+                         "C_GetAttributeValue 5 2 258=null:0 17=null:0 -> 0 258:1 17:" +
+                         size + "\nC_GetAttributeValue 5 2 258=set:1 17=set:" + size +
+                         " -> 0 258:1 17:" + size +
+                         "\nC_FindObjects 5 1 -> 0 0\nC_FindObjectsFinal 5 -> 0\n"},
+      {kRetrieveRequest,
+       find +
+           " 258=a1 -> 0\nC_FindObjects 5 1 -> 0 1 2\nC_GetAttributeValue 5 2 17=null:0 -> 0 17:" +
+           size + "\nC_GetAttributeValue 5 2 17=set:" + size + " -> 0 17:" + size +
+           "\nC_FindObjectsFinal 5 -> 0\n"},
+      sign(16, "3020300c06082a864886f70d020505000410"),
+      sign(20, "3021300906052b0e03021a05000414"),
+      sign(32, "3031300d060960864801650304020105000420")};
+  for (const auto& [request, log] : kCases) {
+    const json answer =
+        ask("slots 3 9\nsignature 2048\ncertificate - hex 00\n" + certificate + "key a1", request);
+    std::ifstream file(host.folder.file("log"));
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}),
+              "C_Initialize null -> 0\nC_GetSlotList 1 null 10 -> 0 2\n"
+              "C_GetSlotList 1 set 2 -> 0 2\nC_OpenSession 3 4 null null -> 0 5\n" +
+                  log + "C_CloseSession 5 -> 0\nC_Finalize null -> 0\n");
+    EXPECT_TRUE(told(answer).starts_with("0 0 ") && told(answer).size() > 30) << told(answer);
+  }
+}
+
+TEST_F(Operations, OnATokenThatLacksThingsOrLiesAndWithABadCertId) {
+  const std::string kNoSlot = "12 0 No se encontro ningun slot";
+  struct Row {
+    std::string objects;
+    std::string request;
+    std::string calls;
+    std::string error;
+  };
+  const Row kRows[]{
+      {"slots none", kListRequest, " Initialize GetSlotList Finalize", kNoSlot},
+      {"lie slots 2 0", kListRequest, " Initialize GetSlotList GetSlotList Finalize", kNoSlot},
+      {certificate + "lie length 17 asked 1048577", kListRequest,
+       kFinding + " GetAttributeValue FindObjects" + kFindEnd, "12 19 get attribute value"},
+      {certificate + "lie length 258 read 3", kListRequest,
+       kFinding + " GetAttributeValue GetAttributeValue FindObjects" + kFindEnd,
+       "12 336 get attribute value"},
+      {"key a1\ncertificate 01 hex 00", kRetrieveRequest, kFinding + kFindEnd, "0 0 "},
+      {certificate + "key 01", kSignRequest, kKeyFinding + " Logout" + kClosing, "0 0 "},
+      {"key a1\nlie signature 1 2049", kSignRequest,
+       kKeyFinding + " SignInit Sign Logout" + kClosing, "12 336 sign final"},
+      // Intended: only here the session stays open and the library initialised.
+      {"", retrieveRequest("!"), kOpening, "12 0 Invalid cert id base64"},
+      {"", retrieveRequest(""), kOpening, "12 0 Invalid cert id base64"}};
+  for (const auto& [objects, request, calls, error] : kRows) {
+    SCOPED_TRACE(objects.substr(objects.rfind('\n') + 1) + " " + request);
+    EXPECT_EQ(told(ask(objects, request)), error);
+    EXPECT_EQ(host.takeCalls(), calls);
+  }
+}
+
+TEST_F(Operations, BadSigningInputIsRefusedOnlyAfterTheLogin) {
+  std::vector<std::string> requests{signRequest("", digestOf(20)), signRequest("oQ==", ""),
+                                    signRequest("!", digestOf(20)), signRequest("oQ==", "!")};
+  for (const std::size_t length : {1U, 15U, 17U, 19U, 21U, 31U, 33U, 64U}) {
+    requests.push_back(signRequest("oQ==", digestOf(length)));
+  }
+  ask("key a1", kListRequest);
+  for (const std::string& request : requests) {
+    host.takeCalls();
+    // NSS itself faults only what is empty; its error then stays.
+    EXPECT_EQ(told(host.ask(request)), "3 -8187 ") << request;
+    EXPECT_EQ(host.takeCalls(), kOpening + " Login Logout" + kClosing) << request;
+  }
+}
+
+TEST_F(Operations, TheListingKeepsWhatCanSignNowInTheTokensOrder) {
+  const std::string longId(50, '\xAA');  // NSS breaks its base64 after 64 characters
+  const std::pair<std::string, CertificateFields> kCertificates[]{
+      {"01", {.subject = {{"CN", "a"}}}},
+      {"02", {.extensions = {{"keyUsage", "digitalSignature"}}}},
+      {"03", {.extensions = {{"keyUsage", "nonRepudiation"}}}},
+      {"04", {.notAfter = -60}},
+      {"05", {.subject = {{"CN", "b"}}, .extensions = {}}},
+      {"06", {.notBefore = 60}},
+      {"-", {}},
+      {hex(longId), {.subject = {{"CN", "\xC3\xA9|c"}}}}};  // the separator is not escaped
+  std::string objects = "certificate 07 hex 3003020101\ncertificate 08 hex -\nkey 01\n";
+  for (const auto& [id, fields] : kCertificates) {
+    objects += "certificate " + id + " hex " + hex(makeCertificate(fields)) + "\n";
+  }
+  EXPECT_EQ(told(ask(objects, kListRequest)),
+            "0 0 CN=Test Authority|CN=a|AQ==|CN=Test Authority|CN=b|BQ==|CN=Test Authority|"
+            "CN=\u00C3\u00A9|c|" +
+                nssBase64(longId));
+}
+
+TEST_F(Operations, APinProblemStopsEveryOperationBeforeTheToken) {
+  for (const int code : {11, 5}) {  // none is known yet, then a refused one
+    host.takeCalls();
+    for (const std::string& request : {kListRequest, kRetrieveRequest, kSignRequest}) {
+      const json answer = host.ask(request);
+      EXPECT_EQ(answer["lastError"], code);
+      EXPECT_EQ(answer["errorMessage"], "");
+    }
+    EXPECT_EQ(host.takeCalls(), "");
+    const std::string answer = code == 11 ? "161" : "162";
+    host.script("fail C_Login 1 " + answer);
+    host.ask(setPinRequest(answer));
+    EXPECT_EQ(told(host.ask(kSignRequest)), "5 " + answer + " Pin invalido para Certificado ZORAL");
+  }
+}
+
+}  // namespace

@@ -1,0 +1,132 @@
+// What of the service a conversation with the host cannot reach, or not under every sanitizer.
+#include <nss.h>
+#include <prerror.h>
+#include <sys/resource.h>
+
+#include "tests/signing/Service.h"
+
+namespace {
+
+using Util = DigitalSignatureUtil;
+using Names = std::vector<std::string>;
+
+/// An empty registry, and no token, before every test.
+class ServiceTest : public testing::Test {
+ protected:
+  ServiceTest() {
+    setenv("SIGNING_HOST_PKCS11_MODULE", "/nonexistent", 1);
+    gPines.clear();
+  }
+};
+
+std::string list(Util& service) { return service.ListCertificates(""); }
+std::string retrieve(Util& service) { return service.GetCertificateBase64("Aas="); }
+std::string sign(Util& service) { return service.SignPkcs1Base64("Aas=", "AA=="); }
+
+TEST_F(ServiceTest, ACodeSetWithTheAuthorisationStopsTheListingAlone) {
+  struct Doubtful : Service {
+    using Service::Service;
+    bool IsAuthorized() override { return (lastError = 7) != 0; }
+  } doubtful("", "", "");
+  EXPECT_EQ(list(doubtful), "");
+  EXPECT_EQ(doubtful.error(), "7 0 ");
+  EXPECT_EQ(retrieve(doubtful), "");
+  EXPECT_EQ(doubtful.error(), "12 5 C_Initialize failed");
+}
+
+TEST_F(ServiceTest, OnlyAPinThatMayBeRightGoesToTheToken) {
+  const std::tuple<std::string, bool, std::string> kCases[]{
+      {"", true, "11 0 No se ha definido el pin para Certificado ZORAL"},
+      {"12", true, "5 0 Pin invalido para Certificado ZORAL"},
+      {"12", false, "12 5 C_Login"}};
+  for (const auto& [pin, flagged, error] : kCases) {
+    Service service("", "", "");
+    PinInfoStruct& record = gPines[kModule];
+    record.pin = pin;
+    record.invalid = flagged;
+    record.retries = 7;
+    EXPECT_FALSE(service.Login(1));
+    EXPECT_EQ(service.error(), error);
+    EXPECT_EQ(record.invalid, flagged);
+    EXPECT_EQ(record.retries, error[0] == '5' ? 8 : 7);
+  }
+}
+
+TEST_F(ServiceTest, ThePinRegistryAnswersInKeyOrderAndQuestionsFillNothing) {
+  EXPECT_FALSE(Util::MissingPin() || Util::InvalidPin());
+  EXPECT_EQ(Util::InvalidPinRetries(kModule), 0);
+  EXPECT_TRUE(gPines.empty());
+  for (const char* module : {"b", "A", "a", "B"}) Util::SetPin(module, "");
+  Util::SetPin("a", "1234");
+  EXPECT_FALSE(InvalidPin());
+  gPines["b"].invalid = gPines["a"].invalid = true;  // "b" is missing and invalid at once
+  Util::SetPin("a", "1234");  // the same again: the token would only refuse it again
+  EXPECT_TRUE(Util::MissingPin() && Util::InvalidPin());
+  EXPECT_EQ(Util::InvalidPines(), (Names{"a", "b"}));
+  EXPECT_EQ(Util::MissingPines(), (Names{"A", "B", "b"}));
+  Util::SetPin("a", std::string("1234\0", 5));  // another PIN: they are no C strings
+  EXPECT_EQ(Util::InvalidPines(), (Names{"b"}));
+  Service("", "", "").ClearPin();
+  EXPECT_TRUE(gPines.empty());
+}
+
+TEST_F(ServiceTest, AReplacedOrDestroyedPinLeavesNoTrace) {
+  for (const std::string& pin : {std::string("87654321"), std::string(40, '7')}) {
+    alignas(PinInfoStruct) unsigned char storage[sizeof(PinInfoStruct)] = {};
+    auto* record = new (storage) PinInfoStruct();
+    record->pin = pin;
+    PinInfoStruct shorter;
+    shorter.pin = "1";
+    *record = shorter;
+    // The whole buffer that held the longer text, within the record or on the heap.
+    const std::string_view buffer(record->pin.data(), record->pin.capacity());
+    EXPECT_EQ(buffer.find(pin[1]), std::string_view::npos);
+    record->pin = pin.substr(0, 8);
+    record->~PinInfoStruct();
+    const std::string_view bytes(reinterpret_cast<const char*>(storage), sizeof storage);
+    EXPECT_EQ(bytes.find(pin.substr(0, 8)), std::string_view::npos);
+  }
+}
+
+TEST_F(ServiceTest, AnNsprErrorIsTakenWithItsTextAndAStaleOneToo) {
+  // NSS says nothing about a signature that is no base64: the old error stays.
+  Service service("!", "a.test", "a.test");
+  PR_SetError(-5, 0);
+  PR_SetErrorText(5, "hello");
+  EXPECT_FALSE(service.IsAuthorized());
+  EXPECT_EQ(service.error(), "10 -5 hello");
+}
+
+TEST_F(ServiceTest, NssIsStoppedOnlyByTheServiceThatStartedIt) {
+  auto service = std::make_unique<Service>("", "", "");
+  EXPECT_TRUE(Service("", "", "").IsInitialized());
+  EXPECT_FALSE(service->NeedConfigDir());
+  service.reset();
+  EXPECT_FALSE(NSS_IsInitialized());
+}
+
+/// Without a free descriptor NSS cannot load its own module.
+void runWithoutNss() {
+  const rlimit none{3, 3};
+  setrlimit(RLIMIT_NOFILE, &none);
+  Service service("", "", "");
+  EXPECT_FALSE(service.IsInitialized());
+  EXPECT_FALSE(service.IsAuthorized());
+  EXPECT_TRUE(service.NeedConfigDir());
+  EXPECT_EQ(service.error().substr(0, 8), "1 -5977 ");
+  EXPECT_NE(service.LastErrorMessage(), "");
+  for (const auto operation : {list, retrieve, sign}) {
+    service.lastError = 0;
+    EXPECT_EQ(operation(service), "");
+    EXPECT_EQ(service.LastError(), 1);
+  }
+  std::exit(testing::Test::HasFailure() ? 1 : 0);
+}
+
+TEST(ServiceDeathTest, WithoutNssNothingIsDone) {
+  if (SANITIZED != 0) GTEST_SKIP() << "the sanitizers need descriptors of their own";
+  testing::FLAGS_gtest_death_test_style = "threadsafe";  // in a process that never ran NSS
+  EXPECT_EXIT(runWithoutNss(), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
