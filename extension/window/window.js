@@ -84,6 +84,7 @@ function askPin(asks) {
   $("known").hidden = asks;
   $("pin").value = "";
   $(asks ? "pin" : "sign").focus();
+  document.activeElement.scrollIntoView({ block: "nearest" }); // what had the focus before does not move by itself
 }
 
 // ------------------------------------------------------------------------------------ the PIN
@@ -135,9 +136,9 @@ function setWorking(number) {
 
 function askAgain({ kind, count: refused }) {
   setWorking(0);
-  askPin(true);
   $("message").textContent = kind === "wrong-pin" ? texts.of("window.wrong-pin", { count: refused })
     : kind === "pin-not-tried" ? texts.of("window.same-pin") : texts.error(kind).summary;
+  askPin(true);
   arm();
 }
 

@@ -4,7 +4,10 @@ import { createHash, verify, X509Certificate } from "node:crypto";
 import { readFileSync } from "node:fs";
 import path from "node:path";
 import { test } from "node:test";
-import { call, connect, domainList, hostsOf, inPage, kPin, openPage, root, startChromium, startFirefox, until, untilHosts } from "./support.mjs";
+import { pageState } from "../../extension/page-state.js";
+import { readableOrigin } from "../../extension/shown.js";
+import { call, connect, domainList, extensionOf, hostsOf, inPage, kDomainsKey, kPin, makeHome, openPage, root, startChromium, startFirefox, startServer,
+  until, untilHosts } from "./support.mjs";
 
 const digestOf = (text) => createHash("sha256").update(text);
 const credentials = domainList("signer.localhost|other.localhost");
@@ -220,6 +223,27 @@ for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFiref
   });
 }
 
+for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFirefox]]) {
+  test(`${name}: the demo page as the example's operator has it`, { timeout: 120_000 }, async (t) => {
+    const home = makeHome(t);
+    const url = await startServer(t, path.join(root, "demo/browser/serve"), ["--port", "0", "--key", kDomainsKey]);
+    const browser = await start(t, home, extensionOf(home.home, {}));
+    const page = await browser.newPage();
+    await page.goto(`${url.trim()}?lang=es`);
+    const sign = () => page.evaluate(() => document.querySelector("#sign").click());
+    await until("the card is read", () => page.evaluate(() => document.querySelector(".certificate") !== null));
+    await sign();
+    const window = await theWindow(browser);
+    assert.match(await textOf(window, "#origin"), /^http:\/\/localhost:\d+$/);
+    await press(window, "Escape");
+    await noWindow(browser);
+    await until("the page can go on", () => page.evaluate(() => !document.querySelector("#sign").disabled));
+    await sign();
+    await agree(await theWindow(browser), kPin);
+    await until("the signature is good", () => page.evaluate(() => document.querySelector("#result").matches(".good:not([hidden])")));
+  });
+}
+
 test("for everybody", { timeout: 120_000 }, async (t) => {
   const axe = readFileSync(path.join(root, "tests/browser/node_modules/axe-core/axe.min.js"), "utf8");
   const { browser, page } = await openPage(t, startChromium, { operatorMembers });
@@ -250,9 +274,36 @@ test("for everybody", { timeout: 120_000 }, async (t) => {
   await agree(window, kPin);
   await outcome(page);
 
+  const strange = await browser.newPage();
+  await strange.goto(page.url());
+  await connect(strange, domainList("example.test"));
+  await assert.rejects(call(strange, "list"), { kind: "domain-not-authorised" });
   const popup = await browser.newPage();
   const extension = new URL(browser.serviceWorkers()[0].url()).host;
   await popup.goto(`chrome-extension://${extension}/popup/popup.html`);
   await popup.getByText("Found, protocol 1.1").waitFor();
+  await popup.getByText("This site is not in the list of domains that may use the card.").waitFor();
   await check(popup, "the popup");
+  const report = await popup.evaluate(() => new Promise((resolve) => {
+    navigator.clipboard.writeText = async (text) => resolve(text);
+    document.querySelector("#copy").click();
+  }));
+  assert.equal(JSON.parse(report).lastFailure.kind, "domain-not-authorised");
+  assert.doesNotMatch(report, /Núñez|a name of the page|123456|000000/);
+});
+
+test("an origin as people write it, and why a page is not served", () => {
+  const origins = {
+    "https://sign.example:8443": "https://sign.example:8443", "https://xn--caf-dma.example": "https://café.example",
+    "https://xn--80ak6aa92e.example:1": "https://аррӏе.example:1", "https://xn--n3h.example": "https://☃.example",
+    "https://xn--wgv71a119e.example": "https://日本語.example", "https://xn--99999999.example": "https://xn--99999999.example",
+  };
+  for (const [origin, readable] of Object.entries(origins)) assert.equal(readableOrigin(origin), readable);
+  const sites = ["https://*.pages.example/*", "http://localhost/*", "https://one.example:8443/*"];
+  const states = {
+    "https://a.pages.example/x": "served", "https://pages.example/": "served", "http://localhost:8080/": "served", "https://one.example:8443/": "served",
+    "https://one.example/": "not-listed", "https://badpages.example/": "not-listed", "http://a.pages.example/": "insecure", "about:blank": "no-web",
+  };
+  for (const [address, state] of Object.entries(states)) assert.equal(pageState(address, sites, true), state, address);
+  assert.equal(pageState("http://localhost/", sites, false), "no-answer");
 });
