@@ -1,0 +1,81 @@
+"""Domain lists are signed as the host reads them, and refused where it would read something else."""
+
+import json
+import tempfile
+import unittest
+import unittest.mock
+from pathlib import Path
+
+from support import make_key, run, sign_domains
+
+REFUSED = [
+    ("Sign.example.test", "has capital letters"),
+    (".sign example.test", "has a space or a line feed"),
+    (".a.test\r", "has a space or a line feed"),
+    (".a.test\n\n.b.test", '"" is empty'),
+    (".a.test\n.a.test", "stands twice"),
+    ("", "there are no names"),
+    (".a.test|.b.test", "is not a host name"),
+    (".ñandú.test", "is not a host name"),
+    ("https://a.example.test", "is an address"),
+    ("example.test", 'covers every name that ends with it, such as "badexample.test"'),
+    (".co.uk", "is a public suffix"),
+    (".anything.ck", "is a public suffix"),
+    (".xn--55qx5d.cn", "is a public suffix"),
+    (".test", "is a public suffix"),
+    ("\n".join(f".n{number:03}.example.test" for number in range(60)), "bytes too long: the host reads 999"),
+]
+
+
+class SignDomains(unittest.TestCase):
+    def setUp(self):
+        self.folder = Path(self.enterContext(tempfile.TemporaryDirectory()))
+        self.key = make_key(self.folder)
+        self.public = ("--public-key", self.folder / "domains-public.pem")
+
+    def test_refusals(self):
+        for names, told in REFUSED:
+            with self.subTest(names[:40]):
+                done = sign_domains(self.key, names, *self.public)
+                self.assertEqual((done.returncode, done.stdout), (1, ""))
+                self.assertIn(told, done.stderr)
+                self.assertNotIn("Traceback", done.stderr)
+
+    def test_the_limit_is_the_hosts(self):
+        """The request that is counted is the one that pages send, to the byte."""
+        page = "https://www.example.test"
+        names = ".example.test\n.other.example.test"
+        told = sign_domains(self.key, names, *self.public, "--page", page)
+        request = {"command": 0, "signature": "", "domains": "", "currentDomain": page, "caSubjectNames": "", **json.loads(told.stdout)}
+        left = 999 - len(json.dumps(request, separators=(",", ":")))
+        self.assertIn(f" {left} bytes are left ", told.stderr)
+        for more, code in [(left, 0), (left + 1, 1)]:
+            self.assertEqual(sign_domains(self.key, names, *self.public, "--page", page, "--ca-subject-names", "x" * more).returncode, code)
+
+    def test_warnings_and_the_other_key(self):
+        told = sign_domains(self.key, "a.test\nb.a.test.a.test", "--also-bare", *self.public)
+        self.assertIn('"b.a.test.a.test" contains "a.test" twice', told.stderr)
+        self.assertEqual(json.loads(told.stdout)["domains"], "a.test|b.a.test.a.test")
+        (self.folder / "other").mkdir()
+        self.assertIn("does not verify", sign_domains(make_key(self.folder / "other"), ".a.example.test", *self.public).stderr)
+        self.assertIn("the key has 2048 bits", sign_domains(make_key(self.folder / "other", 2048), ".a.example.test", *self.public).stderr)
+
+    def test_key_in_a_token(self):
+        token = self.folder / "token"
+        token.mkdir()
+        (self.folder / "conf").write_text(f"directories.tokendir = {token}\n", encoding="utf-8")
+        self.enterContext(unittest.mock.patch.dict("os.environ", SOFTHSM2_CONF=str(self.folder / "conf")))
+        run("openssl", "pkcs8", "-topk8", "-nocrypt", "-in", self.key, "-out", self.folder / "p8.pem")
+        run("softhsm2-util", "--init-token", "--free", "--label", "keys", "--pin", "1234", "--so-pin", "1234")
+        run("softhsm2-util", "--import", self.folder / "p8.pem", "--token", "keys", "--label", "domains", "--id", "01", "--pin", "1234")
+        module = next(path for path in Path("/usr/lib").rglob("libsofthsm2.so"))
+        uri = "pkcs11:token=keys;object=domains;type=private?pin-value=1234"
+        told = sign_domains(uri, ".a.example.test", "--module", module, *self.public)
+        self.assertEqual((told.returncode, told.stdout), (0, sign_domains(self.key, ".a.example.test", *self.public).stdout), told.stderr)
+        absent = sign_domains(uri.replace("domains", "absent"), ".a.example.test", "--module", module, *self.public)
+        self.assertNotEqual(absent.returncode, 0)
+        self.assertNotIn("1234", absent.stderr, "a PIN is not shown")
+
+
+if __name__ == "__main__":
+    unittest.main()
