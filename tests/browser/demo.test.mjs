@@ -11,8 +11,7 @@ import { extensionOf, hostsOf, kDomainsKey, kPin, makeHome, root, startChromium,
 async function openDemo(t, home, { key = kDomainsKey, domains = "localhost", extension = extensionOf(home.home, { pinEntry: "page" }), height = 500, locale = "en-US" } = {}) {
   const url = await startServer(t, path.join(root, "demo/browser/serve"), ["--port", "0", "--key", key, "--domains", domains]);
   const browser = await startChromium(t, home, extension, { viewport: { width: 800, height }, acceptDownloads: true, locale });
-  const page = await browser.newPage();
-  const wrong = [];
+  const [page, wrong] = [await browser.newPage(), []];
   page.on("pageerror", (error) => wrong.push(error.message));
   page.on("console", (message) => { if (message.type() === "error") wrong.push(message.text()); });
   await page.goto(url.trim());
@@ -21,8 +20,8 @@ async function openDemo(t, home, { key = kDomainsKey, domains = "localhost", ext
 
 test("signing a text and a file", { timeout: 180_000 }, async (t) => {
   const home = makeHome(t);
-  const { page, wrong } = await openDemo(t, home, { height: 760 });
-  const signButton = page.getByRole("button", { name: "Sign", exact: true });
+  const { page, wrong } = await openDemo(t, home);
+  const signButton = page.locator("#sign");
   const pad = page.getByRole("dialog", { name: "PIN of your card" });
   const verdict = page.getByRole("heading", { name: "Signed, and the signature is good" });
   const says = (text) => page.getByText(text).first().waitFor();
@@ -34,8 +33,7 @@ test("signing a text and a file", { timeout: 180_000 }, async (t) => {
     assert.ok(await card.isChecked());
     await says("Ready. One certificate on your card.");
     await page.setViewportSize({ width: 320, height: 760 });
-    assert.equal(await page.evaluate(() => document.documentElement.scrollWidth - document.documentElement.clientWidth), 0);
-    await page.setViewportSize({ width: 800, height: 760 });
+    assert.ok(await page.evaluate(() => document.documentElement.scrollWidth <= document.documentElement.clientWidth));
   });
 
   await t.test("a wrong PIN is said in words, by keyboard alone", async () => {

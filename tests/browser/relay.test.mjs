@@ -6,13 +6,9 @@ import path from "node:path";
 import { test } from "node:test";
 import { call, connect, domainList, hostsOf, kPin, openPage, startChromium, startServer, untilHosts } from "./support.mjs";
 
-async function freePort() {
-  const server = net.createServer();
-  await new Promise((resolve) => server.listen(0, "127.0.0.1", resolve));
-  const { port } = server.address();
-  await new Promise((resolve) => server.close(resolve));
-  return port;
-}
+const freePort = () => new Promise((resolve) => {
+  const server = net.createServer().listen(0, "127.0.0.1", () => { const { port } = server.address(); server.close(() => resolve(port)); });
+});
 
 test("a relay for one site", { timeout: 120_000 }, async (t) => {
   const { home, address, browser, page } = await openPage(t, startChromium, { sites: [], register: false });

@@ -99,8 +99,8 @@ export const extensionFor = (folder, sites, members = {}) => extensionOf(folder,
 /** Serves an empty page, the client and its texts on every localhost name; gives the address of a page. */
 export async function servePages(t) {
   const server = http.createServer(({ url }, response) => {
-    const type = /^\/(client|texts)\/[\w-]+\.json$/.test(url) ? "application/json" : /^\/(client|texts)\/[\w-]+\.js$/.test(url) ? "text/javascript" : "";
-    response.setHeader("Content-Type", type || "text/html");
+    const [, , type] = url.match(/^\/(client|texts)\/[\w-]+\.(json|js)$/) ?? [];
+    response.setHeader("Content-Type", { json: "application/json", js: "text/javascript" }[type] ?? "text/html");
     response.end(type ? readFileSync(path.join(root, url)) : "<!doctype html><html lang=en><title>page</title>");
   });
   await new Promise((resolve) => server.listen(0, resolve));
