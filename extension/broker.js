@@ -15,6 +15,8 @@ const kSign = 5;
 const kPinCommands = [kSetPin, 6, 7];
 /** Failures after which the window asks for another PIN. */
 const kAskedAgain = ["pin-missing", "wrong-pin", "pin-not-tried"];
+/** Time that the host has for what no person waits for: generous, as some cards are slow. */
+const kPatienceMs = 60_000;
 const kMaxNameLength = 1000;
 const kMaxDocuments = 200;
 const kAlgorithmOfLength = { 16: "MD5", 20: "SHA-1", 32: "SHA-256" };
@@ -26,6 +28,15 @@ function shownDigest(base64) {
   const algorithm = kAlgorithmOfLength[bytes.length];
   if (!algorithm) throw new RefusedRequest('"digest" must be base64 of 16, 20 or 32 bytes.');
   return { algorithm, digest: Array.from(bytes, (byte) => byte.toString(16).padStart(2, "0")).join("") };
+}
+
+/** @param {string} certificate Base64. @throws {RefusedRequest} */
+function namesOf(certificate) {
+  try {
+    return parseCertificate(bytesOfBase64(certificate));
+  } catch {
+    throw new RefusedRequest("the card's certificate cannot be read.");
+  }
 }
 
 /**
@@ -70,7 +81,9 @@ export class Broker {
   #onGone;
   #line;
   #isUnderWay = false;
+  /** The window of the signing under way, or one that tells how the last one ended. */
   /** @type {SigningWindow | null} */ #window = null;
+  #isCancelled = false;
   /** The host holds a PIN that the card took. */
   #isPinKnown = false;
   /** An answer named the PIN's module: the host hands a PIN on from then. */
@@ -101,9 +114,13 @@ export class Broker {
   }
 
   async #onMessage(message) {
-    if (message?.type === "cancel") return this.#window?.close();
+    if (message?.type === "cancel") {
+      this.#isCancelled = this.#isUnderWay;
+      return this.#window?.close();
+    }
     if (this.#isUnderWay) return this.#tell({ type: "refused", reason: "the answer to the one before it has not come yet." });
     this.#isUnderWay = true;
+    this.#isCancelled = false;
     const told = await this.#answerTo(message).catch((error) => {
       if (error instanceof HostGone) return null; // the page hears of it by the end of its connection
       return { type: "refused", reason: error instanceof RefusedRequest ? error.message : "it could not be sent." };
@@ -136,14 +153,16 @@ export class Broker {
   /** @param {ReturnType<typeof signingOf>} signing */
   async #sign({ requests, documents, isBatch }) {
     const tab = this.#page.sender.tab.id;
+    this.#window?.close();
     if (isSilenced(tab)) throw new RefusedRequest("three signings in a row were cancelled; it is asked again after a minute.");
     // Also where a page that may not use the card ends, before anybody is bothered.
-    const fetched = await this.#line.ask({ command: kFetch, certId: requests[0].certId });
+    const fetched = await this.#inTime(this.#line.ask({ command: kFetch, certId: requests[0].certId }));
+    if (this.#isCancelled) return { type: "cancelled" };
     if ("message" in fetched) return { type: "answer", answer: fetched };
     const { certificate, ...state } = fetched;
     if (state.error || !certificate) return { type: "answer", answer: { ...state, command: kSign, pkcs1: "" } };
 
-    const { subject, issuer } = parseCertificate(bytesOfBase64(certificate));
+    const { subject, issuer } = namesOf(certificate);
     const window = new SigningWindow(tab, { origin: this.#origin, subject, issuer, documents, needsPin: !this.#isPinKnown });
     this.#window = window;
     const signatures = [];
@@ -157,9 +176,21 @@ export class Broker {
       if (!(error instanceof Cancelled)) throw error;
       if (this.#isModuleNamed && !this.#isPinKnown) this.#forget();
       return { type: "cancelled", ...(isBatch && { signatures }) };
-    } finally {
-      this.#window = null;
     }
+  }
+
+  /** @template T @param {Promise<T>} answer @returns {Promise<T>} */
+  async #inTime(answer) {
+    let timer;
+    const late = new Promise((_, reject) => {
+      timer = setTimeout(() => {
+        const gone = new HostGone("no-answer", "");
+        this.#line.end();
+        this.#onGone(gone);
+        reject(gone);
+      }, kPatienceMs);
+    });
+    return Promise.race([answer, late]).finally(() => clearTimeout(timer));
   }
 
   /** Signs one after the other, asking again for a PIN that the card refused. @returns {Promise<object>} The last answer. */
@@ -172,7 +203,7 @@ export class Broker {
         // A host whose signing was given up may still be signing: nothing else can be asked of it.
         answer = await Promise.race([window.cancelled, this.#tryPin(requests[signatures.length], pin)])
           .catch((error) => { if (error instanceof Cancelled) this.#forget(); throw error; });
-        if (!answer.error) signatures.push(answer.pkcs1);
+        if (!answer.error && answer.pkcs1) signatures.push(answer.pkcs1);
       } while (!answer.error && answer.pkcs1 && signatures.length < requests.length);
       const kind = answer.error ? failureKindOf(answer, this.#refusedHere) : "";
       if (!kAskedAgain.includes(kind)) return answer;
