@@ -1,13 +1,14 @@
 // The extension's own window: what it shows, who may drive it, and how a signing ends.
 import assert from "node:assert/strict";
 import { createHash, verify, X509Certificate } from "node:crypto";
+import { execFileSync } from "node:child_process";
 import { readFileSync } from "node:fs";
 import path from "node:path";
 import { test } from "node:test";
 import { pageState } from "../../extension/page-state.js";
 import { readableOrigin } from "../../extension/shown.js";
 import { call, connect, domainList, extensionOf, hostsOf, inPage, kDomainsKey, kPin, makeHome, openPage, root, startChromium, startFirefox, startServer,
-  until, untilHosts } from "./support.mjs";
+  temporaryFolder, until, untilHosts } from "./support.mjs";
 
 const digestOf = (text) => createHash("sha256").update(text);
 const credentials = domainList("signer.localhost|other.localhost");
@@ -130,22 +131,15 @@ for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFiref
       const window = await theWindow(browser);
       await agree(window, "000000");
       await says(window, "#message", /wrong/);
+      await press(window, "Escape");
+      assert.equal((await outcome(left)).kind, "cancelled");
+      assert.equal((await call(left, "list")).length, 1, "the host that held a wrong PIN, and would refuse, was replaced");
+      await noWindow(browser);
+      await begin(left, "sign", id, digest);
+      await theWindow(browser);
       await left.goto(address("other"));
       await noWindow(browser);
       await left.close();
-      await untilHosts(home, 1);
-    });
-
-    await t.test("after a wrong PIN was given up, the page still lists", async () => {
-      await call(page, "close");
-      await connect(page, credentials);
-      await begin(page, "sign", id, digest);
-      const window = await theWindow(browser);
-      await agree(window, "000000");
-      await says(window, "#message", /wrong/);
-      await press(window, "Escape");
-      assert.equal((await outcome(page)).kind, "cancelled");
-      assert.equal((await call(page, "list")).length, 1);
       await untilHosts(home, 1);
     });
 
@@ -158,7 +152,7 @@ for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFiref
       await begin(other, "sign", id, digest, { name: "second" });
       await says(first, "#waiting", /1 more request waits/);
       assert.equal(await countWindows(browser), 1);
-      await agree(first, kPin);
+      await agree(first);
       assert.equal(typeof (await outcome(page)).value, "string");
       const second = await theWindow(browser);
       assert.match(await textOf(second, "#origin"), /other\.localhost/);
@@ -306,4 +300,40 @@ test("an origin as people write it, and why a page is not served", () => {
   };
   for (const [address, state] of Object.entries(states)) assert.equal(pageState(address, sites, true), state, address);
   assert.equal(pageState("http://localhost/", sites, false), "no-answer");
+});
+
+test("what the host gets: no signing request before the consent, never the page's name, and no more after a lock", async (t) => {
+  const told = [];
+  const event = () => { const heard = []; return { addListener: (one) => heard.push(one), tell: (...args) => heard.forEach((one) => one(...args)) }; };
+  const port = (who, more) => ({ onMessage: event(), onDisconnect: event(), disconnect() {}, postMessage: (message) => told.push([who, message]), ...more });
+  const opened = [];
+  globalThis.chrome = {
+    runtime: { id: "me", getURL: (file) => `chrome-extension://me/${file}` }, storage: { session: { set: async () => {} } },
+    windows: { onRemoved: event(), remove: async () => {}, create: async ({ url }) => { opened.push(url); return { id: 1 }; } },
+  };
+  const packed = path.join(extensionOf(temporaryFolder(t), {}), "chromium");
+  const [{ Broker }, { SigningWindow }] = await Promise.all(["broker.js", "windows.js"].map((file) => import(path.join(packed, file))));
+  const certificate = execFileSync("openssl", ["req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=Ana", "-keyout", "/dev/null", "-outform", "der"],
+    { stdio: ["ignore", "pipe", "ignore"] }).toString("base64");
+  const missing = { command: 5, error: true, lastError: 11, lastLowLevelError: 0, errorMessage: "", missingPin: true, invalidPin: false, pinRetryCount: 0 };
+  const answers = [{ command: 4, error: false, certificate }, missing, { command: 3, error: true }, { ...missing, lastError: 5, lastLowLevelError: 0xa4, missingPin: false, invalidPin: true }];
+  const host = port("host", { postMessage(request) { told.push(["host", request]); queueMicrotask(() => answers.length && this.onMessage.tell(answers.shift())); } });
+  const page = port("page", { sender: { tab: { id: 1 } } });
+  new Broker(page, "https://page.test", { start: () => ({ port: host, end() {} }), mayBatch: false });
+  const digest = digestOf("x").digest("base64");
+  page.onMessage.tell({ command: 5, certId: "AQ==", digest, name: "a name" });
+  await until("a window is asked for", () => opened.length === 1);
+  const requests = () => JSON.stringify(told.filter(([who]) => who === "host").map(([, request]) => request));
+  assert.equal(requests(), '[{"command":4,"certId":"AQ=="}]');
+  const url = opened[0];
+  for (const sender of [{ id: "me", url: "https://page.test/" }, { id: "other", url }]) SigningWindow.join(port("false", { sender, name: `window:${url.split("#")[1]}` }));
+  const window = port("window", { sender: { id: "me", url }, name: `window:${url.split("#")[1]}` });
+  SigningWindow.join(window);
+  window.onMessage.tell({ type: "consent", pin: "1234" });
+  const [, { answer }] = await until("the page has its answer", () => told.find(([who]) => who === "page"));
+  const sign = `{"command":5,"certId":"AQ==","digest":"${digest}"}`;
+  assert.equal(requests(), `[{"command":4,"certId":"AQ=="},${sign},{"command":3,"pin":"1234"},${sign}]`);
+  assert.equal(answer.lastLowLevelError, 0xa4);
+  assert.deepEqual(told.filter(([who]) => who !== "host").map(([who, { type, kind, subject }]) => [who, type, kind ?? subject?.CN].join(" ").trim()),
+    ["window request Ana", "window working", "window ended pin-locked", "page answer"]);
 });
