@@ -24,8 +24,9 @@ const kIgnore = () => {};
 const pageOrigin = () => globalThis.location?.origin ?? "";
 
 /**
- * Through the browser extension. Messages travel over a private MessageChannel, not as window
- * messages, so other listeners of the page do not see a PIN go by. The extension replaces
+ * Through the browser extension. Messages are events of an element that only this transport and the
+ * extension's content script hold, not of the window, so other listeners of the page do not see a PIN
+ * go by; and they never leave the page's process on their way there. The extension replaces
  * "currentDomain" by the origin that the browser vouches for.
  * @implements {Transport}
  */
@@ -36,7 +37,7 @@ export class ExtensionTransport {
   onClosed = kIgnore;
   /** @type {"page" | "extension"} */ pinEntry = "page";
   oneConsentForBatch = false;
-  /** @type {MessagePort | null} */ #port = null;
+  /** @type {Element | null} */ #line = null;
   #patienceMs;
 
   /** @param {{patienceMs?: number}} [options] How long an absent extension is waited for. */
@@ -52,20 +53,22 @@ export class ExtensionTransport {
     this.close();
     // The extension serves no page that somebody on the network could have altered.
     if (globalThis.isSecureContext === false) return Promise.reject(connectionError("insecure-page"));
-    const { port1, port2 } = new MessageChannel();
-    this.#port = port1;
+    const line = document.createElement("span");
+    this.#line = line;
     return /** @type {Promise<void>} */ (new Promise((resolve, reject) => {
       /** @param {ConnectionError} error */
       const fail = (error) => {
         clearTimeout(timer);
-        const wasOpen = this.#port === port1;
+        const wasOpen = this.#line === line;
         if (wasOpen) this.close();
         reject(error);
         if (wasOpen) this.onClosed(error);
       };
       const timer = setTimeout(() => fail(connectionError("no-extension")), this.#patienceMs);
-      port1.onmessage = ({ data }) => {
-        switch (data?.type) {
+      line.addEventListener("signing-host-told", (event) => {
+        if (this.#line !== line) return;
+        const data = JSON.parse(/** @type {CustomEvent} */ (event).detail);
+        switch (data.type) {
           case "open":
             clearTimeout(timer);
             this.pinEntry = data.pinEntry ?? "page";
@@ -81,24 +84,28 @@ export class ExtensionTransport {
             break;
           case "closed": fail(connectionError(data.reason, data.detail)); break;
         }
-      };
-      window.postMessage({ signingHost: "connect" }, window.location.origin, [port2]);
+      });
+      document.dispatchEvent(new MouseEvent("signing-host-connect", { relatedTarget: line }));
     }));
+  }
+
+  /** @param {object} message */
+  #tell(message) {
+    this.#line?.dispatchEvent(new CustomEvent("signing-host-asked", { detail: JSON.stringify(message) }));
   }
 
   /** @param {object} request */
   send(request) {
-    this.#port?.postMessage({ type: "request", request });
+    this.#tell({ type: "request", request });
   }
 
   cancel() {
-    this.#port?.postMessage({ type: "cancel" });
+    this.#tell({ type: "cancel" });
   }
 
   close() {
-    this.#port?.postMessage({ type: "close" });
-    this.#port?.close();
-    this.#port = null;
+    this.#tell({ type: "close" });
+    this.#line = null;
   }
 }
 

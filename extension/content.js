@@ -1,5 +1,5 @@
-// Joins the page to the background: opaque messages between a MessagePort of the page and a port
-// of the extension. What a request may say is the background's to check, which a page cannot reach
+// Joins the page to the background: opaque messages between a line to the page and a port of the
+// extension. What a request may say is the background's to check, which a page cannot reach
 // into; how many there are is limited here, in the page's own process, where a flood harms nobody
 // else.
 "use strict";
@@ -17,21 +17,45 @@
   /** A request has fewer members, and a signing has no more documents. */
   const kMaxMembers = 8;
   const kMaxDocuments = 200;
+  /** Longest message: a signing of as many documents. */
+  const kMaxMessageLength = 500_000;
   /** Refusals between two answers; a page that goes on is not talking but flooding. */
   const kMaxRefusals = 100;
 
   /** What ends each connection that is open; all are called when the page is left. */
   const connections = new Set();
 
+  /** Once a person sees the page: one that is being prerendered waits. */
+  function whenSeen(act) {
+    if (document.prerendering) document.addEventListener("prerenderingchange", act, { once: true });
+    else act();
+  }
+
+  // The page's element, in no document, is the line: both sides tell each other events of it. Those
+  // stay in the page's process, where every port's messages pass Firefox's main process, and
+  // whoever floods that with ports of his own keeps all of them waiting.
+  function onConnect({ relatedTarget: element }) {
+    if (!(element instanceof Element) || element.isConnected) return;
+    whenSeen(() => {
+      let listener = () => {};
+      join({
+        postMessage: (message) => element.dispatchEvent(new CustomEvent("signing-host-told", { detail: JSON.stringify(message) })),
+        close: () => element.removeEventListener("signing-host-asked", listener),
+        set onmessage(hear) {
+          this.close();
+          listener = ({ detail }) => { if (typeof detail === "string" && detail.length <= kMaxMessageLength) hear?.({ data: parsed(detail) }); };
+          element.addEventListener("signing-host-asked", listener);
+        },
+      });
+    });
+  }
+  const parsed = (text) => { try { return JSON.parse(text); } catch { return null; } };
+
+  // Pages with a client of before send a port.
   function onMessage(event) {
     // Only the page itself: a frame in it, or a window that opened it, is another source.
     if (event.source !== window || event.data?.signingHost !== "connect" || event.ports.length !== 1) return;
-    // A page that is being prerendered is not what a person sees: it waits until it is.
-    if (document.prerendering) {
-      document.addEventListener("prerenderingchange", () => join(event.ports[0]), { once: true });
-    } else {
-      join(event.ports[0]);
-    }
+    whenSeen(() => join(event.ports[0]));
   }
 
   // A page kept for the back button lives on, but its host must not.
@@ -42,6 +66,7 @@
   // The second time changes nothing: the listeners are the same ones.
   function listen() {
     window.addEventListener("message", onMessage);
+    document.addEventListener("signing-host-connect", onConnect);
     window.addEventListener("pagehide", onLeave);
   }
   listen();
@@ -77,7 +102,7 @@
     return texts.every(isShort) ? null : "its members are short texts, and numbers.";
   }
 
-  /** @param {MessagePort} page */
+  /** @param {{postMessage: (message: object) => void, close: () => void, onmessage: any}} page Its line, or a MessagePort. */
   function join(page) {
     const give = (reason) => {
       page.postMessage({ type: "closed", reason });

@@ -120,7 +120,7 @@ for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFiref
         await flooding;
         await hostile.close();
         const told = `${JSON.stringify(row).slice(0, 50)}: ${Math.round(slowest)} ms, without a flood ${Math.round(calm)} ms`;
-        assert.ok(slowest < 100 * calm, told);
+        assert.ok(slowest < 50 * calm, told);
         t.diagnostic(told);
       }
       clearInterval(watch);
