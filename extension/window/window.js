@@ -102,8 +102,9 @@ for (const key of "1234567890⌫") {
   $("keys").append(button);
 }
 
-$("form").addEventListener("submit", (event) => {
-  event.preventDefault();
+$("form").addEventListener("submit", (event) => event.preventDefault());
+// Enter in the PIN's field is a click here too. A script's click is told apart, but not what it submits.
+$("sign").addEventListener("click", (event) => {
   if (!event.isTrusted || !isArmed || isWorking) return;
   if (needsPin && $("pin").value === "") return $("pin").focus();
   setWorking(1);

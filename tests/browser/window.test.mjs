@@ -20,20 +20,16 @@ const begin = (page, method, ...args) => page.evaluate(`window.result = client.$
 const outcome = (page) => page.evaluate("window.result");
 
 /** The window, once it shows something. Firefox's driver knows no address of an extension's page. */
-async function theWindow(browser) {
-  return until("the window is there", async () => {
-    for (const page of await browser.pages()) {
-      const isOurs = await page.evaluate(() => location.pathname === "/window/window.html" && !document.querySelector("#request").hidden).catch(() => false);
-      if (isOurs) return page;
-    }
-    return null;
-  });
+const theWindow = (browser) => until("the window is there", async () => {
+  const [window] = await windowsOf(browser);
+  return await window?.evaluate(() => !document.querySelector("#request").hidden).catch(() => false) && window;
+});
+async function windowsOf(browser) {
+  const pages = await browser.pages();
+  const areOurs = await Promise.all(pages.map((page) => page.evaluate(() => location.pathname === "/window/window.html").catch(() => false)));
+  return pages.filter((_, i) => areOurs[i]);
 }
-const countWindows = async (browser) => {
-  const found = await Promise.all((await browser.pages()).map((page) => page.evaluate(() => location.pathname === "/window/window.html").catch(() => false)));
-  return found.filter(Boolean).length;
-};
-const noWindow = (browser) => until("no window is left", async () => (await countWindows(browser)) === 0);
+const noWindow = (browser) => until("no window is left", async () => (await windowsOf(browser)).length === 0);
 const textOf = (window, selector) => window.evaluate((selector) => document.querySelector(selector).innerText.trim(), selector);
 const says = (window, selector, pattern) => until(`${selector} says ${pattern}`, async () => pattern.test(await textOf(window, selector)));
 const armed = (window) => until("the window listens", () => window.evaluate(() => document.querySelector("#sign").getAttribute("aria-disabled") === "false"));
@@ -78,12 +74,15 @@ for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFiref
       await begin(page, "sign", id, digest);
       const window = await theWindow(browser);
       assert.match(await textOf(window, "#documents"), /does not say what it is/);
+      await armed(window);
       // What a script could do, were there a way in: only a person's own events count.
       await window.evaluate(() => {
         document.querySelector("#sign").click();
-        document.querySelector("#form").dispatchEvent(new Event("submit", { cancelable: true }));
+        document.querySelector("#form").requestSubmit();
+        document.querySelector("#sign").dispatchEvent(new KeyboardEvent("keydown", { key: "Enter", bubbles: true }));
       });
-      await armed(window);
+      await new Promise((resolve) => setTimeout(resolve, 300)); // a signing takes less
+      assert.equal(await page.evaluate(() => Promise.race([window.result, "pending"])), "pending");
       await window.evaluate(() => { window.dispatchEvent(new Event("resize")); });
       await window.keyboard.press("Enter"); // a moment after the window moved
       assert.equal(await page.evaluate(() => Promise.race([window.result, "pending"])), "pending");
@@ -151,7 +150,7 @@ for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFiref
       const first = await theWindow(browser);
       await begin(other, "sign", id, digest, { name: "second" });
       await says(first, "#waiting", /1 more request waits/);
-      assert.equal(await countWindows(browser), 1);
+      assert.equal((await windowsOf(browser)).length, 1);
       await agree(first);
       assert.equal(typeof (await outcome(page)).value, "string");
       const second = await theWindow(browser);
