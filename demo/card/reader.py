@@ -17,7 +17,7 @@ def fetch_driver():
     """Outside, where the network is: the reader's driver, from Debian's archive."""
     if not Path("/", DRIVER).exists() and not (UNPACKED / DRIVER).exists():
         UNPACKED.mkdir(parents=True, exist_ok=True)
-        unpack = f"apt-get download -qq {PACKAGE} && dpkg -x {PACKAGE}_*.deb ."
+        unpack = f"apt-get download -qq -o APT::Sandbox::User=root {PACKAGE} && dpkg -x {PACKAGE}_*.deb ."
         if subprocess.run(unpack, shell=True, cwd=UNPACKED, check=False).returncode:
             raise SystemExit(f"{DRIVER} (Debian: {PACKAGE}) is missing, and apt does not get it")
 

@@ -8,7 +8,8 @@
 //     pin 1234                          the right PIN; `pin *`: any PIN is
 //     certificate 01ab hex 3082...      id and value; either may be `-` (empty)
 //     key 01ab                          private key, found after a login; its signatures are a
-//                                       pattern over the data
+//                                       pattern over the data; `key 01ab own-login`: each needs a
+//                                       login for it
 //     signature 4096                    length of signatures; default 256
 //     accept second C_Initialize        default: CKR_CRYPTOKI_ALREADY_INITIALIZED
 //     fail C_Sign N 0x30                returns this and does nothing
@@ -69,6 +70,7 @@ std::map<std::string, unsigned long> occurrences;
 bool initialized = false;
 bool sessionOpen = false;
 bool loggedIn = false;
+bool loginMissing = false;            ///< the one for the signature that was begun
 std::vector<CK_OBJECT_HANDLE> found;  ///< what is left of the search
 
 CK_ULONG number(const std::string& word) { return std::stoul(word, nullptr, 0); }
@@ -103,6 +105,7 @@ void readScript() {
                            {CKA_VALUE, unhex(all.at(3))}});
       } else if (line.starts_with("key ")) {
         objects.push_back({{CKA_CLASS, bytesOf(CKO_PRIVATE_KEY)}, {CKA_ID, unhex(all.at(1))}});
+        if (all.size() > 2) objects.back()[CKA_ALWAYS_AUTHENTICATE] = char{CK_TRUE};
       }
     }
   }
@@ -275,9 +278,11 @@ CK_RV C_CloseSession(CK_SESSION_HANDLE session) {
 
 CK_RV C_Login(CK_SESSION_HANDLE session, CK_USER_TYPE user, CK_UTF8CHAR_PTR pin, CK_ULONG length) {
   return onSession("C_Login", session, listed(user, length), [&](auto&) {
+    if (user == CKU_CONTEXT_SPECIFIC && !loginMissing) return CKR_OPERATION_NOT_INITIALIZED;
     const std::string typed(reinterpret_cast<const char*>(pin), length);
     const std::string right = setting("pin", "1234");
     loggedIn = right == "*" || right == typed;
+    loginMissing = loginMissing && !(loggedIn && user == CKU_CONTEXT_SPECIFIC);
     return loggedIn ? CKR_OK : CKR_PIN_INCORRECT;
   });
 }
@@ -350,8 +355,11 @@ CK_RV C_GetAttributeValue(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
 CK_RV C_SignInit(CK_SESSION_HANDLE session, CK_MECHANISM_PTR mechanism, CK_OBJECT_HANDLE key) {
   const std::string text =
       listed(mechanism->mechanism, set(mechanism->pParameter), mechanism->ulParameterLen, key);
-  return onSession("C_SignInit", session, text,
-                   [](auto&) { return loggedIn ? CKR_OK : CKR_USER_NOT_LOGGED_IN; });
+  return onSession("C_SignInit", session, text, [&](auto&) {
+    loginMissing =
+        key != 0 && key <= objects.size() && objects[key - 1].contains(CKA_ALWAYS_AUTHENTICATE);
+    return loggedIn ? CKR_OK : CKR_USER_NOT_LOGGED_IN;
+  });
 }
 
 CK_RV C_Sign(CK_SESSION_HANDLE session, CK_BYTE_PTR data, CK_ULONG length, CK_BYTE_PTR signature,
@@ -359,6 +367,7 @@ CK_RV C_Sign(CK_SESSION_HANDLE session, CK_BYTE_PTR data, CK_ULONG length, CK_BY
   const std::string message(reinterpret_cast<const char*>(data), length);
   const std::string text = listed(test_support::hex(message), set(signature), *room);
   return onSession("C_Sign", session, text, [&](auto& given) {
+    if (loginMissing) return CKR_USER_NOT_LOGGED_IN;
     const CK_ULONG own = number(setting("signature", "256"));
     const bool tooSmall = *room < own;
     *room = countToTell("signature", own);

@@ -168,6 +168,48 @@ TEST_F(Operations, TheListingKeepsWhatCanSignNowInTheTokensOrder) {
                 nssBase64(longId));
 }
 
+TEST_F(Operations, AKeyGetsALoginForEachSignatureOnceItHasAskedForIt) {
+  const std::string head = " Initialize GetSlotList GetSlotList";
+  const std::string find =
+      " OpenSession Login FindObjectsInit FindObjects FindObjectsFinal SignInit";
+  const std::string tail = " Logout CloseSession";
+  const std::string learn = head + find + " Sign GetAttributeValue" + tail + find + " Login";
+  const std::string straight = head + find + " Login Sign" + tail + " Finalize";
+  struct Row {
+    std::string id;
+    std::string rest;
+    std::string calls;
+    std::string error;  ///< empty: a signature
+  };
+  const Row kRows[]{
+      {"a1", "own-login", learn + " Sign" + tail + " Finalize", ""},
+      {"a1", "own-login\nslots 2", straight, ""},
+      // Another card's key under the same id, which is like most.
+      {"a1", "", head + find + " Login" + tail + find + " Sign" + tail + " Finalize", ""},
+      {"a1", "\nslots 2", head + find + " Sign" + tail + " Finalize", ""},
+      {"a2", "own-login\nfail C_Sign 1 0x30", head + find + " Sign" + tail + " Finalize",
+       "12 48 sign final"},
+      {"a2", "\nfail C_Sign 1 0x101", head + find + " Sign GetAttributeValue" + tail + " Finalize",
+       "12 257 sign final"},
+      {"a3", "own-login\nfail C_Login 3 0xa3", learn + tail + " Finalize", "12 163 C_Login"},
+      {"a3", "own-login", straight, ""},
+      {"a4", "own-login\nfail C_Login 3 0xa0", learn + tail + " Finalize",
+       "5 160 Pin invalido para Certificado ZORAL"}};
+  for (const auto& [id, rest, calls, error] : kRows) {
+    SCOPED_TRACE(id + " " + rest);
+    const std::string certId =
+        test_support::base64(std::string(1, static_cast<char>(std::stoi(id, nullptr, 16))));
+    const json answer = ask("key " + id + " " + rest, signRequest(certId, digestOf(20)));
+    EXPECT_EQ(host.takeCalls(), calls);
+    if (error.empty()) {
+      EXPECT_TRUE(told(answer).starts_with("0 0 ") && answer["pkcs1"] != "") << told(answer);
+    } else {
+      EXPECT_EQ(told(answer), error);
+    }
+  }
+  EXPECT_EQ(host.ask(kSignRequest)["pinRetryCount"], 1);
+}
+
 TEST_F(Operations, APinProblemStopsEveryOperationBeforeTheToken) {
   for (const int code : {11, 5}) {  // none is known yet, then a refused one
     host.takeCalls();
