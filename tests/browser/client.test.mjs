@@ -136,7 +136,7 @@ test("both sides number alike, and every kind of failure has its words and its e
   assert.equal(kMaxRequestBytes + 1, numbers.NativeLengthLimit);
 
   const sources = ["failure-kind", "signing-client", "transports"].map((name) => read(`client/${name}.js`)).join("");
-  const kinds = [...sources.matchAll(/"([a-z]+(-[a-z]+)+)"/g), ...Object.keys(english).join("\n").matchAll(/^error\.(.*)\.summary$/gm)].map(([, kind]) => kind);
+  const kinds = [...sources.matchAll(/"((?!signing-host)[a-z]+(-[a-z]+)+)"/g), ...Object.keys(english).join("\n").matchAll(/^error\.(.*)\.summary$/gm)].map(([, kind]) => kind);
   const entries = read("docs/troubleshooting.md").split("\n### ");
   for (const kind of kinds) {
     const entry = entries.find((entry) => entry.includes(`\n\`${kind}\` `)) ?? "";
