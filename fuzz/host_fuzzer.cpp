@@ -77,54 +77,42 @@ void give(CK_ATTRIBUTE& attribute) {
 }  // namespace
 
 extern "C" {
-CK_RV C_Initialize(void* /*arguments*/) {
+CK_RV C_Initialize(void*) {
   const CK_RV value = number();
   initialized = initialized || value == CKR_OK;
   return value;
 }
-CK_RV C_Finalize(void* /*reserved*/) {
+CK_RV C_Finalize(void*) {
   const CK_RV value = answer();
   initialized = false;
   return value;
 }
-CK_RV C_GetSlotList(CK_BBOOL /*present*/, CK_SLOT_ID_PTR slots, CK_ULONG_PTR count) {
+CK_RV C_GetSlotList(CK_BBOOL, CK_SLOT_ID_PTR slots, CK_ULONG_PTR count) {
   for (CK_ULONG at = 0; slots != nullptr && at < *count; ++at) slots[at] = number();
   *count = number();
   return answer();
 }
-CK_RV C_OpenSession(CK_SLOT_ID /*slot*/, CK_FLAGS /*flags*/, void* /*application*/,
-                    CK_NOTIFY /*notify*/, CK_SESSION_HANDLE_PTR session) {
+CK_RV C_OpenSession(CK_SLOT_ID, CK_FLAGS, void*, CK_NOTIFY, CK_SESSION_HANDLE_PTR session) {
   *session = number();
   return answer();
 }
-CK_RV C_CloseSession(CK_SESSION_HANDLE /*session*/) { return answer(); }
-CK_RV C_Login(CK_SESSION_HANDLE /*session*/, CK_USER_TYPE /*user*/, CK_UTF8CHAR_PTR /*pin*/,
-              CK_ULONG /*length*/) {
-  return answer();
-}
-CK_RV C_Logout(CK_SESSION_HANDLE /*session*/) { return answer(); }
-CK_RV C_FindObjectsInit(CK_SESSION_HANDLE /*session*/, CK_ATTRIBUTE_PTR /*wanted*/,
-                        CK_ULONG /*n*/) {
-  return answer();
-}
-CK_RV C_FindObjects(CK_SESSION_HANDLE /*session*/, CK_OBJECT_HANDLE_PTR object,
-                    CK_ULONG /*maximum*/, CK_ULONG_PTR count) {
+CK_RV C_CloseSession(CK_SESSION_HANDLE) { return answer(); }
+CK_RV C_Login(CK_SESSION_HANDLE, CK_USER_TYPE, CK_UTF8CHAR_PTR, CK_ULONG) { return answer(); }
+CK_RV C_Logout(CK_SESSION_HANDLE) { return answer(); }
+CK_RV C_FindObjectsInit(CK_SESSION_HANDLE, CK_ATTRIBUTE_PTR, CK_ULONG) { return answer(); }
+CK_RV C_FindObjects(CK_SESSION_HANDLE, CK_OBJECT_HANDLE_PTR object, CK_ULONG, CK_ULONG_PTR count) {
   *object = number();
   *count = number();
   return answer();
 }
-CK_RV C_FindObjectsFinal(CK_SESSION_HANDLE /*session*/) { return answer(); }
-CK_RV C_GetAttributeValue(CK_SESSION_HANDLE /*session*/, CK_OBJECT_HANDLE /*object*/,
-                          CK_ATTRIBUTE_PTR attributes, CK_ULONG count) {
+CK_RV C_FindObjectsFinal(CK_SESSION_HANDLE) { return answer(); }
+CK_RV C_GetAttributeValue(CK_SESSION_HANDLE, CK_OBJECT_HANDLE, CK_ATTRIBUTE_PTR attributes,
+                          CK_ULONG count) {
   for (CK_ATTRIBUTE& attribute : std::span(attributes, count)) give(attribute);
   return answer();
 }
-CK_RV C_SignInit(CK_SESSION_HANDLE /*session*/, CK_MECHANISM_PTR /*mechanism*/,
-                 CK_OBJECT_HANDLE /*key*/) {
-  return answer();
-}
-CK_RV C_Sign(CK_SESSION_HANDLE /*session*/, CK_BYTE_PTR /*data*/, CK_ULONG /*length*/,
-             CK_BYTE_PTR signature, CK_ULONG_PTR length) {
+CK_RV C_SignInit(CK_SESSION_HANDLE, CK_MECHANISM_PTR, CK_OBJECT_HANDLE) { return answer(); }
+CK_RV C_Sign(CK_SESSION_HANDLE, CK_BYTE_PTR, CK_ULONG, CK_BYTE_PTR signature, CK_ULONG_PTR length) {
   const CK_ULONG own = number();
   take(signature, std::min(own, *length));
   *length = own;
@@ -144,22 +132,18 @@ std::string frame(std::string_view text) {
   return std::string(reinterpret_cast<const char*>(&length), sizeof length).append(text);
 }
 
-/// True for a row of whole messages, each an object.
-bool isConversation(std::string_view bytes, bool websocketMode) {
+/// A row of whole messages, each an object.
+void requireConversation(std::string_view bytes, bool websocketMode) {
   while (!bytes.empty()) {
-    std::uint32_t length = 0;
-    if (websocketMode) {
-      length = static_cast<std::uint32_t>(bytes.find('\n'));
-    } else if (bytes.size() >= sizeof length) {
-      std::memcpy(&length, bytes.data(), sizeof length);
-      bytes.remove_prefix(sizeof length);
+    std::size_t length = bytes.find('\n');
+    if (!websocketMode) {
+      length = 0;
+      bytes.copy(reinterpret_cast<char*>(&length), 4);
+      bytes.remove_prefix(std::min<std::size_t>(bytes.size(), 4));
     }
-    if (length < 2 || length > bytes.size() || bytes[0] != '{' || bytes[length - 1] != '}') {
-      return false;
-    }
+    require(length > 1 && length <= bytes.size() && bytes[0] == '{' && bytes[length - 1] == '}');
     bytes.remove_prefix(length + (websocketMode ? 1 : 0));
   }
-  return true;
 }
 
 }  // namespace
@@ -178,6 +162,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   answers = all.substr(3, data[1] + 256U * data[2]);
   const std::string_view bytes = all.substr(3 + answers.size());
   initialized = false;
+  chosen.clear();
   gPines.clear();
 
   std::string conversation;
@@ -186,7 +171,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   };
   if ((data[0] & 4U) != 0) say(initialize);
   if ((data[0] & 8U) != 0) {  // A PIN that the registry gets with the next request for the token.
-    gPines["Certificado ZORAL"];
+    gPines["Certificado ZORAL"];  // The first asks for it, and tells its module.
     say(R"({"command":5,"certId":"oQ==","digest":"AAECAwQFBgcICQoLDA0ODw=="})");
     say(R"({"command":3,"pin":"1234"})");
   }
@@ -207,6 +192,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Pkcs11NativeMessagingHost(websocketMode, channel).Execute();
   std::string told(static_cast<std::size_t>(lseek(output, 0, SEEK_CUR)), '\0');
   require(pread(output, told.data(), told.size(), 0) == static_cast<ssize_t>(told.size()));
-  require(isConversation(told, websocketMode));
+  requireConversation(told, websocketMode);
   return 0;
 }
