@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstddef>
-#include <string_view>
 
 namespace json_detail {
 
@@ -36,20 +35,10 @@ inline CharacterClass classOf(char byte) {
   return kCharacterClasses[static_cast<unsigned char>(byte)];
 }
 
-/// How a byte that needs an escape is written: 'u' as "\u00XX", anything else as a backslash and
-/// that letter.
-inline constexpr std::array<char, 256> kOutputEscapes = [] {
-  std::array<char, 256> escapes{};
-  for (char& escape : escapes) {
-    escape = 'u';
-  }
-  constexpr std::string_view kPairs = "\\\\//\"\"\bb\tt\nn\ff\rr";  // a byte and its letter
-  for (std::size_t i = 0; i != kPairs.size(); i += 2) {
-    escapes[static_cast<unsigned char>(kPairs[i])] = kPairs[i + 1];
-  }
-  return escapes;
-}();
-
-inline char outputEscapeOf(char byte) { return kOutputEscapes[static_cast<unsigned char>(byte)]; }
+constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
+constexpr bool isOctalDigit(char c) { return c >= '0' && c <= '7'; }
+constexpr bool isHexDigit(char c) {
+  return isDigit(c) || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f');
+}
 
 }  // namespace json_detail

@@ -3,16 +3,19 @@
 #include <cstddef>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "json/_internal/Source/Sanitizer.h"
 
 namespace json_detail {
 
-/// Memory blocks of one size, kept for reuse instead of going back to the allocator.
+/// Memory blocks of one size, kept for reuse instead of going back to the
+/// allocator.
 ///
-/// Every thread has its own list, so trees that belong to different threads stay independent. A
-/// block is cleared when it is given back: nothing that a request said survives in the list. The
-/// list is bounded, so that one large tree does not hold its memory for ever.
+/// Every thread has its own list, so trees that belong to different threads
+/// stay independent. A block is cleared when it is given back: nothing that a
+/// request said survives in the list. The list is bounded, so that one large
+/// tree does not hold its memory for ever.
 template <typename T, std::size_t Limit = 16384>
 class FreeList {
  public:
@@ -25,12 +28,26 @@ class FreeList {
     return ::operator new(kBlockSize);
   }
 
-  static void give(void* memory) noexcept {
-    giveBack(memory, [memory] { clear<kBlockSize>(static_cast<char*>(memory)); });
+  /// @param used  as many of the first bytes have been written to
+  static void give(void* memory, std::size_t used = kBlockSize) noexcept {
+    if (list.room == 0 && !makeRoom()) {
+      ::operator delete(memory);
+      return;
+    }
+    std::memset(memory, 0, used);
+    list.first = ::new (memory) Block{list.first};
+    --list.room;
   }
-  /// The same for a block of which only the first bytes were used.
-  static void give(void* memory, std::size_t used) noexcept {
-    giveBack(memory, [memory, used] { std::memset(memory, 0, used); });
+
+  /// new and delete for a T in such a block.
+  template <typename... Arguments>
+  static T* make(Arguments&&... arguments) {
+    static_assert(noexcept(T(std::forward<Arguments>(arguments)...)));
+    return ::new (take()) T(std::forward<Arguments>(arguments)...);
+  }
+  static void destroy(T* object) noexcept {
+    object->~T();
+    give(object);
   }
 
  private:
@@ -58,31 +75,8 @@ class FreeList {
 
   static constexpr std::size_t kBlockSize = sizeof(T) < sizeof(Block) ? sizeof(Block) : sizeof(T);
 
-  template <typename Clear>
-  static void giveBack(void* memory, Clear clearUsed) noexcept {
-    if (list.room == 0 && !makeRoom()) {
-      ::operator delete(memory);
-      return;
-    }
-    clearUsed();
-    list.first = ::new (memory) Block{list.first};
-    --list.room;
-  }
-
-  /// In pieces, because a larger fill of a known size becomes a string instruction, which takes
-  /// longer to start than all of this takes.
-  template <std::size_t Size>
-  static void clear(char* bytes) noexcept {
-    constexpr std::size_t kPiece = 64;
-    if constexpr (Size <= kPiece) {
-      std::memset(bytes, 0, Size);
-    } else {
-      std::memset(bytes, 0, kPiece);
-      clear<Size - kPiece>(bytes + kPiece);
-    }
-  }
-
-  /// Opens the list on first use; false when it is open already and therefore full.
+  /// Opens the list on first use; false when it is open already and therefore
+  /// full.
   static bool makeRoom() noexcept {
     if (!kMemoryIsReused || list.opened) {
       return false;
@@ -93,8 +87,15 @@ class FreeList {
     return true;
   }
 
-  // Initialised at compile time and placed in the program's own block, so that using it is no call.
+  // Initialised at compile time and placed in the program's own block, so that
+  // using it is no call.
   [[gnu::tls_model("initial-exec")]] static inline constinit thread_local List list{};
+};
+
+/// For a std::unique_ptr to what FreeList<T>::make() gave.
+template <typename T>
+struct Recycle {
+  void operator()(T* object) const noexcept { FreeList<T>::destroy(object); }
 };
 
 }  // namespace json_detail

@@ -56,13 +56,6 @@ void jsonChildren::reserve2(jsonChildren& container, unsigned int amount) {
   }
 }
 
-void jsonChildren::insert(unsigned int position, JSONNode* const* handles, unsigned int count) {
-  JSONNode** const slot = begin() + position;
-  std::move_backward(slot, end(), end() + count);
-  std::copy(handles, handles + count, slot);
-  size += count;
-}
-
 void jsonChildren::doerase(unsigned int position, unsigned int count) {
   JSONNode** const slot = begin() + position;
   std::move(slot + count, end(), slot);

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <cstddef>
 #include <memory>
 
 class JSONNode;
@@ -10,13 +9,13 @@ class JSONNode;
 /// The container grows by fixed rules and never shrinks.
 class jsonChildren {
  public:
-  /// @param inSource  its memory is a parsed document's
-  explicit jsonChildren(bool inSource = false) : isInSource(inSource) {}
+  jsonChildren() = default;
   jsonChildren(const jsonChildren&) = delete;
   jsonChildren& operator=(const jsonChildren&) = delete;
   jsonChildren(jsonChildren&&) = delete;
   jsonChildren& operator=(jsonChildren&&) = delete;
-  /// The handles must have been released before (releaseAll(), or by the release of the body).
+  /// The handles must have been released before (releaseAll(), or by the
+  /// release of the body).
   ~jsonChildren() = default;
 
   JSONNode** array = nullptr;  // the slots: the first ones below, or a block
@@ -39,23 +38,21 @@ class jsonChildren {
     }
   }
 
-  /// Makes room for `n` more. A container without slots gets max(n, 8); any other doubles until
-  /// it has at least size + n. (When size + n is exactly the capacity the block is renewed at its
-  /// size; harmless, and kept.)
+  /// Makes room for `n` more. A container without slots gets max(n, 8); any
+  /// other doubles until it has at least size + n. (When size + n is exactly
+  /// the capacity the block is renewed at its size; harmless, and kept.)
   void inc(unsigned int n);
 
-  /// Exactly `amount` slots when there are none yet; else, when there are fewer, inc(amount -
-  /// capacity), which counts from the present children: fewer than `amount` may come of it. Kept.
+  /// Exactly `amount` slots when there are none yet; else, when there are
+  /// fewer, inc(amount - capacity), which counts from the present children:
+  /// fewer than `amount` may come of it. Kept.
   static void reserve2(jsonChildren& container, unsigned int amount);
 
   /// Puts an owned handle into room that inc() or reserve2() has made.
   void append(JSONNode* child) { array[size++] = child; }
 
-  /// Puts `count` owned handles in front of the child at `position`, into room that inc() has made.
-  void insert(unsigned int position, JSONNode* const* handles, unsigned int count);
-
-  /// Takes `count` slots out at `position` and moves the later handles down. The handles
-  /// themselves are the caller's to release, before this call.
+  /// Takes `count` slots out at `position` and moves the later handles down.
+  /// The handles themselves are the caller's to release, before this call.
   void doerase(unsigned int position, unsigned int count);
 
   /// Releases every handle and forgets them; the slots stay.
@@ -66,10 +63,8 @@ class jsonChildren {
   static unsigned int doubled(unsigned int slots);
   void resize(unsigned int slots);
 
-  // The usual capacity comes with the container, without an allocation of its own.
+  // The usual capacity comes with the container, without an allocation of its
+  // own.
   std::array<JSONNode*, kFirstCapacity> firstSlots{};
   std::unique_ptr<JSONNode*[]> block;
-
- public:
-  const bool isInSource;
 };

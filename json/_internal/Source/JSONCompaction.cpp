@@ -1,51 +1,44 @@
-// Stage one of parsing: one pass that drops white space and marks comments and escaped quotes.
+#include "json/_internal/Source/JSONCompaction.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "json/_internal/Source/ByteScan.h"
 #include "json/_internal/Source/CharacterClass.h"
-#include "json/_internal/Source/JSONWorker.h"
 
-using json_detail::AnyOf;
-using json_detail::CharacterClass;
-using json_detail::classOf;
-using json_detail::copyUntil;
-using json_detail::JSONSource;
+namespace json_detail {
 
 namespace {
 
 constexpr char kHiddenQuote = 0x01;
 constexpr char kCommentMark = '#';
 
-/// The pass over one text. What is written is never longer than what was read, apart from the
-/// closing mark of a line comment that the end of the text ends.
+/// The pass over one text. What is written is never longer than what was read,
+/// apart from the closing mark of a line comment that the end of the text ends.
 class Compactor {
  public:
-  Compactor(std::string_view text, char* output, bool escapeQuotes)
-      : at(text.data()), end(text.data() + text.size()), out(output), hidesQuotes(escapeQuotes) {}
+  Compactor(std::string_view text, char* output, bool hideQuotes)
+      : at(text.data()), end(text.data() + text.size()), out(output), hidesQuotes(hideQuotes) {}
 
-  /// Returns the end of the output. Stops without a word at what cannot be part of JSON.
+  /// Returns the end of the output. Stops without a word at what cannot be part
+  /// of JSON.
   /// @param inString  whether the text begins within a string
   char* run(bool inString) {
     bool proceeds = !inString || copyStringRest();
     while (proceeds && at != end) {
-      // The two usual classes are tested for apart: foreseen better than one jump for all.
-      const CharacterClass kind = classOf(*at);
-      if (kind == CharacterClass::kQuote) {
-        proceeds = copyString();
-        continue;
-      }
-      if (kind == CharacterClass::kPlain) {
-        *out++ = *at++;
-        continue;
-      }
-      switch (kind) {
+      switch (classOf(*at)) {
+        case CharacterClass::kBackslash:
+          found.mayHoldEscapes = true;
+          [[fallthrough]];
+        case CharacterClass::kPlain:
+          *out++ = *at++;
+          break;
         case CharacterClass::kWhiteSpace:
           ++at;
           break;
-        case CharacterClass::kBackslash:
-          sawEscape = true;
+        case CharacterClass::kQuote:
           *out++ = *at++;
+          proceeds = copyStringRest();
           break;
         case CharacterClass::kSlash:
           proceeds = copySlashComment();
@@ -53,7 +46,7 @@ class Compactor {
         case CharacterClass::kHash:
           copyLineComment(at + 1);
           break;
-        default:
+        case CharacterClass::kIllegal:
           proceeds = false;
           break;
       }
@@ -61,19 +54,13 @@ class Compactor {
     return out;
   }
 
-  [[nodiscard]] bool hasEscapes() const { return sawEscape; }
-  [[nodiscard]] bool hasComments() const { return sawComment; }
+  [[nodiscard]] const TextFacts& facts() const { return found; }
 
  private:
   /// False when the string is not closed.
-  bool copyString() {
-    *out++ = *at++;
-    return copyStringRest();
-  }
-
   bool copyStringRest() {
     for (;;) {
-      at = copyUntil<AnyOf<'"', '\\'>>(at, end, out);
+      at = copyUntil<QuoteOrBackslash>(at, end, out);
       if (at == end) {
         return false;
       }
@@ -82,89 +69,75 @@ class Compactor {
       if (!isEscape) {
         return true;
       }
-      sawEscape = true;
+      found.mayHoldEscapes = true;
       if (at == end) {
         return false;
       }
-      if (*at == '"' && hidesQuotes) {
-        *out++ = kHiddenQuote;
-        ++at;
-        JSONWorker::used_ascii_one.store(true, std::memory_order_relaxed);
-      } else {
-        *out++ = *at++;
-      }
+      const bool hides = *at == '"' && hidesQuotes;
+      found.holdsHiddenQuotes = found.holdsHiddenQuotes || hides;
+      *out++ = hides ? kHiddenQuote : *at;
+      ++at;
     }
   }
 
   /// False when the slash starts no comment, or one that is not closed.
   bool copySlashComment() {
-    const char* const second = at + 1;
-    if (second == end) {
-      return false;
-    }
-    if (*second == '/') {
-      copyLineComment(second + 1);
+    const std::string_view rest(at, static_cast<std::size_t>(end - at));
+    if (rest.starts_with("//")) {
+      copyLineComment(at + 2);
       return true;
     }
-    return *second == '*' && copyBlockComment(second + 1);
+    constexpr std::size_t kMark = 2;  // of a block comment, at either end
+    if (!rest.starts_with("/*")) {
+      return false;
+    }
+    const std::size_t close = rest.find("*/", kMark);
+    const bool isClosed = close != std::string_view::npos;
+    const std::size_t length = isClosed ? close : rest.size();
+    copyComment(rest.substr(kMark, length - kMark));
+    at += isClosed ? length + kMark : length;
+    return isClosed;
   }
 
   void copyLineComment(const char* text) {
-    openComment(text);
-    at = copyUntil<AnyOf<'\n'>>(text, end, out);
-    *out++ = kCommentMark;
+    const char* const lineEnd = std::find(text, end, '\n');
+    copyComment({text, static_cast<std::size_t>(lineEnd - text)});
+    at = lineEnd;
   }
 
-  bool copyBlockComment(const char* text) {
-    openComment(text);
-    at = text;
-    for (;;) {
-      at = copyUntil<AnyOf<'*'>>(at, end, out);
-      const bool isClosed = end - at >= 2 && at[1] == '/';
-      if (isClosed || at == end) {
-        *out++ = kCommentMark;
-        at += isClosed ? 2 : 0;
-        return isClosed;
-      }
-      *out++ = *at++;
-    }
-  }
-
-  void openComment(const char* text) {
-    at = text;
+  void copyComment(std::string_view text) {
     *out++ = kCommentMark;
-    sawComment = true;
-    sawEscape = true;  // a name cut out of a damaged text may reach into the comment
+    out = std::copy(text.begin(), text.end(), out);
+    *out++ = kCommentMark;
+    found.mayHoldComments = true;
+    found.mayHoldEscapes = true;  // a name cut out of a damaged text may reach into the comment
   }
 
   const char* at;
   const char* end;
   char* out;
   bool hidesQuotes;
-  bool sawEscape = false;
-  bool sawComment = false;
+  TextFacts found{.mayHoldEscapes = false, .mayHoldComments = false};
 };
 
 }  // namespace
 
-JSONSource JSONWorker::RemoveWhiteSpace(std::string_view text, bool escapeQuotes) {
+JSONSource compacted(std::string_view text, bool hideQuotes) {
   JSONSource source(text.size() + 1);
   char* const out = source.data();
-  if (!text.empty()) {
-    std::memcpy(out, text.data(), text.size());
-  }
-  // A machine's JSON is mostly compact already, which is found out faster than compacting takes.
-  const json_detail::PlainFront plain =
-      json_detail::indexPlainFront(out, text.size(), source.index());
+  copyBytes(out, text.data(), text.size());
+  // A machine's JSON is mostly compact already, which is found out faster than
+  // compacting takes.
+  const PlainFront plain = indexPlainFront(out, text.size(), source.index());
   if (plain.size == text.size()) {
-    source.setSize(text.size());
-    source.setIndexed();
+    source.setText(text.size(),
+                   {.isIndexed = true, .mayHoldEscapes = false, .mayHoldComments = false});
     return source;
   }
-  Compactor compactor(text.substr(plain.size), out + plain.size, escapeQuotes);
+  Compactor compactor(text.substr(plain.size), out + plain.size, hideQuotes);
   const char* const end = compactor.run(plain.endsInString);
-  source.setSize(static_cast<std::size_t>(end - out));
-  source.setMayHoldEscapes(compactor.hasEscapes());
-  source.setMayHoldComments(compactor.hasComments());
+  source.setText(static_cast<std::size_t>(end - out), compactor.facts());
   return source;
 }
+
+}  // namespace json_detail

@@ -1,75 +1,45 @@
-// The escapes of strings: undone when a string is read, made when it is written.
+#include "json/_internal/Source/JSONEscapes.h"
 
-#include "json/_internal/Source/ByteScan.h"
+#include <array>
+
 #include "json/_internal/Source/CharacterClass.h"
-#include "json/_internal/Source/JSONWorker.h"
 
-using json_detail::findAnyOf;
-using json_detail::JSONOutput;
-using json_detail::outputEscapeOf;
+namespace json_detail {
 
 namespace {
 
+constexpr std::size_t kLongestEscape = 6;
+
 /// A byte that is no hex digit counts as 0.
 unsigned int hexDigit(char c) {
-  if (c >= '0' && c <= '9') {
-    return static_cast<unsigned int>(c - '0');
+  if (!isHexDigit(c)) {
+    return 0;
   }
-  if (c >= 'A' && c <= 'F') {
-    return static_cast<unsigned int>(c - 'A') + 10;
-  }
-  if (c >= 'a' && c <= 'f') {
-    return static_cast<unsigned int>(c - 'a') + 10;
-  }
-  return 0;
+  return static_cast<unsigned int>(isDigit(c) ? c - '0' : (c | 0x20) - 'a' + 10);
 }
 
 /// A byte that is no octal digit counts as 0.
-unsigned int octalDigit(char c) {
-  return c >= '0' && c <= '7' ? static_cast<unsigned int>(c - '0') : 0;
-}
+unsigned int octalDigit(char c) { return isOctalDigit(c) ? static_cast<unsigned int>(c - '0') : 0; }
 
-bool isOctalDigit(char c) { return c >= '0' && c <= '7'; }
+// These give what an escape stands for. `position` is at the byte after the
+// backslash and is left on the last byte of the escape.
 
-constexpr std::size_t kLongestEscape = 6;
-
-/// Writes the byte as a six-character escape and returns the end.
-char* unicodeEscapeInto(char* out, unsigned char byte) {
-  constexpr std::string_view kHex = "0123456789ABCDEF";
-  for (const char c : {'\\', 'u', '0', '0', kHex[byte >> 4U], kHex[byte & 0x0FU]}) {
-    *out++ = c;
-  }
-  return out;
-}
-
-/// Writes a byte that needs an escape and returns the end.
-char* escapeInto(char* out, char byte) {
-  const char letter = outputEscapeOf(byte);
-  if (letter == 'u') {
-    return unicodeEscapeInto(out, static_cast<unsigned char>(byte));
-  }
-  *out++ = '\\';
-  *out++ = letter;
-  return out;
-}
-
-}  // namespace
-
-char JSONWorker::Hex(std::string_view text, std::size_t& position) {
+char Hex(std::string_view text, std::size_t& position) {
   const unsigned int high = hexDigit(text[position + 1]);
   const unsigned int low = hexDigit(text[position + 2]);
   position += 2;
   return static_cast<char>(high * 16 + low);
 }
 
-// One byte, on purpose: no UTF-8 is made of the code, and the first two digits are ignored. The
-// writer escapes byte by byte, so what it wrote comes back as it was.
-char JSONWorker::UTF8(std::string_view text, std::size_t& position) {
+// One byte, on purpose: no UTF-8 is made of the code, and the first two digits
+// are ignored. The writer escapes byte by byte, so what it wrote comes back as
+// it was.
+char UTF8(std::string_view text, std::size_t& position) {
   position += 2;
   return Hex(text, position);
 }
 
-char JSONWorker::SpecialChar(std::string_view text, std::size_t& position) {
+char SpecialChar(std::string_view text, std::size_t& position) {
   const std::size_t left = text.size() - position;
   const char letter = text[position];
   switch (letter) {
@@ -90,8 +60,9 @@ char JSONWorker::SpecialChar(std::string_view text, std::size_t& position) {
     case 'u':
       return left < 5 ? '\0' : UTF8(text, position);
     case 'x':
-      // One byte more than the escape needs, on purpose, here and for octal: at the very end of a
-      // string these forms give a zero byte, and their digits stay as characters.
+      // One byte more than the escape needs, on purpose, here and for octal: at
+      // the very end of a string these forms give a zero byte, and their digits
+      // stay as characters.
       return left < 4 ? '\0' : Hex(text, position);
     default:
       break;
@@ -108,61 +79,81 @@ char JSONWorker::SpecialChar(std::string_view text, std::size_t& position) {
   return static_cast<char>(code & 0xFFU);
 }
 
-std::string JSONWorker::FixString(std::string_view text, bool& hadEscape) {
-  std::string fixed;
-  fixed.reserve(text.size());
+/// How a byte that needs an escape is written: 'u' as "\u00XX", anything else
+/// as a backslash and that letter.
+constexpr std::array<char, 256> kEscapes = [] {
+  std::array<char, 256> escapes{};
+  escapes.fill('u');
+  constexpr std::string_view kPairs = "\\\\//\"\"\bb\tt\nn\ff\rr";  // a byte and its letter
+  for (std::size_t i = 0; i != kPairs.size(); i += 2) {
+    escapes[static_cast<unsigned char>(kPairs[i])] = kPairs[i + 1];
+  }
+  return escapes;
+}();
+
+/// Writes a byte as a six-character escape and returns the end.
+char* unicodeEscapeInto(char* out, unsigned char byte) {
+  constexpr std::string_view kHex = "0123456789ABCDEF";
+  for (const char c : {'\\', 'u', '0', '0', kHex[byte >> 4U], kHex[byte & 0x0FU]}) {
+    *out++ = c;
+  }
+  return out;
+}
+
+/// Writes a byte that needs an escape and returns the end.
+char* escapeInto(char* out, char byte) {
+  const char letter = kEscapes[static_cast<unsigned char>(byte)];
+  if (letter == 'u') {
+    return unicodeEscapeInto(out, static_cast<unsigned char>(byte));
+  }
+  *out++ = '\\';
+  *out++ = letter;
+  return out;
+}
+
+}  // namespace
+
+std::string unescaped(std::string_view text, bool& hadEscape) {
+  std::string characters;
+  characters.reserve(text.size());
   hadEscape = false;
-  const char* const end = text.data() + text.size();
   for (std::size_t position = 0; position < text.size(); ++position) {
-    const char* const from = text.data() + position;
-    const char* const backslash = findAnyOf<'\\'>(from, end);
-    fixed.append(from, backslash);
-    if (backslash == end) {
+    const std::size_t backslash = text.find('\\', position);
+    characters += text.substr(position, backslash - position);
+    if (backslash == std::string_view::npos) {
       break;
     }
     hadEscape = true;
-    position = static_cast<std::size_t>(backslash - text.data()) + 1;
+    position = backslash + 1;
     if (position < text.size()) {  // a backslash as the last byte stands for nothing
-      fixed += SpecialChar(text, position);
+      characters += SpecialChar(text, position);
     }
   }
-  return fixed;
+  return characters;
 }
 
-bool JSONWorker::FixInto(json_detail::JSONText& target, std::string_view text) {
-  if (text.find('\\') == std::string_view::npos) {
-    return false;
-  }
-  bool hadEscape = false;
-  target.assign(FixString(text, hadEscape));
-  return hadEscape;
-}
-
-std::string JSONWorker::toUTF8(unsigned char byte) {
+std::string unicodeEscape(unsigned char byte) {
   std::string escape(kLongestEscape, '\0');
   unicodeEscapeInto(escape.data(), byte);
   return escape;
 }
 
-void JSONWorker::UnfixLong(std::string_view text, JSONOutput& output) {
+void appendEscaped(std::string_view text, JSONOutput& output) {
   const char* const end = text.data() + text.size();
   for (const char* at = text.data();; ++at) {
     char* out = output.room(static_cast<std::size_t>(end - at) + kLongestEscape);
-    at = json_detail::copyUntil<json_detail::NeedsEscape>(at, end, out);
+    at = copyUntil<NeedsEscape>(at, end, out);
     if (at == end) {
       output.advance(out);
       return;
     }
     output.advance(escapeInto(out, *at));
-    // What needs an escape seldom comes alone: the bytes of a letter outside ASCII do not.
-    for (; at + 1 != end && json_detail::NeedsEscape::matches(at[1]); ++at) {
+    // What needs an escape seldom comes alone: the bytes of a letter outside
+    // ASCII do not.
+    for (; at + 1 != end && NeedsEscape::matches(at[1]); ++at) {
       output.advance(escapeInto(output.room(kLongestEscape), at[1]));
     }
   }
 }
 
-void JSONWorker::UnfixString(std::string_view text, bool encoded, std::string& output) {
-  JSONOutput written(text.size());
-  UnfixString(text, encoded, written);
-  output += written.text();
-}
+}  // namespace json_detail

@@ -62,13 +62,17 @@ JSONNode& JSONNode::operator=(const JSONNode& other) noexcept { return *this = J
 
 void JSONNode::dropShare(internalJSONNode* body) noexcept { body->dropShare(); }
 
+internalJSONNode& JSONNode::own() {
+  internal = internal->makeUnique();
+  return *internal;
+}
+
 JSONNode* JSONNode::newJSONNode(JSONNode&& node) {
-  return JSONNodeAccess::newHandle(std::move(node));
+  return json_detail::FreeList<JSONNode>::make(std::move(node));
 }
 
 void JSONNode::deleteJSONNode(JSONNode* node) noexcept {
-  node->~JSONNode();
-  internalJSONNode::giveHandle(node);
+  json_detail::FreeList<JSONNode>::destroy(node);
 }
 
 JSONNode JSONNode::duplicate() const { return {Adopt{}, internalJSONNode::newInternal(*internal)}; }
@@ -77,17 +81,11 @@ char JSONNode::type() const { return static_cast<char>(internal->type); }
 
 std::string JSONNode::name() const { return std::string(internal->name.view()); }
 
-void JSONNode::set_name(std::string_view name) {
-  internal = internal->makeUnique();
-  internal->SetName(name);
-}
+void JSONNode::set_name(std::string_view name) { own().SetName(name); }
 
 std::string JSONNode::get_comment() const { return std::string(internal->comment.view()); }
 
-void JSONNode::set_comment(std::string_view comment) {
-  internal = internal->makeUnique();
-  internal->comment.assign(comment);
-}
+void JSONNode::set_comment(std::string_view comment) { own().comment.assign(comment); }
 
 unsigned int JSONNode::size() const {
   internal->Fetch();
@@ -129,14 +127,12 @@ JSONNode JSONNode::as_array() const {
 void JSONNode::cast(char type) {
   internal->Fetch();
   if (internal->type != static_cast<unsigned char>(type)) {
-    internal = internal->makeUnique();
-    internal->Cast(type);
+    own().Cast(type);
   }
 }
 
 JSONNode& JSONNode::operator[](std::string_view name) {
-  internal = internal->makeUnique();
-  return existingMember(internal->at(name), name);
+  return existingMember(own().at(name), name);
 }
 
 const JSONNode& JSONNode::operator[](std::string_view name) const {
@@ -144,32 +140,22 @@ const JSONNode& JSONNode::operator[](std::string_view name) const {
 }
 
 JSONNode& JSONNode::operator[](unsigned int index) {
-  internal = internal->makeUnique();
-  return existingElement(internal->at(index), index);
+  return existingElement(own().at(index), index);
 }
 
 const JSONNode& JSONNode::operator[](unsigned int index) const {
   return existingElement(internal->at(index), index);
 }
 
-JSONNode& JSONNode::at(std::string_view name) {
-  internal = internal->makeUnique();
-  return *existing(internal->at(name));
-}
+JSONNode& JSONNode::at(std::string_view name) { return *existing(own().at(name)); }
 
 const JSONNode& JSONNode::at(std::string_view name) const { return *existing(internal->at(name)); }
 
-JSONNode& JSONNode::at(unsigned int index) {
-  internal = internal->makeUnique();
-  return existing(internal->at(index));
-}
+JSONNode& JSONNode::at(unsigned int index) { return existing(own().at(index)); }
 
 const JSONNode& JSONNode::at(unsigned int index) const { return existing(internal->at(index)); }
 
-JSONNode& JSONNode::at_nocase(std::string_view name) {
-  internal = internal->makeUnique();
-  return *existing(internal->at_nocase(name));
-}
+JSONNode& JSONNode::at_nocase(std::string_view name) { return *existing(own().at_nocase(name)); }
 
 const JSONNode& JSONNode::at_nocase(std::string_view name) const {
   return *existing(internal->at_nocase(name));

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <memory>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -29,8 +28,8 @@ JSONNode** slotOrEnd(internalJSONNode& body, JSONNode** slot) {
 }  // namespace
 
 JSONNode::iterator JSONNode::find(std::string_view name) {
-  internal = internal->makeUnique();
-  return iterator(slotOrEnd(*internal, internal->at(name)));
+  internalJSONNode& body = own();
+  return iterator(slotOrEnd(body, body.at(name)));
 }
 
 JSONNode::const_iterator JSONNode::find(std::string_view name) const {
@@ -38,49 +37,35 @@ JSONNode::const_iterator JSONNode::find(std::string_view name) const {
 }
 
 JSONNode::iterator JSONNode::find_nocase(std::string_view name) {
-  internal = internal->makeUnique();
-  return iterator(slotOrEnd(*internal, internal->at_nocase(name)));
+  internalJSONNode& body = own();
+  return iterator(slotOrEnd(body, body.at_nocase(name)));
 }
 
 JSONNode::const_iterator JSONNode::find_nocase(std::string_view name) const {
   return const_iterator(slotOrEnd(*internal, internal->at_nocase(name)));
 }
 
-JSONNode::iterator JSONNode::begin() {
-  internal = internal->makeUnique();
-  return iterator(firstSlot(*internal));
-}
+JSONNode::iterator JSONNode::begin() { return iterator(firstSlot(own())); }
 
-JSONNode::iterator JSONNode::end() {
-  internal = internal->makeUnique();
-  return iterator(lastSlot(*internal));
-}
+JSONNode::iterator JSONNode::end() { return iterator(lastSlot(own())); }
 
 JSONNode::const_iterator JSONNode::begin() const { return const_iterator(firstSlot(*internal)); }
 
 JSONNode::const_iterator JSONNode::end() const { return const_iterator(lastSlot(*internal)); }
 
-void JSONNode::push_back(JSONNode child) {
-  internal = internal->makeUnique();
-  internal->push_back(std::move(child));
-}
+void JSONNode::push_back(JSONNode child) { own().push_back(std::move(child)); }
 
-void JSONNode::push_front(JSONNode child) {
-  internal = internal->makeUnique();
-  internal->push_front(std::move(child));
-}
+void JSONNode::push_front(JSONNode child) { own().push_front(std::move(child)); }
 
 void JSONNode::reserve(unsigned int children) {
-  internal = internal->makeUnique();
-  internal->Fetch();
+  own().Fetch();
   if (internal->isContainer()) {
     jsonChildren::reserve2(*internal->children, children);
   }
 }
 
 JSONNode JSONNode::takeOut(unsigned int index) {
-  internal = internal->makeUnique();
-  internal->Fetch();
+  own().Fetch();
   if (index >= internal->size()) {
     throw std::out_of_range("");
   }
@@ -103,7 +88,8 @@ JSONNode JSONNode::pop_back_nocase(std::string_view name) {
   return takeOut(slot == nullptr ? size() : indexOf(slot));
 }
 
-// A place is remembered by its number, because the copy made on write has other slots.
+// A place is remembered by its number, because the copy made on write has other
+// slots.
 unsigned int JSONNode::indexOf(JSONNode* const* place) const {
   const std::less<> before;  // total, also for places in other containers
   JSONNode** const first = firstSlot(*internal);
@@ -117,12 +103,9 @@ JSONNode::iterator JSONNode::eraseRange(unsigned int first, unsigned int last) {
   if (first > last) {
     throw std::out_of_range("");
   }
-  internal = internal->makeUnique();
-  jsonChildren& children = *internal->children;
-  // The slots are taken out before the nodes end, so that the container is whole all the time.
-  const std::vector<JSONNode*> removed(children.begin() + first, children.begin() + last);
+  jsonChildren& children = *own().children;
+  std::for_each(children.begin() + first, children.begin() + last, deleteJSONNode);
   children.doerase(first, last - first);
-  std::for_each(removed.begin(), removed.end(), deleteJSONNode);
   return iterator(children.begin() + first);
 }
 
@@ -139,11 +122,11 @@ JSONNode::iterator JSONNode::erase(iterator first, iterator last) {
 }
 
 JSONNode::reverse_iterator JSONNode::erase(reverse_iterator position) {
-  const unsigned int behind = indexOf(position.base().place());
-  if (behind == 0) {
+  const unsigned int after = indexOf(position.base().place());
+  if (after == 0) {
     throw std::out_of_range("");
   }
-  return reverse_iterator(eraseRange(behind - 1, behind));
+  return reverse_iterator(eraseRange(after - 1, after));
 }
 
 JSONNode::reverse_iterator JSONNode::erase(reverse_iterator first, reverse_iterator last) {
@@ -158,20 +141,13 @@ JSONNode::iterator JSONNode::insertRange(JSONNode** position, Iterator first, It
   }
   // Copied first: the range may lie in this very node.
   std::vector<JSONNode> copies(first, last);
-  internal = internal->makeUnique();
-  jsonChildren& children = *internal->children;
-  // Owned until nothing can fail any more.
-  const auto release = [](JSONNode* handle) { deleteJSONNode(handle); };
-  std::vector<std::unique_ptr<JSONNode, decltype(release)>> owned;
-  owned.reserve(copies.size());
+  jsonChildren& children = *own().children;
+  const unsigned int oldSize = children.size;
+  children.inc(static_cast<unsigned int>(copies.size()));
   for (JSONNode& copy : copies) {
-    owned.emplace_back(newJSONNode(std::move(copy)), release);
+    children.append(newJSONNode(std::move(copy)));
   }
-  std::vector<JSONNode*> handles(owned.size());
-  children.inc(static_cast<unsigned int>(owned.size()));
-  std::transform(owned.begin(), owned.end(), handles.begin(),
-                 [](auto& handle) { return handle.release(); });
-  children.insert(index, handles.data(), static_cast<unsigned int>(handles.size()));
+  std::rotate(children.begin() + index, children.begin() + oldSize, children.end());
   return iterator(children.begin() + index);
 }
 
@@ -216,12 +192,10 @@ void JSONNode::merge(JSONNode& other) {
   if (this == &other || !internal->isContainer() || !other.internal->isContainer()) {
     return;
   }
-  other.internal = other.internal->makeUnique();
-  internal = internal->makeUnique();
-  jsonChildren& from = *other.internal->children;
-  jsonChildren& to = *internal->children;
+  jsonChildren& from = *other.own().children;
+  jsonChildren& to = *own().children;
   to.inc(from.size);
-  to.insert(to.size, from.begin(), from.size);
+  std::for_each(from.begin(), from.end(), [&to](JSONNode* child) { to.append(child); });
   from.size = 0;
 }
 

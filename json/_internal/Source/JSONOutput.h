@@ -9,8 +9,8 @@
 
 namespace json_detail {
 
-/// A text under construction. Its memory is open for writing as a whole, so that appending a few
-/// bytes is a comparison and a store.
+/// A text under construction. Its memory is open for writing as a whole, so
+/// that appending a few bytes is a comparison and a store.
 class JSONOutput {
  public:
   /// @param reserve  the expected length in bytes; not a limit
@@ -21,7 +21,8 @@ class JSONOutput {
   JSONOutput& operator=(JSONOutput&&) = delete;
   ~JSONOutput() { release(); }
 
-  /// Room for that many bytes, behind what was written. Who fills it says so with advance().
+  /// Room for that many bytes, behind what was written. Who fills it says so
+  /// with advance().
   [[nodiscard]] char* room(std::size_t bytes) {
     if (static_cast<std::size_t>(limit - at) < bytes) {
       grow(bytes);

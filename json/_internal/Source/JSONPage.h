@@ -7,8 +7,8 @@
 
 namespace json_detail {
 
-/// A block of memory that a short document with its bodies, or a short answer, fits into. A few are
-/// kept for reuse.
+/// A block of memory that a short document with its bodies, or a short answer,
+/// fits into. A few are kept for reuse.
 struct JSONPage {
   static constexpr std::size_t kSize = 4096;
   static constexpr std::size_t kKept = 4;

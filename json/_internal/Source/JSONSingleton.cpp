@@ -1,36 +1,19 @@
 #include "json/_internal/Source/JSONSingleton.h"
 
-const std::string& jsonSingletonCONST_TRUE() {
-  static const std::string text = "true";
-  return text;
+namespace {
+
+template <char... Characters>
+const std::string& text() {
+  static const std::string built{Characters...};
+  return built;
 }
 
-const std::string& jsonSingletonCONST_FALSE() {
-  static const std::string text = "false";
-  return text;
-}
+}  // namespace
 
-const std::string& jsonSingletonCONST_NULL() {
-  static const std::string text = "null";
-  return text;
-}
-
-const std::string& jsonSingletonEMPTY_STD_STRING() {
-  static const std::string text;
-  return text;
-}
-
-const std::string& jsonSingletonEMPTY_JSON_STRING() {
-  static const std::string text;
-  return text;
-}
-
-const std::string& jsonSingletonNEW_LINE() {
-  static const std::string text = "\n";
-  return text;
-}
-
-const std::string& jsonSingletonSINGLELINE_COMMENT() {
-  static const std::string text = "//";
-  return text;
-}
+const std::string& jsonSingletonCONST_TRUE() { return text<'t', 'r', 'u', 'e'>(); }
+const std::string& jsonSingletonCONST_FALSE() { return text<'f', 'a', 'l', 's', 'e'>(); }
+const std::string& jsonSingletonCONST_NULL() { return text<'n', 'u', 'l', 'l'>(); }
+const std::string& jsonSingletonEMPTY_STD_STRING() { return text<>(); }
+const std::string& jsonSingletonEMPTY_JSON_STRING() { return text<>(); }
+const std::string& jsonSingletonNEW_LINE() { return text<'\n'>(); }
+const std::string& jsonSingletonSINGLELINE_COMMENT() { return text<'/', '/'>(); }

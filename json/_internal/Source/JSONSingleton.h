@@ -2,8 +2,9 @@
 
 #include <string>
 
-// The texts every part of the library shares. Each is built on first use, once, also when several
-// threads get there together, and lives until the process exits.
+// The texts every part of the library shares. Each is built on first use, once,
+// also when several threads get there together, and lives until the process
+// exits.
 
 /// "true"
 const std::string& jsonSingletonCONST_TRUE();

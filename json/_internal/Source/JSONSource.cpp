@@ -25,7 +25,8 @@ JSONSource::JSONSource(std::size_t capacity) {
   if (capacity > std::numeric_limits<std::uint32_t>::max()) {
     throw std::bad_alloc();
   }
-  // In this order: the text with a block of readable bytes behind it, its index, and the bodies.
+  // The index is made by whole blocks of the text, so that as many bytes after
+  // it are readable.
   const std::size_t indexAt =
       sizeof(Block) + roundedUp(capacity + kIndexBlockBytes, alignof(IndexBlock));
   const std::size_t bodiesAt = indexAt + indexBlocks(capacity) * sizeof(IndexBlock);
@@ -34,6 +35,7 @@ JSONSource::JSONSource(std::size_t capacity) {
       static_cast<char*>(size == JSONPage::kSize ? JSONPage::List::take() : ::operator new(size));
   block = ::new (memory) Block;
   block->memorySize = size;
+  block->text = memory + sizeof(Block);
   block->index = reinterpret_cast<IndexBlock*>(memory + indexAt);
   block->next = memory + bodiesAt;
   block->limit = memory + size;
@@ -49,20 +51,21 @@ void JSONSource::addPiece(Block& block, std::size_t bytes) {
 }
 
 void JSONSource::release(Block* block) noexcept {
-  const bool isFull = block->pieces != nullptr;
+  const std::size_t used =
+      block->pieces != nullptr
+          ? block->memorySize
+          : block->memorySize - static_cast<std::size_t>(block->limit - block->next);
   while (Piece* const piece = block->pieces) {
     block->pieces = piece->previous;
     allowUse(piece, piece->size);
     ::operator delete(piece);
   }
   allowUse(block, block->memorySize);
-  if (block->memorySize != JSONPage::kSize) {
+  if (block->memorySize == JSONPage::kSize) {
+    JSONPage::List::give(block, used);
+  } else {
     ::operator delete(block);
-    return;
   }
-  const char* const start = reinterpret_cast<char*>(block);
-  JSONPage::List::give(block,
-                       isFull ? JSONPage::kSize : static_cast<std::size_t>(block->next - start));
 }
 
 }  // namespace json_detail

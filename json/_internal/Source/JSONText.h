@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <limits>
+#include <new>
 #include <span>
 #include <string_view>
 
@@ -10,9 +12,9 @@
 
 namespace json_detail {
 
-/// A byte string of a body: borrowed (a slice of the body's JSONSource, or one of the constant
-/// texts) without a copy, or copied into room that the body has, or else to the heap. Below 4 GiB;
-/// std::bad_alloc for more.
+/// A byte string of a body: borrowed (a slice of the body's JSONSource, or one
+/// of the constant texts) without a copy, or copied into room that the body
+/// has, or else to the heap. Below 4 GiB; std::bad_alloc for more.
 class JSONText {
  public:
   JSONText() = default;
@@ -27,16 +29,14 @@ class JSONText {
 
   [[nodiscard]] std::string_view view() const noexcept { return {bytes, length}; }
 
-  /// Takes a copy of `text`, which must not be part of the present text. The room is only this
-  /// text's and lives as long.
+  /// Takes a copy of `text`, which must not be part of the present text. The
+  /// room is only this text's and lives as long.
   void assign(std::string_view text, std::span<char> room = {}) {
-    if (text.size() > room.size()) {
-      assignToHeap(text);
-      return;
-    }
+    const Place newPlace = text.size() <= room.size() ? Place::kRoom : Place::kHeap;
+    char* const copy = newPlace == Place::kRoom ? room.data() : newBytes(text.size());
     forget();
-    copyBytes(room.data(), text.data(), text.size());
-    set(room.data(), text.size(), Place::kRoom);
+    copyBytes(copy, text.data(), text.size());
+    set(copy, text.size(), newPlace);
   }
 
   /// Refers to bytes that outlive this object.
@@ -65,16 +65,22 @@ class JSONText {
  private:
   enum class Place : std::uint32_t { kElsewhere, kRoom, kHeap };
 
+  static char* newBytes(std::size_t size) {
+    if (size > std::numeric_limits<std::uint32_t>::max()) {
+      throw std::bad_alloc();
+    }
+    return new char[size];
+  }
   void set(const char* data, std::size_t size, Place newPlace) noexcept {
     bytes = data;
     length = static_cast<std::uint32_t>(size);
     place = newPlace;
   }
-  void assignToHeap(std::string_view text);
   /// Leaves nothing behind in the room, which lives on.
   void forget() noexcept {
     if (place == Place::kRoom && length != 0) {
-      // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): copied there by assign().
+      // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): copied there by
+      // assign().
       std::memset(const_cast<char*>(bytes), 0, length);
     }
     release();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "json/_internal/Source/CharacterClass.h"
 #include "json/_internal/Source/JSONSingleton.h"
 #include "json/_internal/Source/NumberToString.h"
 
@@ -15,10 +16,10 @@ bool take(std::string_view& text, std::string_view expected) {
   return true;
 }
 
-bool takeDigits(std::string_view& text, std::size_t count, std::string_view digits) {
+bool takeDigits(std::string_view& text, std::size_t count, bool (*isDigit)(char)) {
   const std::string_view taken = text.substr(0, count);
   text.remove_prefix(taken.size());
-  return taken.size() == count && taken.find_first_not_of(digits) == std::string_view::npos;
+  return taken.size() == count && std::ranges::all_of(taken, isDigit);
 }
 
 /// False when a run is not closed.
@@ -44,20 +45,18 @@ bool takeRoot(std::string_view& text) {
 }
 
 bool takeEscape(std::string_view& text) {
-  constexpr std::string_view kHexDigits = "0123456789ABCDEFabcdef";
-  constexpr std::string_view kOctalDigits = "01234567";
   constexpr std::string_view kSingle = "\x01\"/\\bfnrtv";
   if (take(text, "u")) {
-    return takeDigits(text, 4, kHexDigits);
+    return takeDigits(text, 4, json_detail::isHexDigit);
   }
   if (take(text, "x")) {
-    return takeDigits(text, 2, kHexDigits);
+    return takeDigits(text, 2, json_detail::isHexDigit);
   }
   if (!text.empty() && kSingle.find(text.front()) != std::string_view::npos) {
     text.remove_prefix(1);
     return true;
   }
-  return takeDigits(text, 3, kOctalDigits);
+  return takeDigits(text, 3, json_detail::isOctalDigit);
 }
 
 }  // namespace

@@ -2,102 +2,62 @@
 
 #include <atomic>
 #include <cstddef>
-#include <cstring>
 #include <string>
 #include <string_view>
 
 #include "json/_internal/Source/JSONNode.h"
-#include "json/_internal/Source/JSONOutput.h"
 #include "json/_internal/Source/JSONSource.h"
-#include "json/_internal/Source/JSONText.h"
 
 /// Parsing: text to nodes, and the escapes of strings in both directions.
 ///
-/// Parsing is lenient. One pass compacts the text (white space dropped, comments turned into
-/// "#...#" runs, an escaped quote hidden as backslash and 0x01); then only the shape of the root is
-/// checked. Members and elements are split out when the container is first searched, and what is
-/// malformed below the root becomes null when it is read.
+/// Parsing is lenient. One pass compacts the text (white space dropped,
+/// comments turned into
+/// "#...#" runs, an escaped quote hidden as backslash and 0x01); then only the
+/// shape of the root is checked. Members and elements are split out when the
+/// container is first searched, and what is malformed below the root becomes
+/// null when it is read.
 class JSONWorker {
  public:
-  /// The root of a text. Throws std::invalid_argument (no message) unless the text, without white
-  /// space and leading comments, is enclosed in {} or []. Bytes that cannot be part of JSON cut
-  /// the text off before that check. Zero bytes within strings are ordinary bytes.
+  /// The root of a text. Throws std::invalid_argument (no message) unless the
+  /// text, without white space and leading comments, is enclosed in {} or [].
+  /// Bytes that cannot be part of JSON cut the text off before that check. Zero
+  /// bytes within strings are ordinary bytes.
   static JSONNode parse(std::string_view text);
   /// The same for text that is compact already.
   static JSONNode parse_unformatted(std::string_view text);
 
-  /// The compacted text. With `escapeQuotes`, an escaped quote is hidden, so that every double
-  /// quote left is a delimiter.
+  /// The compacted text. With `escapeQuotes`, an escaped quote is hidden, so
+  /// that every double quote left is a delimiter.
   static json_detail::JSONSource RemoveWhiteSpace(std::string_view text, bool escapeQuotes);
   /// The root of the compacted bytes [begin, end) of `source`.
   static JSONNode _parse_unformatted(const char* begin, const char* end,
                                      const json_detail::JSONSource& source);
 
-  /// Splits the compacted text of an object or array into children of `parent`; nullifies the
-  /// parent when the text has no such parts. `text` is a slice of the parent's source.
+  /// Splits the compacted text of an object or array, a slice of the parent's
+  /// source, into children of `parent`; nullifies the parent when the text has
+  /// no such parts.
   static void DoNode(internalJSONNode& parent, std::string_view text);
   static void DoArray(internalJSONNode& parent, std::string_view text);
 
-  /// The position of the first `Separator` at or after `start` that stands outside strings and
-  /// brackets, or npos: also when a closing bracket comes first, or when a string or a bracket is
-  /// not closed. Instances exist for the comma and the colon.
+  /// The position of the first `Separator` at or after `start` that stands
+  /// outside strings and brackets, or npos: also when a closing bracket comes
+  /// first, or when a string or a bracket is not closed. Instances exist for
+  /// the comma and the colon.
   template <char Separator>
   static std::size_t FindNextRelevant(std::string_view text, std::size_t start);
 
-  /// The characters of a string's inner text. "\u00e9" gives the one byte E9: the last two digits.
+  /// The characters of a string's inner text. "\u00e9" gives the one byte E9:
+  /// the last two digits.
   static std::string FixString(std::string_view text, bool& hadEscape);
-  /// Undoes the escapes of a text into `target`, which stays as it is when there are none. Returns
-  /// whether there were.
-  static bool FixInto(json_detail::JSONText& target, std::string_view text);
   /// Appends the text of a string: escaped when `encoded`, else as it is.
   static void UnfixString(std::string_view text, bool encoded, std::string& output);
-  static void UnfixString(std::string_view text, bool encoded, json_detail::JSONOutput& output) {
-    WriteBetween("", text, encoded, "", output);
-  }
-  /// The same between two short texts.
-  template <std::size_t Before, std::size_t Behind>
-  static void WriteBetween(const char (&before)[Before], std::string_view text, bool encoded,
-                           const char (&behind)[Behind], json_detail::JSONOutput& output) {
-    char* out = output.room(Before + text.size() + Behind);
-    std::memcpy(out, before, Before);
-    out += Before - 1;
-    if (!encoded) {
-      json_detail::copyBytes(out, text.data(), text.size());
-      out += text.size();
-    } else if (text.size() <= json_detail::kShortCopy &&
-               json_detail::copyShortWithout<json_detail::NeedsEscape>(out, text.data(),
-                                                                       text.size())) {
-      out += text.size();
-    } else {
-      output.advance(out);
-      UnfixLong(text, output);
-      out = output.room(Behind);
-    }
-    std::memcpy(out, behind, Behind);
-    output.advance(out + Behind - 1);
-  }
-  /// The six-character escape of one byte: "\u00" and two upper-case hex digits.
+  /// The six-character escape of one byte: "\u00" and two upper-case hex
+  /// digits.
   static std::string toUTF8(unsigned char byte);
 
-  /// Whether a hidden quote was ever made in this process. Set and never cleared; atomic, because
-  /// every thread may have trees of its own.
+  /// Whether a hidden quote was ever made in this process. Set and never
+  /// cleared; atomic, because every thread may have trees of its own.
   static std::atomic<bool> used_ascii_one;
-
- private:
-  static JSONNode rootOf(std::string_view text, const json_detail::JSONSource& source);
-  static void UnfixLong(std::string_view text, json_detail::JSONOutput& output);
-  template <typename Structure>
-  static void splitNode(internalJSONNode& parent, std::string_view text, Structure structure);
-  template <typename Structure>
-  static void splitArray(internalJSONNode& parent, std::string_view text, Structure structure);
-  template <bool IsPlain>
-  static void NewNode(internalJSONNode& parent, std::string_view name, std::string_view value,
-                      bool inArray);
-  /// What an escape stands for. `position` is at the byte after the backslash and is left on the
-  /// last byte of the escape.
-  static char SpecialChar(std::string_view text, std::size_t& position);
-  static char UTF8(std::string_view text, std::size_t& position);
-  static char Hex(std::string_view text, std::size_t& position);
 };
 
 extern template std::size_t JSONWorker::FindNextRelevant<','>(std::string_view, std::size_t);

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "json/_internal/Source/JSONEscapes.h"
 #include "json/_internal/Source/JSONSingleton.h"
 #include "json/_internal/Source/JSONWorker.h"
 #include "json/_internal/Source/internalJSONNode.h"
@@ -13,14 +14,12 @@ using json_detail::JSONOutput;
 
 namespace {
 
-constexpr unsigned int kIndentsPerCache = 8;
-using IndentCache = std::array<std::string, kIndentsPerCache>;
-
+/// Eight ready-made indentations, from a level on.
 template <unsigned int First>
 const std::string& cachedIndent(unsigned int level) {
-  static const IndentCache cache = [] {
-    IndentCache indents;
-    for (unsigned int i = 0; i < kIndentsPerCache; ++i) {
+  static const std::array<std::string, 8> cache = [] {
+    std::array<std::string, 8> indents;
+    for (unsigned int i = 0; i < indents.size(); ++i) {
       indents[i].assign(First + i, '\t');
     }
     return indents;
@@ -30,23 +29,20 @@ const std::string& cachedIndent(unsigned int level) {
 
 /// That many tabs; the empty text for the compact form.
 std::string makeIndent(unsigned int level) {
-  if (level < kIndentsPerCache) {
-    return cachedIndent<0>(level);
+  switch (level / 8) {
+    case 0:
+      return cachedIndent<0>(level);
+    case 1:
+      return cachedIndent<8>(level);
+    case 2:
+      return cachedIndent<16>(level);
+    default:
+      std::string tabs(level == internalJSONNode::kNotFormatted ? 0 : level, '\t');
+      return tabs;
   }
-  if (level < 2 * kIndentsPerCache) {
-    return cachedIndent<kIndentsPerCache>(level);
-  }
-  if (level < 3 * kIndentsPerCache) {
-    return cachedIndent<2 * kIndentsPerCache>(level);
-  }
-  if (level == internalJSONNode::kNotFormatted) {
-    return jsonSingletonEMPTY_JSON_STRING();
-  }
-  std::string tabs(level, '\t');
-  return tabs;
 }
 
-/// A line break and the indentation behind it; nothing in the compact form.
+/// A line break and the indentation after it; nothing in the compact form.
 void appendLineStart(unsigned int level, JSONOutput& output) {
   if (level != internalJSONNode::kNotFormatted) {
     output.append(jsonSingletonNEW_LINE());
@@ -54,7 +50,8 @@ void appendLineStart(unsigned int level, JSONOutput& output) {
   }
 }
 
-/// What stands between two children: a comma and, in the indented form, the start of a line.
+/// What stands between two children: a comma and, in the indented form, the
+/// start of a line.
 std::string separatorAt(unsigned int level) {
   std::string separator = ",";
   if (level != internalJSONNode::kNotFormatted) {
@@ -75,8 +72,8 @@ void appendComment(std::string_view text, JSONOutput& output) {
   output.append(text);
 }
 
-/// Appends compacted text without the comment runs between its values, so that what is written is
-/// JSON: a "#" run means something to this parser only.
+/// Appends compacted text without the comment runs between its values, so that
+/// what is written is JSON: a "#" run means something to this parser only.
 void appendWithoutComments(std::string_view text, JSONOutput& output) {
   while (!text.empty()) {
     const std::size_t stop = std::min(text.find_first_of("\"#"), text.size());
@@ -104,9 +101,9 @@ void internalJSONNode::WriteName(bool formatted, bool arrayChild, JSONOutput& ou
     return;
   }
   if (formatted) {
-    JSONWorker::WriteBetween("\"", name.view(), nameEncoded, "\" : ", output);
+    json_detail::appendBetween("\"", name.view(), nameEncoded, "\" : ", output);
   } else {
-    JSONWorker::WriteBetween("\"", name.view(), nameEncoded, "\":", output);
+    json_detail::appendBetween("\"", name.view(), nameEncoded, "\":", output);
   }
 }
 
@@ -136,7 +133,7 @@ void internalJSONNode::WriteComment(unsigned int level, JSONOutput& output) cons
 
 void internalJSONNode::DumpRawString(JSONOutput& output) const {
   const std::size_t start = output.length();
-  if (source.mayHoldComments()) {
+  if (source.facts().mayHoldComments) {
     appendWithoutComments(text.view(), output);
   } else {
     output.append(text.view());
@@ -147,8 +144,8 @@ void internalJSONNode::DumpRawString(JSONOutput& output) const {
   }
 }
 
-// Writes a value as far as it goes without its children. True when there are children to write,
-// and the closing bracket behind them.
+// Writes a value as far as it goes without its children. True when there are
+// children to write, and the closing bracket after them.
 bool internalJSONNode::WriteValue(unsigned int level, bool arrayChild, JSONOutput& output) {
   const bool formatted = level != kNotFormatted;
   if (!comment.view().empty()) {
@@ -172,7 +169,7 @@ bool internalJSONNode::WriteValue(unsigned int level, bool arrayChild, JSONOutpu
       output.append(closingBracket(*this));
       return false;
     case JSON_STRING:
-      JSONWorker::WriteBetween("\"", text.view(), textEncoded, "\"", output);
+      json_detail::appendBetween("\"", text.view(), textEncoded, "\"", output);
       return false;
     default:
       output.append(text.view());
@@ -187,8 +184,8 @@ void internalJSONNode::Write(unsigned int level, bool arrayChild, JSONOutput& ou
   }
 }
 
-// The containers on the way down are kept in a list instead of on the call stack: no tree is too
-// deep to be written.
+// The containers on the way down are kept in a list instead of on the call
+// stack: no tree is too deep to be written.
 void internalJSONNode::WriteChildren(unsigned int level, JSONOutput& output) {
   struct Open {
     internalJSONNode* body;

@@ -4,20 +4,17 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "json/_internal/Source/CharacterClass.h"
+
 namespace {
 
-constexpr std::string_view kOctalDigits = "01234567";
-constexpr std::string_view kHexDigits = "0123456789ABCDEFabcdef";
+using json_detail::isDigit;
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isSign(char c) { return c == '+' || c == '-'; }
 bool isExponent(char c) { return c == 'e' || c == 'E'; }
 
-bool consistsOf(std::string_view text, std::string_view allowed) {
-  return text.find_first_not_of(allowed) == std::string_view::npos;
-}
-
-/// Digits with at most one "." and one exponent; the flags tell which of them was seen already.
+/// Digits with at most one "." and one exponent; the flags tell which of them
+/// was seen already.
 bool isDecimalRest(std::string_view text, bool sawPoint, bool sawExponent) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     const char c = text[i];
@@ -41,7 +38,7 @@ bool isDecimalRest(std::string_view text, bool sawPoint, bool sawExponent) {
   return true;
 }
 
-[[gnu::noinline]] bool isNumericAfterZero(std::string_view rest) {
+bool isNumericAfterZero(std::string_view rest) {
   if (rest.empty()) {
     return true;
   }
@@ -50,11 +47,11 @@ bool isDecimalRest(std::string_view text, bool sawPoint, bool sawExponent) {
   if (c == '.') {
     return isDecimalRest(rest, true, false);
   }
-  if (c >= '0' && c <= '7') {
-    return consistsOf(rest, kOctalDigits);
+  if (json_detail::isOctalDigit(c)) {
+    return std::ranges::all_of(rest, json_detail::isOctalDigit);
   }
   if (c == 'x') {
-    return consistsOf(rest, kHexDigits);  // "0x" alone passes, as the value 0
+    return std::ranges::all_of(rest, json_detail::isHexDigit);  // "0x" alone passes, as 0
   }
   if (isExponent(c) && !rest.empty() && (isDigit(rest.front()) || isSign(rest.front()))) {
     return isDecimalRest(rest.substr(1), true, true);
@@ -74,9 +71,8 @@ std::string NumberToString::_ftoa(long double value) {
   if (size < shortText.size()) {
     return {shortText.data(), size};
   }
-  std::string text(size + 1, '\0');
-  static_cast<void>(std::snprintf(text.data(), text.size(), "%Lf", value));
-  text.pop_back();
+  std::string text(size, '\0');
+  static_cast<void>(std::snprintf(text.data(), size + 1, "%Lf", value));
   return text;
 }
 

@@ -12,8 +12,8 @@
 /// Numbers as text, and text as numbers.
 class NumberToString {
  public:
-  /// Decimal digits of a signed integer, "-" in front when negative. Also right for the most
-  /// negative value of the type.
+  /// Decimal digits of a signed integer, "-" in front when negative. Also right
+  /// for the most negative value of the type.
   template <std::signed_integral T>
   static std::string _itoa(T value) {
     return std::string(Digits(value).view());
@@ -28,14 +28,14 @@ class NumberToString {
   /// A floating-point value with six decimals ("%Lf").
   static std::string _ftoa(long double value);
 
-  /// Whether a bare value is a number. Wider than the standard on purpose: a leading "+", octal-
-  /// and hexadecimal-looking texts, ".5" and "1." pass.
+  /// Whether a bare value is a number. Wider than the standard on purpose: a
+  /// leading "+", octal- and hexadecimal-looking texts, ".5" and "1." pass.
   static bool isNumeric(std::string_view text) {
     return isExactInteger(text) || isNumericOther(text);
   }
 
-  /// The value of the number that starts the text, as atof() reads it (leading white space, hex,
-  /// "inf" included); 0 when none does.
+  /// The value of the number that starts the text, as atof() reads it (leading
+  /// white space, hex, "inf" included); 0 when none does.
   static double _atof(std::string_view text) {
     if (!isExactInteger(text)) {
       return _atofLong(text);  // with a copy, for the C library
@@ -47,7 +47,8 @@ class NumberToString {
     return static_cast<double>(value);
   }
 
-  /// Truncation toward zero. What no long long can hold becomes the nearest limit, NaN becomes 0.
+  /// Truncation toward zero. What no long long can hold becomes the nearest
+  /// limit, NaN becomes 0.
   static long long truncate(double value) {
     constexpr double kLimit = 0x1p63;  // the first value beyond long long
     return value >= -kLimit && value < kLimit ? static_cast<long long>(value) : nearestLimit(value);
@@ -84,10 +85,12 @@ class NumberToString {
   };
 
  private:
-  /// The usual number: digits without a leading zero, so few that a double is exact.
+  /// The usual number: digits, the first a zero only when it is alone, so few
+  /// that a double is exact.
   static bool isExactInteger(std::string_view text) {
     constexpr std::size_t kExactDigits = 15;
-    return !text.empty() && text.size() <= kExactDigits && text.front() != '0' &&
+    return !text.empty() && text.size() <= kExactDigits &&
+           (text.front() != '0' || text.size() == 1) &&
            std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
   }
   static bool isNumericOther(std::string_view text);

@@ -16,15 +16,16 @@
 
 namespace json_detail {
 
-/// Under the address sanitizer memory is not kept for reuse, so that leaks and uses after release
-/// are found.
+/// Under the address sanitizer memory is not kept for reuse, so that leaks and
+/// uses after release are found.
 #ifdef JSON_UNDER_ADDRESS_SANITIZER
 inline constexpr bool kMemoryIsReused = false;
 #else
 inline constexpr bool kMemoryIsReused = true;
 #endif
 
-/// Tells the sanitizer that nothing may touch these bytes until their block is released.
+/// Tells the sanitizer that nothing may touch these bytes until their block is
+/// released.
 inline void forbidUse([[maybe_unused]] const void* bytes, [[maybe_unused]] std::size_t size) {
 #ifdef JSON_UNDER_ADDRESS_SANITIZER
   ASAN_POISON_MEMORY_REGION(bytes, size);

@@ -1,5 +1,8 @@
+// The life of a body: making, copying, ending, changing.
+
 #include "json/_internal/Source/internalJSONNode.h"
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -7,45 +10,38 @@
 
 using json_detail::FreeList;
 
-[[gnu::always_inline]] inline void internalJSONNode::dropChildren(internalJSONNode& body) noexcept {
-  if (jsonChildren* const old = std::exchange(body.children, nullptr); old != nullptr) {
-    if (old->size != 0) {
-      old->releaseAll();
-    }
-    const bool isInSource = old->isInSource;
-    old->~jsonChildren();
-    if (!isInSource) {
-      FreeList<jsonChildren>::give(old);
-    }
-  }
+internalJSONNode* internalJSONNode::newStandalone(unsigned char type, bool fetched) {
+  return FreeList<Standalone>::make(type, fetched);
 }
 
-[[gnu::always_inline]] inline void internalJSONNode::destroyOne(internalJSONNode* body) noexcept {
-  if (body->children != nullptr) {
-    dropChildren(*body);
-  }
-  if (!body->isHandleTaken) {
-    body->giveMemory();
+void internalJSONNode::destroyOne(internalJSONNode* body) noexcept {
+  if (body->home == Home::kOwn) {
+    FreeList<Standalone>::destroy(static_cast<Standalone*>(body));
     return;
   }
-  body->name.clear();
-  body->text.clear();
-  body->comment.clear();
-  if (!body->isInSource) {
-    body->source = json_detail::JSONSource();  // a document is not kept for the handle alone
-  }
-  body->isEnded = true;
+  const json_detail::JSONSource memory = std::move(body->source);  // outlives the body
+  body->~internalJSONNode();
+  json_detail::forbidUse(body, sizeof *body);
 }
 
-void internalJSONNode::makeChildren() {
-  children = ::new (FreeList<jsonChildren>::take()) jsonChildren();
+std::span<char> internalJSONNode::nameRoom() {
+  return home == Home::kOwn ? std::span<char>(static_cast<Standalone*>(this)->nameRoom)
+                            : std::span<char>();
 }
+
+std::span<char> internalJSONNode::textRoom() {
+  return home == Home::kOwn ? std::span<char>(static_cast<Standalone*>(this)->textRoom)
+                            : std::span<char>();
+}
+
+void internalJSONNode::makeChildren() { children.reset(FreeList<jsonChildren>::make()); }
 
 internalJSONNode* internalJSONNode::newInternal(char type) {
   const auto code = static_cast<unsigned char>(type);
-  JSONNode owner = JSONNodeAccess::adopt(make(code <= JSON_NODE ? code : JSON_NULL, true));
+  JSONNode owner = JSONNodeAccess::adopt(newStandalone(code <= JSON_NODE ? code : JSON_NULL, true));
   internalJSONNode& body = JSONNodeAccess::body(owner);
-  // Empty values are written as valid JSON: an empty number is 0, an empty bool is false.
+  // Empty values are written as valid JSON: an empty number is 0, an empty bool
+  // is false.
   switch (body.type) {
     case JSON_NULL:
       body.text.borrow(jsonSingletonCONST_NULL());
@@ -68,7 +64,7 @@ internalJSONNode* internalJSONNode::newInternal(char type) {
 
 internalJSONNode* internalJSONNode::newScalar(char type, std::string_view name,
                                               std::string_view text, double value) {
-  JSONNode owner = JSONNodeAccess::adopt(make(static_cast<unsigned char>(type), true));
+  JSONNode owner = JSONNodeAccess::adopt(newStandalone(static_cast<unsigned char>(type), true));
   internalJSONNode& body = JSONNodeAccess::body(owner);
   body.SetName(name);
   body.text.assign(text, body.textRoom());
@@ -77,15 +73,19 @@ internalJSONNode* internalJSONNode::newScalar(char type, std::string_view name,
   return JSONNodeAccess::release(std::move(owner));
 }
 
-internalJSONNode* internalJSONNode::newSlice(char type, std::string_view name,
-                                             std::string_view value,
-                                             const json_detail::JSONSource& source) {
+internalJSONNode* internalJSONNode::newParsed(char type, std::string_view name,
+                                              std::string_view value,
+                                              const json_detail::JSONSource& source, Home home) {
   const bool isFetched = type == JSON_NULL || type == JSON_BOOL;
-  JSONNode owner = JSONNodeAccess::adopt(make(static_cast<unsigned char>(type), isFetched));
+  const auto code = static_cast<unsigned char>(type);
+  JSONNode owner = JSONNodeAccess::adopt(
+      home == Home::kOwn ? newStandalone(code, isFetched)
+                         : ::new (source.allocate<internalJSONNode>())
+                               internalJSONNode(code, isFetched, Home::kDocument));
   internalJSONNode& body = JSONNodeAccess::body(owner);
+  body.source = source;
   body.name.borrow(name);
   body.text.borrow(type == JSON_NULL ? jsonSingletonCONST_NULL() : value);
-  body.source = source;
   if (body.isContainer()) {
     body.makeChildren();
   } else if (type == JSON_BOOL) {
@@ -95,7 +95,7 @@ internalJSONNode* internalJSONNode::newSlice(char type, std::string_view name,
 }
 
 internalJSONNode* internalJSONNode::copyWithoutChildren(const internalJSONNode& original) {
-  JSONNode owner = JSONNodeAccess::adopt(make(original.type, original.fetched));
+  JSONNode owner = JSONNodeAccess::adopt(newStandalone(original.type, original.fetched));
   internalJSONNode& body = JSONNodeAccess::body(owner);
   body.name.copyFrom(original.name, body.nameRoom());
   body.nameEncoded = original.nameEncoded;
@@ -117,82 +117,45 @@ internalJSONNode* internalJSONNode::newInternal(const internalJSONNode& original
     const internalJSONNode* from;
     internalJSONNode* to;
   };
-  std::vector<Pair> open;  // containers whose children are still to be copied
-  if (original.size() != 0) {
-    open.push_back({&original, &JSONNodeAccess::body(owner)});
-  }
+  std::vector<Pair> open{{&original, &JSONNodeAccess::body(owner)}};
   while (!open.empty()) {
     const Pair pair = open.back();
     open.pop_back();
+    if (pair.from->size() == 0) {
+      continue;
+    }
     for (const JSONNode* child : *pair.from->children) {
       const internalJSONNode& childBody = JSONNodeAccess::body(*child);
       internalJSONNode* const copy = copyWithoutChildren(childBody);
       // The slot is reserved, so appending cannot fail and the copy has its owner at once.
-      pair.to->children->append(JSONNodeAccess::newHandle(JSONNodeAccess::adopt(copy)));
-      if (childBody.size() != 0) {
-        open.push_back({&childBody, copy});
-      }
+      pair.to->children->append(JSONNode::newJSONNode(JSONNodeAccess::adopt(copy)));
+      open.push_back({&childBody, copy});
     }
   }
   return JSONNodeAccess::release(std::move(owner));
 }
 
-/// Releases the children from the last one on. Stops at one that ends here and has children of its
-/// own, and returns true then.
-[[gnu::always_inline]] inline bool internalJSONNode::dropLeaves(internalJSONNode& body) noexcept {
-  if (body.children == nullptr) {
-    return false;
-  }
-  unsigned int left = body.children->size;
-  bool stops = false;
-  for (; left != 0; --left) {
-    JSONNode* const handle = body.children->array[left - 1];
-    internalJSONNode* const child = handle->internal;
-    // A child that was moved out of the tree has left its handle empty.
-    const bool isLast = child != nullptr && --child->refcount == 0;
-    stops = isLast && child->children != nullptr && child->children->size != 0;
-    if (stops) {
-      break;
-    }
-    if (isLast && child->owns(handle)) {
-      // The usual case: body and handle go together.
-      if (child->children != nullptr) {
-        dropChildren(*child);
-      }
-      child->giveMemory();
-      continue;
-    }
-    giveHandle(handle);
-    if (isLast) {
-      destroyOne(child);
-    }
-  }
-  body.children->size = left;
-  return stops;
-}
-
-// On the way down the handle that led to a body is of no more use as a handle: it remembers the
-// way back up, so that no tree is too deep to be released.
+// What ends and still has children waits in a list instead of on the call
+// stack: no tree is too deep to be released.
 void internalJSONNode::deleteInternal(internalJSONNode* body) noexcept {
-  const auto lastChild = [](const internalJSONNode& of) {
-    return of.children->array[of.children->size - 1];
-  };
-  internalJSONNode* parent = nullptr;
-  for (;;) {
-    if (dropLeaves(*body)) {
-      JSONNode* const handle = lastChild(*body);
-      body = std::exchange(handle->internal, std::exchange(parent, body));
-      continue;
+  internalJSONNode* ended = body;
+  while (ended != nullptr) {
+    internalJSONNode* const current = std::exchange(ended, ended->nextEnded);
+    if (current->children != nullptr) {
+      for (JSONNode* const handle : *current->children) {
+        internalJSONNode* const child = JSONNodeAccess::release(std::move(*handle));
+        JSONNode::deleteJSONNode(handle);
+        if (child == nullptr || --child->refcount != 0) {
+          continue;
+        }
+        if (child->children != nullptr && child->children->size != 0) {
+          child->nextEnded = std::exchange(ended, child);
+        } else {
+          destroyOne(child);
+        }
+      }
     }
-    destroyOne(body);
-    if (parent == nullptr) {
-      return;
-    }
-    body = parent;
-    JSONNode* const handle = lastChild(*body);
-    parent = handle->internal;
-    giveHandle(handle);
-    --body->children->size;
+    destroyOne(current);
   }
 }
 
@@ -211,7 +174,8 @@ void internalJSONNode::Nullify() {
 
 void internalJSONNode::becomeScalar(unsigned char newType) {
   if (children != nullptr) {
-    dropChildren(*this);
+    children->releaseAll();
+    children.reset();
   }
   type = newType;
   textEncoded = newType == JSON_STRING;
@@ -250,6 +214,11 @@ void internalJSONNode::SetNumber(double number, std::string_view digits) {
   text.assign(digits, textRoom());
   value = number;
   becomeScalar(JSON_NUMBER);
+}
+
+void internalJSONNode::SetName(std::string_view newName) {
+  name.assign(newName, nameRoom());
+  nameEncoded = true;
 }
 
 void internalJSONNode::Cast(char newType) {
@@ -296,15 +265,13 @@ void internalJSONNode::push_back(JSONNode&& child) {
   Fetch();
   if (isContainer()) {
     children->inc();
-    children->append(JSONNodeAccess::newHandle(std::move(child)));
+    children->append(JSONNode::newJSONNode(std::move(child)));
   }
 }
 
 void internalJSONNode::push_front(JSONNode&& child) {
-  Fetch();
+  push_back(std::move(child));
   if (isContainer()) {
-    children->inc();
-    JSONNode* const handle = JSONNode::newJSONNode(std::move(child));
-    children->insert(0, &handle, 1);
+    std::rotate(children->begin(), children->end() - 1, children->end());
   }
 }

@@ -1,134 +1,107 @@
-// What a body says when it is read: decoding its source text, conversions, lookup, equality.
+// Fetching: how a body that the parser made turns its source text into children
+// or characters.
 
-#include <algorithm>
-#include <vector>
-
-#include "json/_internal/Source/JSONSingleton.h"
-#include "json/_internal/Source/JSONWorker.h"
+#include "json/_internal/Source/JSONEscapes.h"
+#include "json/_internal/Source/JSONStructure.h"
 #include "json/_internal/Source/internalJSONNode.h"
 
-void internalJSONNode::FetchOther() {
-  if (type == JSON_ARRAY) {
-    FetchArray();
-  } else if (type == JSON_NODE) {
-    FetchNode();
+namespace {
+
+/// Undoes the escapes of a text, which is only copied when there are some.
+/// Returns whether there were.
+bool unescape(json_detail::JSONText& text) {
+  if (text.view().find('\\') == std::string_view::npos) {
+    return false;
+  }
+  bool hadEscape = false;
+  const std::string characters = json_detail::unescaped(text.view(), hadEscape);
+  text.assign(characters);
+  return hadEscape;
+}
+
+}  // namespace
+
+void internalJSONNode::FetchNow() {
+  switch (type) {
+    case JSON_STRING:
+      FetchString();
+      break;
+    case JSON_NUMBER:
+      value = NumberToString::_atof(text.view());
+      break;
+    case JSON_ARRAY:
+      FetchArray(text.view());
+      break;
+    default:
+      FetchNode(text.view());
+      break;
+  }
+  fetched = true;
+}
+
+void internalJSONNode::FetchString() {
+  text.dropEnds();  // the quotes
+  textEncoded = source.facts().mayHoldEscapes && unescape(text);
+}
+
+/// Makes the child of a part of the text.
+inline void internalJSONNode::NewNode(std::string_view childName, std::string_view childValue,
+                                      std::string_view comments) {
+  children->inc();
+  // A document's value makes its children once. Copies of it may make theirs
+  // any number of times while the document lives.
+  JSONNode child = JSONNodeAccess::adopt(
+      newParsed(json_detail::typeOf(childValue), childName, childValue, source, home));
+  internalJSONNode& body = JSONNodeAccess::body(child);
+  if (source.facts().mayHoldEscapes) {
+    unescape(body.name);  // nameEncoded stays false: a parsed name is written
+                          // back as it is
+  }
+  if (!comments.empty()) {
+    body.comment.assign(json_detail::commentText(comments));
+  }
+  children->append(JSONNode::newJSONNode(std::move(child)));
+}
+
+template <typename Split>
+void internalJSONNode::split(std::string_view whole, char open, char close, Split splitBy) {
+  children->releaseAll();  // of an earlier attempt that ran out of memory
+  if (!json_detail::isEnclosed(whole, open, close)) {
+    Nullify();
+    return;
+  }
+  const std::string_view afterOpening = whole.substr(1);
+  const bool isWhole =
+      whole.size() == 2 ||
+      (source.facts().isIndexed ? splitBy(json_detail::IndexedStructure(source, afterOpening))
+                                : splitBy(json_detail::ScannedStructure(afterOpening)));
+  if (isWhole) {
+    text.clear();
   } else {
     Nullify();
   }
 }
 
-void internalJSONNode::FetchArray() {
-  const std::string_view whole = text.view();
-  if (whole.size() < 2 || whole.front() != '[' || whole.back() != ']') {
-    Nullify();
-    return;
-  }
-  JSONWorker::DoArray(*this, whole);
-  if (type == JSON_ARRAY) {
-    text.clear();
-  }
-}
-
-void internalJSONNode::FetchNode() {
-  const std::string_view whole = text.view();
-  if (whole.size() < 2 || whole.front() != '{' || whole.back() != '}') {
-    Nullify();
-    return;
-  }
-  JSONWorker::DoNode(*this, whole);
-  if (type == JSON_NODE) {
-    text.clear();
-  }
-}
-
-JSONNode** internalJSONNode::childNamed(std::string_view key) const {
-  for (JSONNode*& child : *children) {
-    const std::string_view childName = JSONNodeAccess::body(*child).name.view();
-    if (childName.size() == key.size() &&
-        json_detail::equalBytes(childName.data(), key.data(), key.size())) {
-      return &child;
-    }
-  }
-  return nullptr;
-}
-
-void internalJSONNode::FetchNow() { Fetch(); }
-
-JSONNode** internalJSONNode::at_nocase(std::string_view key) {
-  Fetch();
-  if (!isContainer()) {
-    return nullptr;
-  }
-  JSONNode** const found = std::find_if(children->begin(), children->end(), [key](JSONNode* child) {
-    return AreEqualNoCase(JSONNodeAccess::body(*child).name.view(), key);
+void internalJSONNode::FetchNode(std::string_view whole) {
+  split(whole, '{', '}', [&](auto structure) {
+    return json_detail::splitNode(
+        whole, structure, [this](std::string_view named, std::string_view valued) {
+          const std::string_view comments = json_detail::commentsOf(named);
+          named.remove_prefix(comments.size());
+          // The quotes are removed by position, whatever is there.
+          named.remove_prefix(named.empty() ? 0 : 1);
+          NewNode(named, valued, comments);
+        });
   });
-  return found == children->end() ? nullptr : found;
 }
 
-JSONNode* internalJSONNode::at(unsigned int index) {
-  Fetch();
-  return index < size() ? children->array[index] : nullptr;
-}
-
-internalJSONNode::operator bool() {
-  Fetch();
-  switch (type) {
-    case JSON_NULL:
-      return false;
-    case JSON_STRING:
-      return !text.view().empty();
-    case JSON_ARRAY:
-    case JSON_NODE:
-      return size() != 0;
-    default:
-      return value != 0;
-  }
-}
-
-internalJSONNode::operator unsigned long long() {
-  return NumberToString::truncateUnsigned(numericValue());
-}
-
-internalJSONNode::operator long double() { return numericValue(); }
-
-bool internalJSONNode::AreEqualNoCase(std::string_view left, std::string_view right) {
-  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
-  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                    [lower](char a, char b) { return lower(a) == lower(b); });
-}
-
-bool internalJSONNode::isEqualApartFromChildren(internalJSONNode& other) {
-  Fetch();
-  other.Fetch();
-  if (type != other.type || name.view() != other.name.view() || size() != other.size()) {
-    return false;
-  }
-  switch (type) {
-    case JSON_STRING:
-      return text.view() == other.text.view();
-    case JSON_NUMBER:
-    case JSON_BOOL:
-      return value == other.value;
-    default:
-      return true;
-  }
-}
-
-bool internalJSONNode::IsEqualTo(internalJSONNode& other) {
-  std::vector<std::pair<internalJSONNode*, internalJSONNode*>> open{{this, &other}};
-  while (!open.empty()) {
-    const auto [left, right] = open.back();
-    open.pop_back();
-    if (left == right) {
-      continue;
-    }
-    if (!left->isEqualApartFromChildren(*right)) {
-      return false;
-    }
-    for (unsigned int i = 0; i < left->size(); ++i) {
-      open.emplace_back(&JSONNodeAccess::body(*left->children->array[i]),
-                        &JSONNodeAccess::body(*right->children->array[i]));
-    }
-  }
-  return true;
+void internalJSONNode::FetchArray(std::string_view whole) {
+  split(whole, '[', ']', [&](auto structure) {
+    return json_detail::splitArray(
+        whole, structure, [this](std::string_view, std::string_view valued) {
+          const std::string_view comments = json_detail::commentsOf(valued);
+          valued.remove_prefix(comments.size());
+          NewNode({}, valued, comments);
+        });
+  });
 }
