@@ -32,25 +32,22 @@ test("signing a text and a file", { timeout: 180_000 }, async (t) => {
     await card.waitFor();
     assert.ok(await card.isChecked());
     await says("Ready. One certificate on your card.");
-    await page.setViewportSize({ width: 320, height: 760 });
+    await page.setViewportSize({ width: 320, height: 700 });
     assert.ok(await page.evaluate(() => document.documentElement.scrollWidth <= document.documentElement.clientWidth));
   });
 
   await t.test("a wrong PIN is said in words, by keyboard alone", async () => {
-    await page.getByLabel("Text to sign").focus();
-    await page.keyboard.press("Control+A");
+    await page.getByLabel("Text to sign").press("Control+A");
     await page.keyboard.type("Paid in full.");
     for (let i = 0; i < 3; ++i) await page.keyboard.press("Tab"); // refresh, card, sign
     await page.keyboard.press("Enter");
     await pad.waitFor();
-    await page.getByRole("button", { name: "1", exact: true }).focus();
-    await page.keyboard.press("Enter"); // presses the key, and submits nothing
+    await page.getByRole("button", { name: "1", exact: true }).press("Enter"); // presses the key, and submits nothing
     await page.keyboard.type("1112");
     await says("5 characters typed");
     await page.keyboard.press("Backspace");
     await says("4 characters typed");
-    await pad.getByRole("button", { name: "Sign" }).focus();
-    await page.keyboard.press("Enter");
+    await pad.getByRole("button", { name: "Sign" }).press("Enter");
     await pad.getByText("The card refused the PIN. Most cards lock after three.").waitFor();
   });
 
@@ -114,6 +111,7 @@ test("signing a text and a file", { timeout: 180_000 }, async (t) => {
     await says("Cancelled. Nothing was signed.");
     await page.locator("#sign:focus").waitFor();
     await page.keyboard.press("Enter");
+    await pad.waitFor();
     await type(kPin);
     await verdict.waitFor();
   });
