@@ -74,10 +74,11 @@ std::string expectedStructure(std::string_view text) {
   bool blockBeganInString = false;
   for (std::size_t i = 0; i != text.size(); ++i) {
     const char byte = text[i];
+    const bool isOther = static_cast<unsigned char>(byte) <= ' ' ||
+                         static_cast<unsigned char>(byte) >= 0x7F || byte == '/' || byte == '#';
     blockBeganInString = i % kIndexBlockBytes == 0 ? inString : blockBeganInString;
     inString = inString != (byte == '"');
-    if (byte == '\\' ||
-        (!inString && (byte <= ' ' || byte == 0x7F || byte == '/' || byte == '#'))) {
+    if (byte == '\\' || (!inString && isOther)) {
       shown.resize(i / kIndexBlockBytes * kIndexBlockBytes);
       return shown + (blockBeganInString ? "\"" : "");
     }

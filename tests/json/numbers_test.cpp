@@ -85,7 +85,7 @@ TEST(Constructors, GiveEveryValueItsText) {
             "18446744073709551615|");
   EXPECT_EQ(texts(1.5F, -2.25, 3.0L, true, false, "a/b", "a\0b"s),
             "1.500000|-2.250000|3.000000|true|false|a/b|a\0b|"s);
-  EXPECT_EQ(texts(1e70L).size(), 79U);  // seventy-one digits, six decimals
+  EXPECT_EQ(texts(1.5e70L).size(), 79U);  // seventy-one digits, six decimals
   EXPECT_EQ(JSONNode("n", LONG_MIN).as_int(), LONG_MIN);
   EXPECT_EQ(NumberToString::_itoa(static_cast<signed char>(-128)), "-128");
   std::string empty;
