@@ -67,8 +67,8 @@ export function hostsOf({ home }) {
 }
 
 /** Waits until the condition gives something true, and returns it. */
-export async function until(what, condition) {
-  for (const end = Date.now() + 15_000; Date.now() < end;) {
+export async function until(what, condition, seconds = 15) {
+  for (const end = Date.now() + 1000 * seconds; Date.now() < end;) {
     const result = await condition();
     if (result) return result;
     await new Promise((resolve) => setTimeout(resolve, 50));
@@ -76,7 +76,7 @@ export async function until(what, condition) {
   throw new Error(`It did not happen in time: ${what}`);
 }
 
-export const untilHosts = (home, count) => until(`as many hosts as pages with one: ${count}`, () => hostsOf(home).length === count);
+export const untilHosts = (home, count, seconds) => until(`as many hosts as pages with one: ${count}`, () => hostsOf(home).length === count, seconds);
 
 /** The domain list, signed with the development key of the build. */
 export function domainList(domains) {
