@@ -19,6 +19,8 @@ inline constexpr std::size_t kTokenStackDepth = 65536;
 /// carried or used it.
 template <std::size_t Depth>
 [[gnu::noinline]] void wipeStack() {
-  std::array<char, Depth> depth;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+  // Cleared once, not also by a compiler that initialises what the source does not.
+  __attribute__((uninitialized)) std::array<char, Depth>
+      depth;  // NOLINT(cppcoreguidelines-pro-type-member-init)
   explicit_bzero(depth.data(), depth.size());
 }

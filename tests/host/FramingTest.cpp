@@ -136,11 +136,9 @@ TEST(WebsocketFraming, HearsTheNextWriter) {
 TEST(End, ComesWhenNobodyReadsOrWritesAnyMore) {
   for (const char* mode : {"native", "ws"}) {
     for (const std::string& request : {kVersionRequest, kListRequest}) {
-      const TemporaryFolder folder;
-      folder.write("script", "hang C_Initialize 1\n");
-      HostProcess host({mode}, {"env", "SIGNING_HOST_PKCS11_MODULE=" FAKE_TOKEN_MODULE,
-                                "FAKE_TOKEN_SCRIPT=" + folder.file("script")});
-      EXPECT_NE(host.ask(initializeRequest()), "");
+      TokenHost token(FAKE_TOKEN_MODULE, "env", mode);
+      token.script("hang C_Initialize 1\n");
+      HostProcess& host = token.process;
       host.say(request);
       host.closeInput();
       std::this_thread::sleep_for(std::chrono::milliseconds(300));

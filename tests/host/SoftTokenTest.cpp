@@ -21,8 +21,8 @@ constexpr char kPage[] = "https://demo.example.test/page";
 class SoftTokenTest : public testing::Test {
  protected:
   json ask(const std::string& request) { return json::parse(host.ask(request)); }
-  void initialize(const char* page = kPage, const char* domains = kDomains) {
-    EXPECT_EQ(ask(initializeRequest(page, domains, kDomains))["error"], false);
+  void initialize() {
+    EXPECT_EQ(ask(initializeRequest(kPage, kDomains, kDomains))["error"], false);
   }
   json sign(const std::string& digest, const std::string& certId = "\x01") {
     return ask(json{{"command", 5}, {"certId", base64(certId)}, {"digest", base64(digest)}}.dump());
@@ -79,22 +79,6 @@ TEST_F(SoftTokenTest, SignsAfterMissingWrongAndCorrectedPin) {
   }
   EXPECT_EQ(sign(std::string(48, 'a'))["lastError"], 3);
   EXPECT_EQ(sign(digest, "\x99")["pkcs1"], "");
-}
-
-TEST_F(SoftTokenTest, RefusesPagesThatTheListDoesNotCover) {
-  const auto list = [&](const char* page, const char* domains) {
-    initialize(page, domains);
-    return ask(kListRequest)["lastError"];
-  };
-  EXPECT_EQ(list(kPage, kDomains), 0);
-  for (const auto& [page, domains, error] :
-       {std::tuple("https://other.example.test", kDomains, 9), {kPage, "demo.example.test", 10}}) {
-    EXPECT_EQ(list(page, domains), error);
-    // Intended: a refusal is told once; then it is silent.
-    const json again = ask(kListRequest);
-    EXPECT_EQ(again["lastError"], 0);
-    EXPECT_EQ(again["certificates"], "");
-  }
 }
 
 }  // namespace

@@ -75,10 +75,11 @@ void TemporaryFolder::write(const std::string& name, std::string_view bytes) con
   std::ofstream(file(name), std::ios::binary) << bytes;
 }
 
-TokenHost::TokenHost(const std::string& module, const std::string& launcher)
-    : process({}, {"env", "SIGNING_HOST_PKCS11_MODULE=" + module,
-                   "FAKE_TOKEN_SCRIPT=" + folder.file("script"),
-                   "FAKE_TOKEN_LOG=" + folder.file("log"), launcher}) {
+TokenHost::TokenHost(const std::string& module, const std::string& launcher,
+                     const std::string& mode)
+    : process({mode}, {"env", "SIGNING_HOST_PKCS11_MODULE=" + module,
+                       "FAKE_TOKEN_SCRIPT=" + folder.file("script"),
+                       "FAKE_TOKEN_LOG=" + folder.file("log"), launcher}) {
   script("");
   process.ask(initializeRequest());
 }

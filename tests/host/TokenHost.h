@@ -72,7 +72,7 @@ class TemporaryFolder {
 class TokenHost {
  public:
   explicit TokenHost(const std::string& module = FAKE_TOKEN_MODULE,
-                     const std::string& launcher = "env");
+                     const std::string& launcher = "env", const std::string& mode = "native");
 
   /// In force from the token's next C_Initialize on. It accepts any PIN and a second C_Initialize.
   void script(const std::string& statements) const;
