@@ -29,22 +29,23 @@ class Jsoncpp {
 
   static std::string write(const Envelope& e, bool indented) {
     Json::Value answer(Json::objectValue);
-    answer["command"] = e.command;
-    answer["error"] = false;
-    answer["errorMessage"] = Json::StaticString("");
-    answer["lastError"] = 0;
-    answer["lastLowLevelError"] = 0;
-    answer["pinModuleName"] = e.pinModuleName;
-    answer["missingPin"] = false;
-    answer["invalidPin"] = false;
-    answer["pinLength"] = 0U;
-    answer["pinRetryCount"] = e.pinRetryCount;
+    answer[Json::StaticString("command")] = e.command;
+    answer[Json::StaticString("error")] = false;
+    answer[Json::StaticString("errorMessage")] = Json::StaticString("");
+    answer[Json::StaticString("lastError")] = 0;
+    answer[Json::StaticString("lastLowLevelError")] = 0;
+    answer[Json::StaticString("pinModuleName")] = e.pinModuleName;
+    answer[Json::StaticString("missingPin")] = false;
+    answer[Json::StaticString("invalidPin")] = false;
+    answer[Json::StaticString("pinLength")] = 0U;
+    answer[Json::StaticString("pinRetryCount")] = e.pinRetryCount;
     answer[e.resultName] = e.result;
     static const auto indentedWriter = writerWith("\t");
     static const auto compactWriter = writerWith("");
-    std::ostringstream out;
+    static std::ostringstream out;
+    out.str({});
     (indented ? indentedWriter : compactWriter)->write(answer, &out);
-    return std::move(out).str();
+    return out.str();
   }
 
  private:

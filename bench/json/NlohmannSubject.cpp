@@ -25,12 +25,19 @@ class Nlohmann {
   long readLast() { return nlohmann::json::parse(text)["last"].get<long>(); }
 
   static std::string write(const Envelope& e, bool indented) {
-    nlohmann::ordered_json answer{{"command", e.command},   {"error", false},
-                                  {"errorMessage", ""},     {"lastError", 0},
-                                  {"lastLowLevelError", 0}, {"pinModuleName", e.pinModuleName},
-                                  {"missingPin", false},    {"invalidPin", false},
-                                  {"pinLength", 0U},        {"pinRetryCount", e.pinRetryCount},
-                                  {e.resultName, e.result}};
+    // Member by member: an initializer list would copy every value.
+    nlohmann::ordered_json answer = nlohmann::ordered_json::object();
+    answer["command"] = e.command;
+    answer["error"] = false;
+    answer["errorMessage"] = "";
+    answer["lastError"] = 0;
+    answer["lastLowLevelError"] = 0;
+    answer["pinModuleName"] = e.pinModuleName;
+    answer["missingPin"] = false;
+    answer["invalidPin"] = false;
+    answer["pinLength"] = 0U;
+    answer["pinRetryCount"] = e.pinRetryCount;
+    answer[e.resultName] = e.result;
     return indented ? answer.dump(1, '\t') : answer.dump();
   }
 

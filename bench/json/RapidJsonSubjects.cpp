@@ -69,7 +69,7 @@ class RapidJson {
       std::memcpy(copy.data(), text.c_str(), copy.size());  // parsing in place eats its input
       root.ParseInsitu(copy.data());
     } else {
-      root.Parse(text.data(), text.size());
+      root.Parse(text.c_str());  // with a length it would read through a slower stream
     }
     return read(root);
   }
@@ -78,6 +78,24 @@ class RapidJson {
   std::vector<char> copy;
   Buffers buffers;
 };
+
+/// The buffer and the writers are kept from answer to answer, as the buffers of documents are.
+template <typename Emit>
+std::string written(bool indented, Emit emit) {
+  static rapidjson::StringBuffer buffer(nullptr, 2048);
+  static rapidjson::Writer<rapidjson::StringBuffer> compactWriter(buffer);
+  static rapidjson::PrettyWriter<rapidjson::StringBuffer> indentedWriter(buffer);
+  buffer.Clear();
+  if (indented) {
+    indentedWriter.SetIndent('\t', 1);
+    indentedWriter.Reset(buffer);
+    emit(indentedWriter);
+  } else {
+    compactWriter.Reset(buffer);
+    emit(compactWriter);
+  }
+  return {buffer.GetString(), buffer.GetSize()};
+}
 
 /// Builds a document and writes it.
 class RapidJsonDomWriter {
@@ -99,16 +117,7 @@ class RapidJsonDomWriter {
     answer.AddMember("pinLength", 0U, pool);
     answer.AddMember("pinRetryCount", e.pinRetryCount, pool);
     answer.AddMember(reference(e.resultName), reference(e.result), pool);
-    rapidjson::StringBuffer buffer(nullptr, 2048);
-    if (indented) {
-      rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
-      writer.SetIndent('\t', 1);
-      answer.Accept(writer);
-    } else {
-      rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-      answer.Accept(writer);
-    }
-    return {buffer.GetString(), buffer.GetSize()};
+    return written(indented, [&answer](auto& writer) { answer.Accept(writer); });
   }
 };
 
@@ -118,16 +127,7 @@ class RapidJsonStreamWriter {
   static constexpr const char* kName = "rapidjson_writer";
 
   static std::string write(const Envelope& e, bool indented) {
-    rapidjson::StringBuffer buffer(nullptr, 2048);
-    if (indented) {
-      rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
-      writer.SetIndent('\t', 1);
-      emit(e, writer);
-    } else {
-      rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-      emit(e, writer);
-    }
-    return {buffer.GetString(), buffer.GetSize()};
+    return written(indented, [&e](auto& writer) { emit(e, writer); });
   }
 
  private:
@@ -136,26 +136,30 @@ class RapidJsonStreamWriter {
     const auto text = [&writer](const std::string& value) {
       writer.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
     };
+    // A name given as a literal alone would be measured each time.
+    const auto key = [&writer]<std::size_t Size>(const char(&name)[Size]) {
+      writer.Key(name, Size - 1);
+    };
     writer.StartObject();
-    writer.Key("command");
+    key("command");
     writer.Int(e.command);
-    writer.Key("error");
+    key("error");
     writer.Bool(false);
-    writer.Key("errorMessage");
-    writer.String("");
-    writer.Key("lastError");
+    key("errorMessage");
+    writer.String("", 0);
+    key("lastError");
     writer.Int(0);
-    writer.Key("lastLowLevelError");
+    key("lastLowLevelError");
     writer.Int64(0);
-    writer.Key("pinModuleName");
+    key("pinModuleName");
     text(e.pinModuleName);
-    writer.Key("missingPin");
+    key("missingPin");
     writer.Bool(false);
-    writer.Key("invalidPin");
+    key("invalidPin");
     writer.Bool(false);
-    writer.Key("pinLength");
+    key("pinLength");
     writer.Uint64(0);
-    writer.Key("pinRetryCount");
+    key("pinRetryCount");
     writer.Int(e.pinRetryCount);
     text(e.resultName);
     text(e.result);

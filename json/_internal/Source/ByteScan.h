@@ -39,20 +39,6 @@ struct QuoteOrBackslash {
 #endif
 };
 
-/// What gives a text its structure, and what opens and closes strings.
-struct StructureOrQuote {
-  static bool matches(char byte) {
-    return byte == ',' || byte == ':' || byte == '{' || byte == '}' || byte == '[' || byte == ']' ||
-           byte == '"';
-  }
-#ifdef __SSE2__
-  static unsigned int matches(__m128i bytes) {
-    return equalTo(bytes, ',') | equalTo(bytes, ':') | equalTo(bytes, '{') | equalTo(bytes, '}') |
-           equalTo(bytes, '[') | equalTo(bytes, ']') | equalTo(bytes, '"');
-  }
-#endif
-};
-
 /// The bytes that a string cannot be written with as they are: outside
 /// printable ASCII, and three characters.
 struct NeedsEscape {
@@ -68,22 +54,6 @@ struct NeedsEscape {
   }
 #endif
 };
-
-/// The first byte in [from, end) of the kind, or end.
-template <typename Kind>
-[[gnu::always_inline]] inline const char* findFirst(const char* from, const char* end) {
-#ifdef __SSE2__
-  for (; end - from >= kStride; from += kStride) {
-    if (const unsigned int hits = Kind::matches(loadStride(from)); hits != 0) {
-      return from + std::countr_zero(hits);
-    }
-  }
-#endif
-  while (from != end && !Kind::matches(*from)) {
-    ++from;
-  }
-  return from;
-}
 
 /// Copies [from, end) to `out` up to, not including, the first byte of the
 /// kind, and moves `out` to the end of the copy. May use as much of the memory
@@ -143,25 +113,6 @@ inline void copyBytes(char* to, const char* from, std::size_t size) {
     to[size / 2] = from[size / 2];
     to[size - 1] = from[size - 1];
   }
-}
-
-/// memcmp() == 0.
-inline bool equalBytes(const char* left, const char* right, std::size_t size) {
-  const auto equalWords = [=](auto word) {
-    using Word = decltype(word);
-    const std::size_t last = size - sizeof word;
-    for (std::size_t i = 0; i < last; i += sizeof word) {
-      if (loadWord<Word>(left + i) != loadWord<Word>(right + i)) {
-        return false;
-      }
-    }
-    return loadWord<Word>(left + last) == loadWord<Word>(right + last);
-  };
-  if (size >= sizeof(std::uint64_t)) {
-    return equalWords(std::uint64_t{});
-  }
-  return size >= sizeof(std::uint32_t) ? equalWords(std::uint32_t{})
-                                       : std::memcmp(left, right, size) == 0;
 }
 
 /// Copies up to kShortCopy bytes, unless one of them is of the kind: then what

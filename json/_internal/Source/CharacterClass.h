@@ -35,6 +35,11 @@ inline CharacterClass classOf(char byte) {
   return kCharacterClasses[static_cast<unsigned char>(byte)];
 }
 
+/// What gives a text its structure, outside strings.
+constexpr bool isStructure(char c) {
+  return c == ',' || c == ':' || c == '{' || c == '}' || c == '[' || c == ']';
+}
+
 constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
 constexpr bool isOctalDigit(char c) { return c >= '0' && c <= '7'; }
 constexpr bool isHexDigit(char c) {

@@ -1,6 +1,6 @@
 #include "json/_internal/Source/JSONIndex.h"
 
-#include "json/_internal/Source/ByteScan.h"
+#include "json/_internal/Source/CharacterClass.h"
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -26,7 +26,7 @@ BlockBits classifyPortably(const char* block) {
     const auto put = [at](bool holds) { return std::uint64_t{holds} << at; };
     odd ^= static_cast<std::uint64_t>(byte == '"');
     bits.odd |= odd << at;
-    bits.structure |= put(byte != '"' && StructureOrQuote::matches(byte));
+    bits.structure |= put(isStructure(byte));
     bits.backslashes |= put(byte == '\\');
     bits.others |= put(byte <= ' ' || byte >= 0x7F || byte == '/' || byte == '#');
   }

@@ -1,11 +1,13 @@
 #include "json/_internal/Source/JSONStructure.h"
 
+#include <algorithm>
+
 #include "json/_internal/Source/JSONSingleton.h"
 #include "json/_internal/Source/NumberToString.h"
 
 namespace json_detail {
 
-std::string_view commentsOf(std::string_view text) {
+std::string_view commentRuns(std::string_view text) {
   std::size_t length = 0;
   while (length < text.size() && text[length] == '#') {
     const std::size_t close = text.find('#', length + 1);

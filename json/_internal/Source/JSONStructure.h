@@ -1,13 +1,12 @@
 #pragma once
 
-#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
-#include "json/_internal/Source/ByteScan.h"
+#include "json/_internal/Source/CharacterClass.h"
 #include "json/_internal/Source/JSONSource.h"
 #include "json/_internal/Source/JSONTypes.h"
 
@@ -60,25 +59,26 @@ class IndexedStructure {
 /// The same walk for a text without an index: looks at every byte.
 class ScannedStructure {
  public:
-  explicit ScannedStructure(std::string_view text) : at(text.data()), end(at + text.size()) {}
+  explicit ScannedStructure(std::string_view text) : rest(text) {}
 
   const char* next() {
-    while ((at = findFirst<StructureOrQuote>(at, end)) != end) {
-      if (*at != '"') {
-        return at++;
+    while (!rest.empty()) {
+      const char* const at = rest.data();
+      if (*at == '"') {
+        const std::size_t close = rest.find('"', 1);
+        rest.remove_prefix(close == std::string_view::npos ? rest.size() : close + 1);
+        continue;
       }
-      at = std::find(at + 1, end, '"');
-      if (at == end) {
-        break;
+      rest.remove_prefix(1);
+      if (isStructure(*at)) {
+        return at;
       }
-      ++at;
     }
     return nullptr;
   }
 
  private:
-  const char* at;
-  const char* end;
+  std::string_view rest;
 };
 
 /// The next of some separators outside brackets; null when there is none, also
@@ -159,7 +159,10 @@ template <typename Structure, typename Take>
 
 /// The comment runs ("#...#", one after the other) at the front of a text. A
 /// run that is not closed takes all that is left.
-std::string_view commentsOf(std::string_view text);
+std::string_view commentRuns(std::string_view text);
+inline std::string_view commentsOf(std::string_view text) {
+  return text.starts_with('#') ? commentRuns(text) : std::string_view();  // there are seldom any
+}
 
 /// The texts of comment runs, joined by line breaks.
 std::string commentText(std::string_view runs);

@@ -77,21 +77,17 @@ internalJSONNode* internalJSONNode::newParsed(char type, std::string_view name,
                                               std::string_view value,
                                               const json_detail::JSONSource& source, Home home) {
   const bool isFetched = type == JSON_NULL || type == JSON_BOOL;
+  const std::string_view text = type == JSON_NULL ? jsonSingletonCONST_NULL() : value;
   const auto code = static_cast<unsigned char>(type);
-  JSONNode owner = JSONNodeAccess::adopt(
-      home == Home::kOwn ? newStandalone(code, isFetched)
-                         : ::new (source.allocate<internalJSONNode>())
-                               internalJSONNode(code, isFetched, Home::kDocument));
-  internalJSONNode& body = JSONNodeAccess::body(owner);
-  body.source = source;
-  body.name.borrow(name);
-  body.text.borrow(type == JSON_NULL ? jsonSingletonCONST_NULL() : value);
-  if (body.isContainer()) {
-    body.makeChildren();
-  } else if (type == JSON_BOOL) {
-    body.value = value.front() == 't' ? 1 : 0;
-  }
-  return JSONNodeAccess::release(std::move(owner));
+  ChildrenOwner made(type >= JSON_ARRAY ? FreeList<jsonChildren>::make() : nullptr);
+  internalJSONNode* const body =
+      home == Home::kOwn
+          ? FreeList<Standalone>::make(code, isFetched, name, text, source)
+          : ::new (source.allocate<internalJSONNode>())
+                internalJSONNode(code, isFetched, Home::kDocument, name, text, source);
+  body->children = std::move(made);
+  body->value = type == JSON_BOOL && value.front() == 't' ? 1 : 0;
+  return body;
 }
 
 internalJSONNode* internalJSONNode::copyWithoutChildren(const internalJSONNode& original) {

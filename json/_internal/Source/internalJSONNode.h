@@ -85,7 +85,6 @@ class internalJSONNode {
 
   void Set(std::string_view newText);
   void Set(const char* newText) { Set(std::string_view(newText)); }
-  void Set(const std::string& newText) { Set(std::string_view(newText)); }
   void Set(bool truth);
   void Set(long double number);
   void Set(double number) { Set(static_cast<long double>(number)); }
@@ -131,6 +130,8 @@ class internalJSONNode {
 
   void Write(unsigned int level, bool arrayChild, json_detail::JSONOutput& output);
 
+  using ChildrenOwner = std::unique_ptr<jsonChildren, json_detail::Recycle<jsonChildren>>;
+
   unsigned char type;
   bool nameEncoded = false;  // the name must be escaped when it is written
   bool textEncoded = false;  // the text is a string that must be escaped when it is written
@@ -141,14 +142,22 @@ class internalJSONNode {
   double value = 0;  // of a number; 1 or 0 for a bool
   std::size_t refcount = 1;
   json_detail::JSONText comment;
-  std::unique_ptr<jsonChildren, json_detail::Recycle<jsonChildren>> children;  // of containers
+  ChildrenOwner children;          // of containers
   json_detail::JSONSource source;  // what borrowed texts are slices of, and may be the memory
 
  private:
   struct Standalone;
 
-  internalJSONNode(unsigned char bodyType, bool isFetched, Home bodyHome)
-      : type(bodyType), fetched(isFetched), home(bodyHome) {}
+  /// Borrows name and text.
+  internalJSONNode(unsigned char bodyType, bool isFetched, Home bodyHome,
+                   std::string_view bodyName = {}, std::string_view bodyText = {},
+                   json_detail::JSONSource from = {}) noexcept
+      : type(bodyType),
+        fetched(isFetched),
+        home(bodyHome),
+        name(bodyName),
+        text(bodyText),
+        source(std::move(from)) {}
   ~internalJSONNode() = default;
 
   static internalJSONNode* newStandalone(unsigned char type, bool fetched);
@@ -182,8 +191,9 @@ class internalJSONNode {
 /// A body in memory of its own, with room for the usual name and the usual
 /// text.
 struct internalJSONNode::Standalone : internalJSONNode {
-  Standalone(unsigned char bodyType, bool isFetched) noexcept
-      : internalJSONNode(bodyType, isFetched, Home::kOwn) {}
+  Standalone(unsigned char bodyType, bool isFetched, std::string_view bodyName = {},
+             std::string_view bodyText = {}, json_detail::JSONSource from = {}) noexcept
+      : internalJSONNode(bodyType, isFetched, Home::kOwn, bodyName, bodyText, std::move(from)) {}
 
   static constexpr std::size_t kRoom = 24;
   std::array<char, kRoom> nameRoom{};

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <vector>
 
-#include "json/_internal/Source/ByteScan.h"
 #include "json/_internal/Source/internalJSONNode.h"
 
 JSONNode** internalJSONNode::at(std::string_view key) {
@@ -12,9 +11,7 @@ JSONNode** internalJSONNode::at(std::string_view key) {
     return nullptr;
   }
   for (JSONNode*& child : *children) {
-    const std::string_view childName = JSONNodeAccess::body(*child).name.view();
-    if (childName.size() == key.size() &&
-        json_detail::equalBytes(childName.data(), key.data(), key.size())) {
+    if (JSONNodeAccess::body(*child).name.view() == key) {
       return &child;
     }
   }
