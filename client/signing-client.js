@@ -348,9 +348,14 @@ export class SigningClient {
       // A person who reads what they sign takes their time.
       const isAsked = command === kCommand.sign && !this.asksForPin;
       const timer = isAsked ? undefined : setTimeout(() => this.#lose(connectionError("no-answer")), this.#timeoutMs);
-      const underWay = { command, resolve, reject, timer };
-      this.#underWay = underWay;
-      signal?.addEventListener("abort", () => { if (this.#underWay === underWay) this.#transport.cancel?.(); }, { once: true });
+      // One signal may outlive many calls, as while a card is waited for.
+      const cancel = () => this.#transport.cancel?.();
+      const ended = (/** @type {(value: any) => void} */ settle) => (/** @type {any} */ value) => {
+        signal?.removeEventListener("abort", cancel);
+        settle(value);
+      };
+      this.#underWay = { command, resolve: ended(resolve), reject: ended(reject), timer };
+      signal?.addEventListener("abort", cancel);
       this.#transport.send(request);
     }));
     this.#queue = turn.catch(() => {});

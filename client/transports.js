@@ -49,12 +49,17 @@ export class ExtensionTransport {
     return pageOrigin();
   }
 
-  open() {
+  async open() {
     this.close();
     // The extension serves no page that somebody on the network could have altered.
-    if (globalThis.isSecureContext === false) return Promise.reject(connectionError("insecure-page"));
+    if (globalThis.isSecureContext === false) throw connectionError("insecure-page");
     const line = document.createElement("span");
     this.#line = line;
+    // Nor one that nobody sees yet, however long that takes.
+    if ("prerendering" in document && document.prerendering) {
+      await new Promise((seen) => document.addEventListener("prerenderingchange", seen, { once: true }));
+      if (this.#line !== line) throw connectionError("closed");
+    }
     return /** @type {Promise<void>} */ (new Promise((resolve, reject) => {
       /** @param {ConnectionError} error */
       const fail = (error) => {
@@ -134,7 +139,12 @@ export class WebsocketTransport {
 
   open() {
     this.close();
-    const socket = new WebSocket(this.#url);
+    /** @type {WebSocket} */ let socket;
+    try {
+      socket = new WebSocket(this.#url);
+    } catch (error) { // no address of a relay, or one that a page over https may not use
+      return Promise.reject(connectionError("relay-unreachable", String(error)));
+    }
     this.#socket = socket;
     return /** @type {Promise<void>} */ (new Promise((resolve, reject) => {
       let opened = false;

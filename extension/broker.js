@@ -104,7 +104,7 @@ export class Broker {
     page.onMessage.addListener((message) => this.#onMessage(message));
     page.onDisconnect.addListener(() => {
       this.#line.end();
-      this.#window?.close();
+      this.#window?.giveUp();
     });
   }
 
@@ -116,7 +116,7 @@ export class Broker {
   async #onMessage(message) {
     if (message?.type === "cancel") {
       this.#isCancelled = this.#isUnderWay;
-      return this.#window?.close();
+      return this.#window?.giveUp();
     }
     if (this.#isUnderWay) return this.#tell({ type: "refused", reason: "the answer to the one before it has not come yet." });
     this.#isUnderWay = true;

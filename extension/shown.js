@@ -1,7 +1,7 @@
 // How text that somebody else chose is shown: in its place, with nothing hidden in it.
 
-/** Characters that have no picture of their own or turn their neighbours around. */
-const kUnseen = /([\p{Cc}\p{Cf}\p{Cs}\p{Co}\p{Cn}\p{Zl}\p{Zp}])/u;
+/** Characters that have no picture of their own, fillers that count as letters too, or turn their neighbours around. */
+const kUnseen = /([\p{Cc}\p{Cf}\p{Cs}\p{Co}\p{Cn}\p{Zl}\p{Zp}\u034f\u115f\u1160\u2800\u3164\uffa0])/u;
 const kMostWhole = 90;
 const kStart = 56;
 const kEnd = 24;

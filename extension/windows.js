@@ -104,14 +104,15 @@ export class SigningWindow {
     this.tell({ type: "waiting", count: queue.length - 1 });
   }
 
-  #closedByPerson() {
+  /** The person or the page gave it up. A page that does so itself, on and on, would make windows flicker. */
+  giveUp() {
     if (queue.includes(this) && !this.#isOver) countCancelled(this.#tab);
     this.close();
   }
 
   #join(port) {
     this.#port = port;
-    port.onDisconnect.addListener(() => { this.#port = null; this.#closedByPerson(); });
+    port.onDisconnect.addListener(() => { this.#port = null; this.giveUp(); });
     port.onMessage.addListener((message) => {
       if (message.type === "consent") this.#consent?.(String(message.pin));
     });
@@ -132,7 +133,7 @@ export class SigningWindow {
     // A window that was closed before it connected.
     api.windows.onRemoved.addListener((id) => {
       const open = queue[0];
-      if (open && open.#windowId === id) open.#closedByPerson();
+      if (open && open.#windowId === id) open.giveUp();
     });
   }
 }

@@ -53,11 +53,11 @@ for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFiref
     const digest = digestOf("what is signed").digest("base64");
 
     await t.test("what is asked, a wrong PIN, the same again, the right one", async () => {
-      await begin(page, "sign", id, digest, { name: "contract \u202Efdp.<b>exe</b>" });
+      await begin(page, "sign", id, digest, { name: "contract\u3164 \u202Efdp.<b>exe</b>" });
       const window = await theWindow(browser);
       assert.equal(await textOf(window, "#origin"), address("signer").slice(0, -1));
       assert.match(await textOf(window, "dl"), /María Núñez Solís \(FIRMA\)[^]*AC de Prueba/);
-      assert.equal(await textOf(window, ".name"), "contract U+202Efdp.<b>exe</b>");
+      assert.equal(await textOf(window, ".name"), "contractU+3164 U+202Efdp.<b>exe</b>");
       assert.equal(await textOf(window, "code"), digestOf("what is signed").digest("hex"));
       await agree(window, "000000");
       await says(window, "#message", /The PIN was wrong\./);
@@ -335,4 +335,15 @@ test("what the host gets: no signing request before the consent, never the page'
   assert.equal(answer.lastLowLevelError, 0xa4);
   assert.deepEqual(told.filter(([who]) => who !== "host").map(([who, { type, kind, subject }]) => [who, type, kind ?? subject?.CN].join(" ").trim()),
     ["window request Ana", "window working", "window ended pin-locked", "page answer"]);
+
+  // A page that takes its signings back itself makes windows flicker: it too is given up on after three.
+  const ends = () => told.filter(([who]) => who === "page").map(([, { type }]) => type);
+  for (let i = 1; i <= 4; ++i) {
+    answers.push({ command: 4, error: false, certificate });
+    page.onMessage.tell({ command: 5, certId: "AQ==", digest });
+    if (i < 4) await until("another window", () => opened.length === i + 1);
+    page.onMessage.tell({ type: "cancel" });
+    await until("it has ended", () => ends().length === i + 1);
+  }
+  assert.deepEqual(ends().slice(1), ["cancelled", "cancelled", "cancelled", "refused"]);
 });
