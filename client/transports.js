@@ -82,7 +82,7 @@ export class ExtensionTransport {
             break;
           case "answer": this.onAnswer(data.answer); break;
           case "refused":
-            this.onRefusal(new RequestError("refused", { reason: String(data.reason) }));
+            this.onRefusal(new RequestError(data.kind ?? "refused", { reason: String(data.reason) }));
             break;
           case "cancelled":
             this.onRefusal(Object.assign(new SigningError("cancelled"), { signatures: data.signatures }));

@@ -123,7 +123,8 @@ export class Broker {
     this.#isCancelled = false;
     const told = await this.#answerTo(message).catch((error) => {
       if (error instanceof HostGone) return null; // the page hears of it by the end of its connection
-      return { type: "refused", reason: error instanceof RefusedRequest ? error.message : "it could not be sent." };
+      const { message: reason, kind } = error instanceof RefusedRequest ? error : new RefusedRequest("it could not be sent.");
+      return { type: "refused", reason, kind };
     });
     this.#isUnderWay = false;
     if (told?.type === "answer") rememberAnswer(this.#origin, told.answer);
@@ -154,7 +155,7 @@ export class Broker {
   async #sign({ requests, documents, isBatch }) {
     const tab = this.#page.sender.tab.id;
     this.#window?.close();
-    if (isSilenced(tab)) throw new RefusedRequest("three signings in a row were cancelled; it is asked again after a minute.");
+    if (isSilenced(tab)) throw new RefusedRequest("three signings in a row were cancelled; it is asked again after a minute.", "asked-too-often");
     // Also where a page that may not use the card ends, before anybody is bothered.
     const fetched = await this.#inTime(this.#line.ask({ command: kFetch, certId: requests[0].certId }));
     if (this.#isCancelled) return { type: "cancelled" };

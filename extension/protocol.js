@@ -21,8 +21,13 @@ const kMembers = new Map([
 
 const byteLength = (text) => new TextEncoder().encode(text).length;
 
-/** A request that is not passed on; its message is told to the page. */
-export class RefusedRequest extends Error {}
+/** A request that is not passed on; its message is told to the page, and its kind where a person is meant. */
+export class RefusedRequest extends Error {
+  constructor(message, kind = "refused") {
+    super(message);
+    this.kind = kind;
+  }
+}
 
 /**
  * The request as the host gets it: a new object with the members of its command in their order,

@@ -208,7 +208,7 @@ for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFiref
         if (next) await press(next, "Escape");
         kinds.push((await outcome(hostile)).kind);
       }
-      assert.deepEqual(kinds, ["cancelled", "cancelled", "refused", "refused"]);
+      assert.deepEqual(kinds, ["cancelled", "cancelled", "asked-too-often", "asked-too-often"]);
       await hostile.close();
       await noWindow(browser);
       assert.equal(hostsOf(home).length, 1);
