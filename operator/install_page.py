@@ -51,7 +51,7 @@ def section(operator, language):
         tell("p", "firefox"), link(policies.firefox_source(operator)),
         tell("p", "policy"), command(f"sudo apt install ./{package}-policies_{version}_all.deb"),
         tell("h2", "card"), tell("p", "card-how"),
-        tell("h2", "remove"), tell("p", "remove-how"), command(f"sudo apt remove {package}"),
+        tell("h2", "remove"), tell("p", "remove-how"), command(f"sudo apt remove {package}    # .deb\nsudo dnf remove {package}    # .rpm\nsudo {archive}/install --remove    # .tar.gz"),
         tell("h2", "help"), link(operator["supportAddress"]),
     ]
     return f'<section id="{language}" lang="{language}">\n' + "\n".join(parts) + "\n</section>"

@@ -67,10 +67,11 @@ function showProblem(error, again) {
 /** A host that knows this page; a new one where the last has gone. @param {AbortSignal} signal */
 async function connect(signal) {
   if (client.isOpen) return;
-  await client.open({ signal });
   const response = await fetch("/domain-list.json", { signal });
   if (!response.ok) throw new Error(texts.of("demo.problem.no-list"));
-  await client.initialise(await response.json(), { signal });
+  const list = await response.json();
+  await client.open({ signal });
+  await client.initialise(list); // not given up half-way: a client that is open knows the page
 }
 
 // ------------------------------------------------------------------------------------ the card

@@ -34,8 +34,8 @@ function arm() {
 for (const type of ["focus", "blur", "resize"]) window.addEventListener(type, arm);
 document.addEventListener("visibilitychange", arm);
 for (const type of ["keydown", "pointerdown"]) {
-  // Whoever was typing elsewhere when the window came is not agreeing: it waits for a pause.
-  window.addEventListener(type, () => { if (!isArmed && !needsPin) arm(); }, true);
+  // Whoever was typing elsewhere when the window came is not agreeing, nor giving a PIN: it waits for a pause.
+  window.addEventListener(type, () => { if (!isArmed) arm(); }, true);
 }
 
 // ------------------------------------------------------------------------------------ the request
