@@ -2,14 +2,14 @@
 // Pictures of the demo page in every state, both languages, light and dark, wide and 320 px: what
 // to look at after a change. Needs what tests/browser/run has installed, and a built host.
 //
-//   demo/browser/screenshots FOLDER [en|es]
+//   demo/browser/screenshots.mjs FOLDER [en|es]
 import { mkdirSync, readFileSync, truncateSync, writeFileSync } from "node:fs";
 import path from "node:path";
 import { execFileSync } from "node:child_process";
 import { extensionOf, kDomainsKey, makeHome, root, startChromium, startServer } from "../../tests/browser/support.mjs";
 
 const [folder, only] = process.argv.slice(2);
-if (!folder) throw new Error("usage: demo/browser/screenshots FOLDER [en|es]");
+if (!folder) throw new Error("usage: demo/browser/screenshots.mjs FOLDER [en|es]");
 mkdirSync(folder, { recursive: true });
 const undo = [];
 const t = { after: (one) => undo.push(one) };
