@@ -149,6 +149,18 @@ test("both sides number alike, and every kind of failure has its words and its e
   await assert.rejects(new ExtensionTransport().open(), { kind: "insecure-page", summary: /not protected/ });
 });
 
+test("a prerendered page asks the extension once somebody sees it", async (t) => {
+  const document = Object.assign(new EventTarget(), { prerendering: true, createElement: () => new EventTarget() });
+  Object.assign(globalThis, { isSecureContext: true, document, MouseEvent: Event });
+  t.after(() => { delete globalThis.document; });
+  let asked = 0;
+  document.addEventListener("signing-host-connect", () => { ++asked; });
+  const outcome = new ExtensionTransport({ patienceMs: 1 }).open().catch(({ kind }) => [kind, asked]);
+  assert.deepEqual(await Promise.race([outcome, new Promise((resolve) => setTimeout(resolve, 20, asked))]), 0);
+  document.dispatchEvent(new Event("prerenderingchange"));
+  assert.deepEqual(await outcome, ["no-extension", 1]);
+});
+
 test("a listing is cut by identifiers, and its bytes are read as UTF-8", () => {
   const cases = [
     ["", []], ["CN=a|CN=b|AQ==", [["CN=a", "CN=b", "AQ=="]]],
