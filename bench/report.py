@@ -163,6 +163,8 @@ def targets(results):
     for name in results.names("round_trip"):
         judge(f"version over pipes, {name.replace('_', ' ')} / minimal C program",
               results.ratio("round_trip", name, "minimal_c", "median_ns"), 1.15)
+    for name in results.names("browser"):
+        judge(f"{name} / minimal extension and host", results.ratio("browser", name, "minimal"), 1.10)
     for name in results.names("token"):
         judge(f"token {name} certificates / bare calls", results.ratio("token", name, "bare_calls"),
               1.10 if name.startswith("list") else 1.05)
@@ -285,6 +287,7 @@ def main():
             "MACHINE": machine(compiler, results.json_context), "TARGETS": targets(results),
             "JSON": comparison(results, "json", [n for n in JSON_CASES if n in json_names], JSON_CASES),
             "GROWTH": comparison(results, "json", growth),
+            "BROWSER": comparison(results, "browser", results.names("browser")),
             "ROUND_TRIP": round_trip(results),
             "TOKEN": comparison(results, "token", results.names("token")),
             "TOKEN_PROCESS": comparison(results, "token_process", results.names("token_process")),

@@ -9,7 +9,10 @@
 
 int main() {
   std::array<char, 1024> request{};
-  while (read(STDIN_FILENO, request.data(), request.size()) > 0) {
+  std::uint32_t size = 0;
+  // Chromium writes a frame at once, Firefox in two parts.
+  while (read(STDIN_FILENO, &size, sizeof size) == sizeof size && size <= request.size() &&
+         read(STDIN_FILENO, request.data(), size) == static_cast<ssize_t>(size)) {
     const std::string text = R"({"command":8,"version":"1.1"})";
     const auto length = static_cast<std::uint32_t>(text.size());
     std::string answer(sizeof length, '\0');

@@ -6,12 +6,13 @@
 //   bare_token MODULE PIN
 #include <dlfcn.h>
 #include <pkcs11.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
-enum { kLengthSize = 4, kMessageSize = 64, kSignatureSize = 2048 };
+enum { kMessageSize = 64, kSignatureSize = 2048 };
 
 static CK_FUNCTION_LIST_PTR token;
 static CK_BYTE id[] = {0x01};
@@ -117,8 +118,9 @@ static void sign(char* pin) {
   end(session);
 }
 
-// The length 1 in the machine's byte order, least significant byte first, and one byte.
-static const char kAnswer[] = {1, 0, 0, 0, '.'};
+// The length 1 in the machine's byte order, least significant byte first, and a byte that is JSON
+// too.
+static const char kAnswer[] = {1, 0, 0, 0, '0'};
 
 int main(int argc, char** argv) {
   void* module = argc > 2 ? dlopen(argv[1], RTLD_NOW | RTLD_LOCAL) : NULL;
@@ -127,10 +129,11 @@ int main(int argc, char** argv) {
     *(void**)&getFunctionList = dlsym(module, "C_GetFunctionList");
   }
   check(getFunctionList != NULL ? getFunctionList(&token) : CKR_GENERAL_ERROR, "dlopen");
-  // The driver waits for each answer, so a request arrives whole.
-  char request[kLengthSize + kMessageSize];
-  while (read(STDIN_FILENO, request, sizeof request) > kLengthSize) {
-    switch (request[kLengthSize]) {
+  uint32_t length = 0;
+  char request[kMessageSize];
+  while (read(STDIN_FILENO, &length, sizeof length) == sizeof length && length <= sizeof request &&
+         read(STDIN_FILENO, request, length) == (ssize_t)length) {
+    switch (request[0]) {
       case 'l':
         list();
         break;
