@@ -1,16 +1,25 @@
 #include "doctor/BrowserCheck.h"
 
+#include <hasht.h>
+#include <pk11pub.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <span>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "CatalogueTexts.h"
+#include "signing/Base64.h"
+#include "signing/DigitalSignatureUtilPkcs11.h"
 
 namespace fs = std::filesystem;
 
@@ -53,10 +62,52 @@ fs::path userFolder(const JSONNode& browser) {
 }
 
 /// Where a browser looks for hosts of all users. Chrome's relatives that have no folder of their
-/// own look in Chrome's.
-std::string systemFolder(const JSONNode& browser) {
+/// own look in Chrome's; where libraries live in lib64, Firefox looks there.
+std::vector<std::string> systemFolders(const JSONNode& browser) {
   const std::string own = member(browser, "hosts");
-  return own.empty() ? "/etc/opt/chrome/native-messaging-hosts" : own;
+  constexpr std::string_view kLibrary = "/usr/lib/";
+  if (own.starts_with(kLibrary)) {
+    return {own, "/usr/lib64/" + own.substr(kLibrary.size())};
+  }
+  return {own.empty() ? "/etc/opt/chrome/native-messaging-hosts" : own};
+}
+
+/// The id that Chromium derives from an extension's public key: the first half of the SHA-256 of
+/// its DER, each half byte a letter from a to p.
+std::string chromiumId(const std::string& key) {
+  std::array<unsigned char, SHA256_LENGTH> hash{};
+  const ItemHandle der = decodeBase64(key);
+  if (!der || PK11_HashBuf(SEC_OID_SHA256, hash.data(), der->data,
+                           static_cast<PRInt32>(der->len)) != SECSuccess) {
+    return "";
+  }
+  std::string id;
+  for (const unsigned char byte : std::span(hash).first(hash.size() / 2)) {
+    id += static_cast<char>('a' + byte / 16);
+    id += static_cast<char>('a' + byte % 16);
+  }
+  return id;
+}
+
+/// How a manifest names the product's extensions.
+std::vector<std::string> productExtensions(bool firefox) {
+  const JSONNode product = JSONWorker::parse(kOperator);
+  if (firefox) {
+    return {member(product, "firefoxId")};
+  }
+  std::vector<std::string> origins;
+  const auto add = [&](const std::string& id) {
+    origins.push_back("chrome-extension://" + id + "/");
+  };
+  if (const std::string key = member(product, "chromiumKey"); !key.empty()) {
+    add(chromiumId(key));
+  }
+  if (const auto ids = std::as_const(product).find("chromiumIds"); ids != product.end()) {
+    for (const JSONNode& id : *ids) {
+      add(id.as_string());
+    }
+  }
+  return origins;
 }
 
 /// The key of what is wrong with a manifest; null when nothing is. Sets `host` to its path.
@@ -79,6 +130,12 @@ const char* manifestFault(const fs::path& file, const JSONNode& browser, std::st
       callers == read.end() || callers->empty()) {
     return "doctor.manifest.malformed";
   }
+  const std::vector<std::string> ours = productExtensions(isFirefox(browser));
+  if (std::none_of(callers->begin(), callers->end(), [&](const JSONNode& caller) {
+        return std::find(ours.begin(), ours.end(), caller.as_string()) != ours.end();
+      })) {
+    return "doctor.manifest.otherExtension";
+  }
   if (!fs::path(host).is_absolute() || access(host.c_str(), X_OK) != 0 || fs::is_directory(host)) {
     return "doctor.manifest.hostMissing";
   }
@@ -88,6 +145,7 @@ const char* manifestFault(const fs::path& file, const JSONNode& browser, std::st
 }  // namespace
 
 std::set<std::string> checkBrowsers(Report& report) {
+  const DigitalSignatureUtilPkcs11 startsNss("", "", "", "");
   std::set<std::string> hosts;
   bool anyBrowserServed = false;
   const JSONNode table = JSONWorker::parse(kBrowsers);
@@ -95,7 +153,9 @@ std::set<std::string> checkBrowsers(Report& report) {
     const std::string name = member(browser, "name");
     bool served = false;
     // The user's own manifest wins in every browser.
-    for (const fs::path& folder : {userFolder(browser), fs::path(systemFolder(browser))}) {
+    std::vector<std::string> folders = systemFolders(browser);
+    folders.insert(folders.begin(), userFolder(browser));
+    for (const fs::path folder : folders) {
       const fs::path file = folder / (HOST_NAME ".json");
       std::error_code ignored;
       if (!fs::exists(file, ignored)) {
@@ -115,7 +175,7 @@ std::set<std::string> checkBrowsers(Report& report) {
     anyBrowserServed = anyBrowserServed || served;
     if (!served && isInstalled(browser)) {
       report.add(Verdict::kProblem, "manifest", "doctor.manifest.missing",
-                 {{"browser", name}, {"path", systemFolder(browser)}});
+                 {{"browser", name}, {"path", systemFolders(browser).front()}});
       anyBrowserServed = true;  // said already
     }
   }

@@ -5,7 +5,8 @@
 import { operator } from "./operator.js";
 import { kEndCommand } from "./protocol.js";
 
-const kMaxHosts = 8;
+/** Eight with the one that the popup asks for its version. */
+const kMaxHosts = 7;
 const kMaxHostsOfOrigin = 6;
 const kMaxHostsOfTab = 4;
 /** Time that a host has to end by itself; one that waits for its token does not hear. */

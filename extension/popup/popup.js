@@ -8,6 +8,8 @@ import { loadTexts } from "../texts.js";
 const api = globalThis.browser ?? globalThis.chrome;
 const $ = (id) => document.getElementById(id);
 const kVersion = 8;
+/** A host that does not answer for so long is not working. */
+const kPatienceMs = 5000;
 
 const texts = await loadTexts();
 const { version } = api.runtime.getManifest();
@@ -39,6 +41,7 @@ function askHost() {
       reject(new Error(endReason(told)));
     });
     port.postMessage({ command: kVersion });
+    setTimeout(() => { reject(new Error("host-ended")); port.disconnect(); }, kPatienceMs);
   });
 }
 
