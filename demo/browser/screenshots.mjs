@@ -3,10 +3,9 @@
 // to look at after a change. Needs what tests/browser/run has installed, and a built host.
 //
 //   demo/browser/screenshots.mjs FOLDER [en|es]
-import { mkdirSync, readFileSync, truncateSync, writeFileSync } from "node:fs";
+import { mkdirSync, rmSync, truncateSync, writeFileSync } from "node:fs";
 import path from "node:path";
-import { execFileSync } from "node:child_process";
-import { extensionOf, kDomainsKey, makeHome, root, startChromium, startServer } from "../../tests/browser/support.mjs";
+import { extensionOf, kDomainsKey, makeHome, root, startChromium, startServer, takeCardOut } from "../../tests/browser/support.mjs";
 
 const [folder, only] = process.argv.slice(2);
 if (!folder) throw new Error("usage: demo/browser/screenshots.mjs FOLDER [en|es]");
@@ -14,8 +13,10 @@ mkdirSync(folder, { recursive: true });
 const undo = [];
 const t = { after: (one) => undo.push(one) };
 
-async function open(language, homeOptions) {
-  const home = makeHome(t, homeOptions);
+async function open(language, isRegistered = true) {
+  const home = makeHome(t);
+  if (!isRegistered) for (const file of home.manifests) rmSync(file);
+  const insertCard = takeCardOut(home);
   const url = await startServer(t, path.join(root, "demo/browser/serve"), ["--port", "0", "--key", kDomainsKey]);
   const browser = await startChromium(t, home, extensionOf(home.home, { pinEntry: "page" }), { viewport: { width: 800, height: 760 } });
   const page = await browser.newPage();
@@ -31,17 +32,16 @@ async function open(language, homeOptions) {
     }
     await page.setViewportSize({ width: 800, height: 760 });
   };
-  return { home, page, picture };
+  return { home, insertCard, page, picture };
 }
 
 try {
   for (const language of only ? [only] : ["en", "es"]) {
-    const { home, page, picture } = await open(language, { token: false });
+    const { home, insertCard, page, picture } = await open(language);
     await page.locator("#waiting").waitFor();
     await page.locator("#cancel").waitFor();
     await picture("demo-waiting");
-    execFileSync(path.join(root, "demo/make-token"), [path.join(home.home, "token")]);
-    writeFileSync(home.env.SOFTHSM2_CONF, readFileSync(JSON.parse(readFileSync(path.join(home.home, "token/token.json"))).softhsm2Conf));
+    insertCard();
     await page.locator(".certificate").waitFor();
     await picture("demo-start");
     await page.locator("#sign").click();
@@ -69,7 +69,7 @@ try {
     await page.locator("#sign").click();
     await page.locator("#problem").waitFor();
     await picture("demo-file");
-    const lost = await open(language, { register: false, token: false });
+    const lost = await open(language, false);
     await lost.page.locator("#problem").waitFor();
     await lost.picture("demo-problem");
   }

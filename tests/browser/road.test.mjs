@@ -3,7 +3,7 @@ import assert from "node:assert/strict";
 import { createHash, verify, X509Certificate } from "node:crypto";
 import { rmSync } from "node:fs";
 import { test } from "node:test";
-import { call, connect, domainList, hostsOf, inPage, kPin, openPage, startChromium, startFirefox, until, untilHosts } from "./support.mjs";
+import { call, connect, domainList, hostsOf, inPage, kBrowsers, kPin, openPage, untilHosts } from "./support.mjs";
 
 const kDocument = "what is signed";
 const digest = createHash("sha256").update(kDocument).digest("base64");
@@ -29,7 +29,7 @@ const slowestVersion = (page, milliseconds) => inPage(page, async (_, millisecon
   return Math.max(...times.slice(1).map((time, i) => time - times[i]));
 }, milliseconds);
 
-for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFirefox]]) {
+for (const [name, start] of kBrowsers) {
   test(name, { timeout: 400_000 }, async (t) => {
     const { home, address, browser, page } = await openPage(t, start, { sites: ["signer", "other"] });
 
@@ -42,16 +42,16 @@ for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFiref
       await assert.rejects(sign, { kind: "pin-missing", code: 11, missingPin: true, pinModule: "Certificado ZORAL" });
       for (const character of "99") await call(page, "typePinCharacter", character);
       assert.equal(await call(page, "deletePinCharacter"), 1);
-      await call(page, "setPin", "000000");
-      await assert.rejects(sign, { kind: "wrong-pin", code: 5, invalidPin: true, lowLevelCode: 0xa0, retries: 1 });
+      for (const [pin, retries] of [["000000", 1], ["111111", 2]]) {
+        await call(page, "setPin", pin);
+        await assert.rejects(sign, { kind: "wrong-pin", code: 5, invalidPin: true, lowLevelCode: 0xa0, retries });
+      }
       await call(page, "setPin", kPin);
       const [signature, certificate] = [await sign(), await call(page, "certificate", id)].map((text) => Buffer.from(text, "base64"));
       assert.ok(verify("sha256", Buffer.from(kDocument), new X509Certificate(certificate).publicKey, signature));
-      assert.equal(hostsOf(home).length, 1);
     });
 
-    await t.test("what would harm the conversation is refused on both sides of the page", async () => {
-      await assert.rejects(call(page, "setPin", "1".repeat(1000)), { kind: "too-long" });
+    await t.test("what would harm the conversation is refused", async () => {
       // Past the client: what a hostile page sends itself.
       const answers = await inPage(page, async () => {
         const { port1, port2 } = new MessageChannel();
@@ -85,14 +85,13 @@ for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFiref
       await connect(other, credentials);
       const refusal = { kind: "domain-not-authorised", code: 9 };
       for (let i = 0; i < 2; ++i) await assert.rejects(call(other, "list"), refusal); // the host tells it once
-      // A transport that claims the authorised page's address.
-      await assert.rejects(inPage(other, async ({ SigningClient, ExtensionTransport }, [credentials, lie]) => {
-        class Liar extends ExtensionTransport { get currentDomain() { return lie; } }
-        const liar = new SigningClient(new Liar());
-        await liar.open();
-        await liar.initialise(credentials);
-        return liar.list();
-      }, [credentials, address("signer")]), refusal);
+      await inPage(other, ({ ExtensionTransport }, lie) => {
+        Object.defineProperty(ExtensionTransport.prototype, "currentDomain", { get: () => lie });
+      }, address("signer"));
+      await connect(other, credentials);
+      await assert.rejects(call(other, "list"), refusal);
+      await connect(other, { ...credentials, domains: "other.localhost" });
+      await assert.rejects(call(other, "list"), { kind: "domain-list-rejected", code: 10 });
       // A frame is not spoken for, and cannot speak for the page around it.
       assert.equal(await other.evaluate(async (url) => {
         const frame = document.createElement("iframe");
@@ -127,20 +126,12 @@ for (const [name, start] of [["Chromium", startChromium], ["Firefox", startFiref
       await untilHosts(home, 1, 90); // a browser may take its time to close a page that has so much to throw away
     });
 
-    await t.test("a host that dies is told, and a new one serves the page", async () => {
-      process.kill(Number(hostsOf(home)[0]), "SIGKILL");
-      await until("the page was told", () => call(page, "version").then(() => false, (error) => error.kind === "host-ended"));
-      await connect(page, credentials);
-      await assert.rejects(call(page, "sign", "AQ==", digest), { kind: "pin-missing" }, "it knows no PIN");
-    });
-
     await t.test("leaving the page or closing the tab ends its host", async () => {
       const left = await browser.newPage();
       await left.goto(address("signer"));
       // document.open() takes the window's listeners away, the extension's too.
       await left.evaluate(() => { document.open(); document.write("<title>anew</title>"); document.close(); });
       await connect(left, credentials);
-      assert.equal(hostsOf(home).length, 2);
       await left.goto(`${address("signer")}elsewhere`);
       await untilHosts(home, 1);
       await page.close();

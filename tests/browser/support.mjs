@@ -1,7 +1,7 @@
 // What the tests share: a home folder with the host registered, a token, pages, and browsers.
 import { execFileSync, spawn } from "node:child_process";
-import { sign } from "node:crypto";
-import { cpSync, existsSync, mkdirSync, mkdtempSync, readdirSync, readFileSync, rmSync, symlinkSync, writeFileSync } from "node:fs";
+import { sign, X509Certificate } from "node:crypto";
+import { copyFileSync, cpSync, existsSync, mkdirSync, mkdtempSync, readdirSync, readFileSync, rmSync, symlinkSync, writeFileSync } from "node:fs";
 import http from "node:http";
 import { tmpdir } from "node:os";
 import path from "node:path";
@@ -10,10 +10,7 @@ import { fileURLToPath } from "node:url";
 export const root = path.resolve(fileURLToPath(import.meta.url), "../../..");
 export const build = path.resolve(root, process.env.SIGNING_HOST_BUILD ?? "build/test");
 export const operator = JSON.parse(readFileSync(path.join(root, "operator/example/operator.json")));
-/** The example operator's extension, packed by ./run as folders: chromium and firefox. */
-export const kExtension = path.join(root, "build/extension");
 export const hostProgram = path.join(build, "host/signing-host");
-export const isRoot = process.getuid() === 0;
 export const kPin = "123456";
 export const kDomainsKey = process.env.SIGNING_HOST_DOMAINS_KEY ?? path.join(build, "development-key/domains-private.pem");
 const kManifests = [".config/chromium/NativeMessagingHosts", ".mozilla/native-messaging-hosts"].map((folder) => `${folder}/${operator.hostName}.json`);
@@ -34,27 +31,27 @@ export function temporaryFolder(t) {
 }
 
 /** A home whose browsers find the host, under a name of its own, and a token with one signing certificate. */
-export function makeHome(t, { register = true, token = true } = {}) {
+export function makeHome(t) {
   const home = temporaryFolder(t);
-  const env = { PATH: process.env.PATH, LANG: "C.UTF-8", HOME: home, XDG_RUNTIME_DIR: home };
   const host = path.join(home, "host/signing-host");
   mkdirSync(path.dirname(host));
   symlinkSync(hostProgram, host);
-  if (token) {
-    execFileSync(path.join(root, "demo/make-token"), [path.join(home, "token")], { stdio: "inherit" });
-    const told = JSON.parse(readFileSync(path.join(home, "token/token.json")));
-    Object.assign(env, { SOFTHSM2_CONF: told.softhsm2Conf, SIGNING_HOST_PKCS11_MODULE: told.module });
-  } else {
-    env.SOFTHSM2_CONF = path.join(home, "empty.conf");
-    writeFileSync(env.SOFTHSM2_CONF, `directories.tokendir = ${home}\n`);
-  }
+  execFileSync(path.join(root, "demo/make-token"), [path.join(home, "token")], { stdio: "inherit" });
+  const { softhsm2Conf, module } = JSON.parse(readFileSync(path.join(home, "token/token.json")));
+  const env = { PATH: process.env.PATH, LANG: "C.UTF-8", HOME: home, XDG_RUNTIME_DIR: home, SOFTHSM2_CONF: softhsm2Conf, SIGNING_HOST_PKCS11_MODULE: module };
+  // As a person would; the script resolves links, so the name is put in afterwards.
+  execFileSync(path.join(root, "script/install-user"), [hostProgram], { env });
   const manifests = kManifests.map((file) => path.join(home, file));
-  if (register) {
-    // As a person would; the script resolves links, so the name is put in afterwards.
-    execFileSync(path.join(root, "script/install-user"), [hostProgram], { env });
-    for (const file of manifests) writeFileSync(file, readFileSync(file, "utf8").replace(hostProgram, host));
-  }
+  for (const file of manifests) writeFileSync(file, readFileSync(file, "utf8").replace(hostProgram, host));
   return { home, env, manifests };
+}
+
+/** Leaves the reader of a home without a card, until the function that it returns is called. */
+export function takeCardOut({ home, env }) {
+  const inserted = env.SOFTHSM2_CONF;
+  env.SOFTHSM2_CONF = path.join(home, "reader.conf");
+  writeFileSync(env.SOFTHSM2_CONF, `directories.tokendir = ${path.join(home, "host")}\n`);
+  return () => copyFileSync(inserted, env.SOFTHSM2_CONF);
 }
 
 /** Processes of the hosts of one home. */
@@ -78,6 +75,13 @@ export async function until(what, condition, seconds = 15) {
 
 export const untilHosts = (home, count, seconds) => until(`as many hosts as pages with one: ${count}`, () => hostsOf(home).length === count, seconds);
 
+/** A key as PEM and a certificate for it as base64, of nobody. */
+export function makeCertificate() {
+  const args = ["req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=Ana", "-keyout", "-", "-out", "-"];
+  const key = execFileSync("openssl", args, { stdio: ["ignore", "pipe", "ignore"] });
+  return { key, certificate: new X509Certificate(key.subarray(key.indexOf("-----BEGIN CERT"))).raw.toString("base64") };
+}
+
 /** The domain list, signed with the development key of the build. */
 export function domainList(domains) {
   const signature = sign("sha1", Buffer.from(domains), readFileSync(kDomainsKey)).toString("base64");
@@ -92,9 +96,6 @@ export function extensionOf(folder, members) {
   execFileSync(path.join(root, "operator/make-extension"), [path.join(folder, "extension"), "--operator", own]);
   return path.join(folder, "extension");
 }
-
-/** The extension with other pages to serve than the example's; these pages ask for the PIN themselves. */
-export const extensionFor = (folder, sites, members = {}) => extensionOf(folder, { sites, pinEntry: "page", ...members });
 
 /** Serves an empty page, the client and its texts on every localhost name; gives the address of a page. */
 export async function servePages(t) {
@@ -127,8 +128,7 @@ export async function startChromium(t, { home, env }, extension, options = {}) {
   const browser = await chromium.launchPersistentContext(path.join(home, ".config/chromium"), {
     executablePath: "/usr/bin/chromium", env,
     headless: false, // the driver's headless is an older kind without extensions; the flag asks for the new one
-    args: ["--headless=new", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
-      "--disable-component-update", "--disable-sync", ...(isRoot ? ["--no-sandbox"] : []),
+    args: ["--headless=new", "--disable-gpu", "--disable-quic", ...(process.getuid() === 0 ? ["--no-sandbox"] : []),
       ...(extension ? ["--disable-extensions-except", "--load-extension"].map((flag) => `${flag}=${extension}/chromium`) : [])],
     ...options,
   });
@@ -141,23 +141,19 @@ export async function startFirefox(t, { home, env }, extension) {
   const puppeteer = await import("puppeteer-core");
   const browser = await puppeteer.launch({
     browser: "firefox", executablePath: kFirefox, headless: true, env, userDataDir: path.join(home, "firefox-profile"),
-    extraPrefsFirefox: {
-      "network.captive-portal-service.enabled": false, "network.connectivity-service.enabled": false,
-      "app.update.enabled": false, "browser.safebrowsing.malware.enabled": false, "browser.safebrowsing.phishing.enabled": false,
-      "services.settings.server": "data:,", "datareporting.healthreport.uploadEnabled": false, "toolkit.telemetry.server": "data:,",
-    },
+    extraPrefsFirefox: { "network.captive-portal-service.enabled": false, "network.connectivity-service.enabled": false, "toolkit.telemetry.server": "data:," },
   });
   afterwards(t, () => browser.close());
   if (extension) await browser.installExtension(path.join(extension, "firefox"));
   return browser;
 }
 
-/** A browser with a home of its own, on signer.localhost; its extension serves the sites named. */
-export async function openPage(t, start, { sites = ["signer"], operatorMembers, ...homeOptions } = {}) {
-  const home = makeHome(t, homeOptions);
+/** A browser with a home of its own, on signer.localhost; its extension serves the sites named, and its pages ask for the PIN. */
+export async function openPage(t, start, { sites = ["signer"], operatorMembers } = {}) {
+  const home = makeHome(t);
   const address = await servePages(t);
-  const extension = sites.length > 0 && extensionFor(home.home, sites.map((site) => `http://${site}.localhost/*`), operatorMembers);
-  const browser = await start(t, home, extension);
+  const members = { sites: sites.map((site) => `http://${site}.localhost/*`), pinEntry: "page", ...operatorMembers };
+  const browser = await start(t, home, extensionOf(home.home, members));
   const page = await browser.newPage();
   await page.goto(address("signer"));
   return { home, address, browser, page };
@@ -165,16 +161,13 @@ export async function openPage(t, start, { sites = ["signer"], operatorMembers, 
 
 /** Runs a function with the client's module in the page. An error comes back as its kind and codes. */
 export async function inPage(page, body, argument) {
-  const outcome = await page.evaluate(async ({ source, argument }) => {
+  const { value, error } = await page.evaluate(async ({ source, argument }) => {
     const module = await import("/client/signing-client.js");
-    try {
-      return { value: await (0, eval)(`(${source})`)(module, argument) };
-    } catch (error) {
-      return { error: { ...error, message: error.message, stack: error.stack } };
-    }
+    return (async () => (0, eval)(`(${source})`)(module, argument))()
+      .then((value) => ({ value }), (error) => ({ error: { ...error, message: error.message, stack: error.stack } }));
   }, { source: body.toString(), argument });
-  if (outcome.error) throw Object.assign(new Error(outcome.error.message), outcome.error);
-  return outcome.value;
+  if (error) throw Object.assign(new Error(error.message), error);
+  return value;
 }
 
 /** Opens a client in the page as `window.client`: over a relay, or else over the extension. */
@@ -186,3 +179,6 @@ export const connect = (page, credentials, relay = "") => inPage(page, async ({ 
 
 /** Calls a method of the page's client. */
 export const call = (page, method, ...args) => inPage(page, (_, [method, args]) => client[method](...args), [method, args]);
+
+/** Each with what starts it, for the tests that hold in both. */
+export const kBrowsers = [["Chromium", startChromium], ["Firefox", startFirefox]];

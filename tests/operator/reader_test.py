@@ -63,7 +63,3 @@ class Reader(unittest.TestCase):
 
     def test_what_must_not_ship_is_warned_of(self):
         self.assertEqual([text.split()[0] for text in operator_file.read(EXAMPLE).warnings], ['"pkcs11Module":', '"domainsPublicKey"'])
-
-
-if __name__ == "__main__":
-    unittest.main()
