@@ -127,11 +127,6 @@ std::string initializeRequest() {
          R"(","domains":"a.test|","currentDomain":"a.test","caSubjectNames":""})";
 }
 
-std::string frame(std::string_view text) {
-  const auto length = static_cast<std::uint32_t>(text.size());
-  return std::string(reinterpret_cast<const char*>(&length), sizeof length).append(text);
-}
-
 /// A row of whole messages, each an object.
 void requireConversation(std::string_view bytes, bool websocketMode) {
   while (!bytes.empty()) {
@@ -167,7 +162,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   std::string conversation;
   const auto say = [&](std::string_view text) {
-    conversation += websocketMode ? std::string(text) + "\n" : frame(text);
+    conversation += websocketMode ? std::string(text) + "\n" : test_support::frame(text);
   };
   if ((data[0] & 4U) != 0) say(initialize);
   if ((data[0] & 8U) != 0) {  // A PIN that the registry gets with the next request for the token.

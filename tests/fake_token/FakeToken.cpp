@@ -4,7 +4,7 @@
 // counted on while its text stays the same. One statement a line, words separated by spaces,
 // numbers as in C with -1 for all ones; an occurrence N counts from 1, `*` is every one of them.
 //
-//     slots 7 9                         slots with a token; `slots none`; default: slot 1
+//     slots 7 9                         slots with a token, or none; default: slot 1
 //     pin 1234                          the right PIN; `pin *`: any PIN is
 //     certificate 01ab hex 3082...      id and value; either may be `-` (empty)
 //     key 01ab                          private key, found after a login; its signatures are a
@@ -19,7 +19,7 @@
 //     fork C_Sign N                     goes on in this process and in a child
 //     print C_Login N word              on standard output during the call
 //     exit C_Sign N 3                   ends the process with this status
-//     crash C_Sign N                    ends it with a segmentation fault
+//     crash C_Sign N                    ends it by a signal
 //     lie slots N 1000                  count of slots at the Nth C_GetSlotList
 //     lie found N 5                     count of objects at the Nth C_FindObjects
 //     lie signature N 5000              length of the signature at the Nth C_Sign
@@ -38,7 +38,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -53,7 +52,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/support/Hex.h"
+#include "tests/support/Bytes.h"
 
 namespace {
 
@@ -144,7 +143,7 @@ CK_ULONG countToTell(const std::string& what, CK_ULONG count) {
 std::vector<CK_SLOT_ID> slots() {
   std::vector<CK_SLOT_ID> numbers;
   for (const std::string& word : said({"slots"}).value_or(Words{"1"})) {
-    if (word != "none") numbers.push_back(number(word));
+    numbers.push_back(number(word));
   }
   return numbers;
 }
@@ -171,10 +170,7 @@ CK_RV call(const std::string& function, const std::string& arguments, Work work)
     std::fflush(stdout);
   }
   if (const auto status = told("exit", function)) _exit(static_cast<int>(number(*status)));
-  if (told("crash", function)) {
-    std::signal(SIGSEGV, SIG_DFL);
-    std::raise(SIGSEGV);
-  }
+  if (told("crash", function)) std::abort();
   while (told("hang", function)) pause();
   if (told("fork", function)) fork();
   std::string given;

@@ -160,7 +160,6 @@ TEST_F(FaultSweep, AModuleThatLies) {
   const std::tuple<const Operation&, std::string, int, std::string> lies[] = {
       {list, "lie slots 1 1000", 0, kBoth},
       {list, "lie slots 1 -1", 12, ""},
-      {list, "lie slots 1 0", 12, ""},
       {list, "lie slots 2 -1", 0, kBoth},
       {list, "slots 7 9\nlie slots 1 1", 12, ""},
       {list, "lie found 1 5", 0, kBoth},
@@ -171,15 +170,12 @@ TEST_F(FaultSweep, AModuleThatLies) {
       {list, "lie length 17 asked -1", 12, kB},
       {list, "lie length 258 both -1", 12, kB},
       {list, "lie length 17 asked 5", 12, kB},
-      {list, "lie length 17 asked 0x7fffffffffffffff", 12, kB},
       {list, "lie length 17 read 100000", 12, kB},
       {list, "lie length 17 read -1", 12, kB},
       {list, "lie length 17 read 3", 0, kB},
       {list, certificates(""), 0, kB},
       {list, certificates("0"), 0, kB},
       {list, certificates(derA.substr(0, derA.size() - 1)), 0, kB},
-      {list, certificates(derA.substr(0, derA.size() / 2)), 0, kB},
-      {list, certificates(random.substr(4, 300)), 0, kB},
       {list, certificates(random), 0, kB},
       {list, certificates(large), 0, kBoth},
       {retrieve, certificates(large), 0, nssBase64(large)},
@@ -222,14 +218,12 @@ TEST_F(FaultSweep, AModuleThatLies) {
   while (unit.size() < 64) unit += "\xC3\xA9";
   const test_support::NameFields name(300, {"OU", unit});
   const std::string wide = test_support::makeCertificate({.subject = name});
-  for (const auto& [found, label] : {std::pair("8", ""), {"11", "listing too long"}}) {
+  for (const auto& [found, tooLong] : {std::pair("8", false), {"11", true}}) {
     host.script("certificate a1 hex " + hex(wide) + "\nlie search " + found);
     const json answer = host.ask(kListRequest);
-    EXPECT_EQ(answer.value("lastError", -1), *label == 0 ? 0 : 12) << found;
-    EXPECT_EQ(answer.value("certificates", "?").empty(), *label != 0);
-    if (*label != 0) {
-      EXPECT_EQ(answer.value("errorMessage", ""), label);
-    }
+    EXPECT_EQ(answer.value("lastError", -1), tooLong ? 12 : 0);
+    EXPECT_EQ(answer.value("certificates", "?").empty(), tooLong);
+    EXPECT_EQ(answer.value("errorMessage", "") == "listing too long", tooLong);
   }
 }
 

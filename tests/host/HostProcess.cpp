@@ -98,14 +98,6 @@ std::string HostProcess::standardError() {
   return {std::istreambuf_iterator<char>(&errors), {}};
 }
 
-std::string lengthBytes(std::int32_t length) {
-  return {reinterpret_cast<const char*>(&length), sizeof length};
-}
-
-std::string frame(std::string_view text) {
-  return lengthBytes(static_cast<std::int32_t>(text.size())).append(text);
-}
-
 std::string outputFor(std::string_view input, bool closeInput) {
   HostProcess host;
   host.send(input);

@@ -3,11 +3,12 @@
 #include <sys/types.h>
 #include <ext/stdio_filebuf.h>
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "tests/support/Bytes.h"
 
 /// The built host as a child process, spoken to over pipes as a browser or a relay does; a relay's
 /// pipes do not block.
@@ -51,9 +52,8 @@ class HostProcess {
   Stream errors;
 };
 
-/// A native message: four bytes of length, then the text.
-std::string lengthBytes(std::int32_t length);
-std::string frame(std::string_view text);
+using test_support::frame;
+using test_support::lengthBytes;
 
 /// All that a fresh native host writes for these bytes; it must end by itself with status 0.
 std::string outputFor(std::string_view input, bool closeInput = true);

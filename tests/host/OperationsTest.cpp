@@ -111,7 +111,7 @@ TEST_F(Operations, OnATokenThatLacksThingsOrLiesAndWithABadCertId) {
     std::string error;
   };
   const Row kRows[]{
-      {"slots none", kListRequest, " Initialize GetSlotList Finalize", kNoSlot},
+      {"slots", kListRequest, " Initialize GetSlotList Finalize", kNoSlot},
       {"lie slots 2 0", kListRequest, " Initialize GetSlotList GetSlotList Finalize", kNoSlot},
       {certificate + "lie length 17 asked 1048577", kListRequest,
        kFinding + " GetAttributeValue FindObjects" + kFindEnd, "12 19 get attribute value"},

@@ -14,6 +14,18 @@ const std::string kOk = R"("ok":true)";
 const std::string kInitialize =
     R"({"command":0,"signature":"s","domains":"d","currentDomain":"c","caSubjectNames":""})";
 
+/// Holds a conversation in both framings; an answer for each request, in the compact form.
+void expectConversation(const std::vector<std::pair<std::string, std::string>>& conversation,
+                        const HostProcess::Texts& launcher = {"env"}) {
+  HostProcess native({}, launcher);
+  HostProcess relay({"ws"}, launcher);
+  for (const auto& [request, answer] : conversation) {
+    relay.say(request);
+    EXPECT_EQ(native.ask(request), indented(answer)) << request;
+    EXPECT_EQ(relay.hear(), answer) << request;  // Late: a long answer has filled its pipe by now.
+  }
+}
+
 TEST(Outcomes, EveryAnswerWithoutATokenInBothFramings) {
   expectConversation({
       {kVersionRequest, kFreshVersion},

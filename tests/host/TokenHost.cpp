@@ -55,17 +55,6 @@ std::string nssBase64(std::string_view bytes) {
   return text;
 }
 
-void expectConversation(const std::vector<std::pair<std::string, std::string>>& conversation,
-                        const HostProcess::Texts& launcher) {
-  HostProcess native({}, launcher);
-  HostProcess relay({"ws"}, launcher);
-  for (const auto& [request, answer] : conversation) {
-    relay.say(request);
-    EXPECT_EQ(native.ask(request), indented(answer)) << request;
-    EXPECT_EQ(relay.hear(), answer) << request;  // Late: a long answer has filled its pipe by now.
-  }
-}
-
 TemporaryFolder::TemporaryFolder() {
   if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("mkdtemp");
 }

@@ -4,8 +4,6 @@
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 #include "tests/host/HostProcess.h"
 
@@ -43,15 +41,6 @@ std::string indented(std::string_view compact);
 
 /// Base64 as the host writes it, a line break after each 64 characters.
 std::string nssBase64(std::string_view bytes);
-
-/// Holds a conversation in both framings; an answer for each request, in the compact form.
-void expectConversation(const std::vector<std::pair<std::string, std::string>>& conversation,
-                        const HostProcess::Texts& launcher = {"env"});
-
-/// Words that let a host use the tests' SoftHSM token, made by demo/make-token, and its PIN.
-inline const HostProcess::Texts kWithSoftToken{
-    "sh", "-c", "set -a; . '" SOFT_TOKEN_FOLDER "/token.env'; exec \"$0\" \"$@\""};
-inline const std::string kSoftPin = "123456";
 
 /// A folder of its own that goes away with its owner.
 class TemporaryFolder {

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/support/Hex.h"
+#include "tests/support/Bytes.h"
 
 namespace test_support {
 

@@ -2,10 +2,6 @@
 
 namespace {
 
-struct Crash {
-  [[noreturn]] Crash() { std::abort(); }
-};
-
-const Crash crash;
+[[noreturn, gnu::constructor]] void crash() { std::abort(); }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -12,6 +13,15 @@ inline std::string hex(std::string_view bytes) {
     text += "0123456789abcdef"[static_cast<unsigned char>(c) & 0x0FU];
   }
   return text;
+}
+
+/// A native message: four bytes of length, then the text.
+inline std::string lengthBytes(std::int32_t length) {
+  return {reinterpret_cast<const char*>(&length), sizeof length};
+}
+
+inline std::string frame(std::string_view text) {
+  return lengthBytes(static_cast<std::int32_t>(text.size())).append(text);
 }
 
 }  // namespace test_support
