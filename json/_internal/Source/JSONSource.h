@@ -33,7 +33,8 @@ class JSONSource {
     }
   }
   JSONSource(JSONSource&& other) noexcept : block(std::exchange(other.block, nullptr)) {}
-  JSONSource& operator=(JSONSource other) noexcept {
+  JSONSource& operator=(const JSONSource& other) noexcept { return *this = JSONSource(other); }
+  JSONSource& operator=(JSONSource&& other) noexcept {
     std::swap(block, other.block);
     return *this;
   }
