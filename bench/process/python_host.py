@@ -15,7 +15,7 @@ def main():
         answer = json.dumps({
             "command": 8, "error": False, "errorMessage": "", "lastError": 0, "lastLowLevelError": 0,
             "pinModuleName": "", "missingPin": False, "invalidPin": False, "pinLength": 0,
-            "version": "1.1"}, indent="\t").encode()
+            "version": "1.1"}).encode()
         sys.stdout.buffer.write(struct.pack("@I", len(answer)) + answer)
         sys.stdout.buffer.flush()
 

@@ -1,7 +1,7 @@
-// The limit that the host's token commands are measured against: the same PKCS#11 calls on the same
-// module and nothing else. Requests are frames holding "list", "get" or "sign"; "get" and "sign"
-// use the CKA_ID of the token's signing certificate. Each is answered with a frame of one byte once
-// the calls are done.
+// The limits that the host's token commands are measured against: the same PKCS#11 calls on the
+// same module. Requests are frames holding "list", "names", "get" or "sign"; "get" and "sign" use
+// the CKA_ID of the token's signing certificate. Each is answered with a frame of one byte once the
+// calls are done, but "names" with the listing: it also decodes what it reads, as a listing must.
 //
 //   bare_token MODULE PIN
 #include <dlfcn.h>
@@ -11,6 +11,8 @@
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
+
+#include "bench/token/bare_names.h"
 
 enum { kMessageSize = 64, kSignatureSize = 2048 };
 
@@ -65,7 +67,8 @@ static void readAttributes(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
   check(token->C_GetAttributeValue(session, object, attributes, count), "C_GetAttributeValue");
 }
 
-static void list(void) {
+// Into the listing where there is one.
+static void list(struct Text* listing) {
   CK_OBJECT_CLASS class = CKO_CERTIFICATE;
   CK_CERTIFICATE_TYPE type = CKC_X_509;
   CK_ATTRIBUTE search[] = {{CKA_CLASS, &class, sizeof class},
@@ -76,6 +79,10 @@ static void list(void) {
        object = findNext(session)) {
     CK_ATTRIBUTE wanted[] = {{CKA_ID, NULL, 0}, {CKA_VALUE, NULL, 0}};
     readAttributes(session, object, wanted, 2);
+    if (listing != NULL) {
+      appendRecord(listing, wanted[1].pValue, wanted[1].ulValueLen, wanted[0].pValue,
+                   wanted[0].ulValueLen);
+    }
     free(wanted[0].pValue);
     free(wanted[1].pValue);
   }
@@ -118,9 +125,16 @@ static void sign(char* pin) {
   end(session);
 }
 
-// The length 1 in the machine's byte order, least significant byte first, and a byte that is JSON
-// too.
-static const char kAnswer[] = {1, 0, 0, 0, '0'};
+static void answer(const char* text, size_t size) {
+  static struct Text frame;
+  const uint32_t length = (uint32_t)size;
+  frame.length = 0;
+  append(&frame, &length, sizeof length);
+  append(&frame, text, size);
+  if (write(STDOUT_FILENO, frame.bytes, frame.length) < 0) {
+    exit(EXIT_FAILURE);
+  }
+}
 
 int main(int argc, char** argv) {
   void* module = argc > 2 ? dlopen(argv[1], RTLD_NOW | RTLD_LOCAL) : NULL;
@@ -129,23 +143,30 @@ int main(int argc, char** argv) {
     *(void**)&getFunctionList = dlsym(module, "C_GetFunctionList");
   }
   check(getFunctionList != NULL ? getFunctionList(&token) : CKR_GENERAL_ERROR, "dlopen");
+  struct Text listing = {NULL, 0, 0};
   uint32_t length = 0;
   char request[kMessageSize];
   while (read(STDIN_FILENO, &length, sizeof length) == sizeof length && length <= sizeof request &&
          read(STDIN_FILENO, request, length) == (ssize_t)length) {
     switch (request[0]) {
       case 'l':
-        list();
+        list(NULL);
         break;
+      case 'n':
+        if (listing.bytes == NULL) {
+          startNss();
+        }
+        listing.length = 0;
+        list(&listing);
+        answer(listing.bytes, listing.length);
+        continue;
       case 'g':
         get();
         break;
       default:
         sign(argv[2]);
     }
-    if (write(STDOUT_FILENO, kAnswer, sizeof kAnswer) < 0) {
-      return EXIT_FAILURE;
-    }
+    answer("0", 1);  // which is JSON too
   }
   return EXIT_SUCCESS;
 }

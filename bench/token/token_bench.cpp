@@ -53,39 +53,49 @@ void againstBareCalls(const Programs& programs, std::size_t count) {
   if (host.list() != count) {
     fail("the host did not list every certificate");
   }
-  bare.ask("list");
+  std::string hostListing = TokenConversation::result(kList, host.ask(kList));
+  std::string bareListing(bare.ask("names"));
+  // Compared without their order: SoftHSM finds objects in the order of their addresses.
+  std::ranges::sort(hostListing);
+  std::ranges::sort(bareListing);
+  if (hostListing != bareListing) {
+    fail("the bare program did not list what the host lists");
+  }
   host.enterPin();
   host.sign();
+  bare.ask("sign");
 
-  struct Operation {
+  struct Subject {
+    const char* job;
     const char* name;
-    TokenRequest request;
+    std::function<double()> time;
   };
-  std::vector<Operation> operations{{"list", kList}};
+  const auto hostSubject = [&](const char* job, const TokenRequest& request) {
+    return Subject{job, "host", [&host, request] {
+                     std::string_view answer;
+                     const double time = timed([&] { answer = host.ask(request); });
+                     TokenConversation::result(request, answer);  // looked at off the clock
+                     return time;
+                   }};
+  };
+  const auto bareSubject = [&](const char* job, const char* name, const char* request) {
+    return Subject{job, name, [&bare, request] { return timed([&] { bare.ask(request); }); }};
+  };
+  std::vector<std::vector<Subject>> jobs{{hostSubject("list", kList),
+                                          bareSubject("list", "bare_listing", "names"),
+                                          bareSubject("list", "bare_calls", "list")}};
   if (count == kUsualCount) {
-    operations.push_back({"get", kRetrieve});
-    operations.push_back({"sign", kSign});
+    jobs.push_back({hostSubject("get", kRetrieve), bareSubject("get", "bare_calls", "get")});
+    jobs.push_back({hostSubject("sign", kSign), bareSubject("sign", "bare_calls", "sign")});
   }
   for (int repetition = 0; repetition < repetitions(programs, count); ++repetition) {
-    for (const Operation& operation : operations) {
-      const std::string name = std::string(operation.name) + "/" + std::to_string(count);
-      const auto runHost = [&] {
-        std::string_view answer;
-        const double time = timed([&] { answer = host.ask(operation.request); });
-        record("token", name, "host", "ns", time);
-        TokenConversation::result(operation.request, answer);  // looked at off the clock
-      };
-      const auto runBare = [&] {
-        record("token", name, "bare_calls", "ns", timed([&] { bare.ask(operation.name); }));
-      };
-      // Whoever goes second finds the token's files warmer: take turns.
-      if (repetition % 2 == 0) {
-        runHost();
-        runBare();
-      } else {
-        runBare();
-        runHost();
+    for (std::vector<Subject>& subjects : jobs) {
+      for (const Subject& subject : subjects) {
+        const std::string name = std::string(subject.job) + "/" + std::to_string(count);
+        record("token", name, subject.name, "ns", subject.time());
       }
+      // Who goes later finds the token's files warmer: take turns.
+      std::rotate(subjects.begin(), subjects.begin() + 1, subjects.end());
     }
   }
 }
@@ -123,6 +133,10 @@ void asWholeProcesses(const Programs& programs, std::size_t count) {
          return run(pkcs11Tool, {"--list-objects", "--type", "cert"});
        }},
       {"list", "p11tool", [&] { return run(p11tool, {"--list-all-certs"}); }},
+      {"list", "p11tool_urls",
+       [&] {
+         return run(p11tool, {"--only-urls", "--list-all-certs"});
+       }},
   };
   if (count == kUsualCount) {
     subjects.insert(subjects.end(),
