@@ -35,7 +35,8 @@ class JSONSource {
   JSONSource(JSONSource&& other) noexcept : block(std::exchange(other.block, nullptr)) {}
   JSONSource& operator=(const JSONSource& other) noexcept { return *this = JSONSource(other); }
   JSONSource& operator=(JSONSource&& other) noexcept {
-    std::swap(block, other.block);
+    JSONSource taken(std::move(other));  // the old text goes now, not with `other`
+    std::swap(block, taken.block);
     return *this;
   }
   ~JSONSource() {
