@@ -1,0 +1,124 @@
+// Two operators' products on one desktop, installed as an administrator does: packages and policies, nothing
+// loaded unpacked. Runs as root in a system of its own (./own-system), under ../browser/run.
+import assert from "node:assert/strict";
+import { execFileSync } from "node:child_process";
+import { createSign, generateKeyPairSync } from "node:crypto";
+import { cpSync, mkdirSync, readdirSync, readFileSync, readlinkSync, writeFileSync } from "node:fs";
+import http from "node:http";
+import path from "node:path";
+import { test } from "node:test";
+import { call, connect, kPin, makeHome, operator as example, root, servePages, startChromium, startFirefox, temporaryFolder, until } from "../browser/support.mjs";
+
+const run = (program, ...args) => execFileSync(program, args, { stdio: ["ignore", "ignore", "inherit"] });
+const domainsKey = generateKeyPairSync("rsa", { modulusLength: 1024 });
+const signature = createSign("sha1").update("localhost").sign(domainsKey.privateKey, "base64");
+const kPolicies = "/etc/firefox/policies/policies.json";
+// Debian's Firefox takes an extension that Mozilla has not signed, and one that asks a server without https
+// for updates, only where the administrator's policies say so.
+const kOwnPolicies = { Preferences: Object.fromEntries(["xpinstall.signatures.required", "extensions.checkUpdateSecurity"]
+  .map((name) => [name, { Value: false, Status: "locked" }])) };
+
+/** Builds a product whose extension comes from a server of this machine; gives its two packages. */
+function makeProduct(folder, name, server) {
+  const extensionKey = generateKeyPairSync("rsa", { modulusLength: 2048 });
+  const own = path.join(folder, `operator-${name}`), out = path.join(folder, name);
+  cpSync(path.join(root, "operator/example"), own, { recursive: true });
+  writeFileSync(path.join(own, "domains.pem"), domainsKey.publicKey.export({ type: "pkcs1", format: "pem" }));
+  writeFileSync(path.join(own, "operator.json"), JSON.stringify({ ...example, hostName: `test.${name}.host`, package: `${name}-sign`,
+    sites: [`http://${name}.localhost/*`], firefoxId: `${name}@example.test`, updateUrl: `${server}${name}/`, domainsPublicKey: "domains.pem",
+    chromiumKey: extensionKey.publicKey.export({ type: "spki", format: "der" }).toString("base64"), pinEntry: "page" }));
+  run(path.join(root, "script/operator"), own, out);
+  // What Chromium installs from a server is signed with the extension's own key.
+  writeFileSync(path.join(own, "extension.pem"), extensionKey.privateKey.export({ type: "pkcs8", format: "pem" }));
+  run("unzip", "-q", path.join(out, "extension-chromium-self-hosted.zip"), "-d", path.join(out, "extension-chromium"));
+  execFileSync("chromium", ["--no-sandbox", "--headless=new", `--user-data-dir=${own}/packing`, `--pack-extension=${out}/extension-chromium`,
+    `--pack-extension-key=${own}/extension.pem`], { stdio: "ignore" });
+  return readdirSync(out).filter((file) => /^\w+-sign(-policies)?_.*deb$/.test(file)).map((file) => path.join(out, file));
+}
+
+/** Answers every file of the folder, as the folder of "updateUrl" on an operator's server. */
+async function serveFiles(t, folder) {
+  const types = { ".crx": "application/x-chrome-extension", ".xpi": "application/x-xpinstall", ".xml": "text/xml" };
+  const server = http.createServer((request, response) => {
+    response.setHeader("Content-Type", types[path.extname(request.url)] ?? "application/json");
+    response.end(readFileSync(path.join(folder, request.url.split("?")[0])));
+  });
+  await new Promise((resolve) => server.listen(0, resolve));
+  t.after(() => { server.closeAllConnections(); server.close(); });
+  return `http://localhost:${server.address().port}/`;
+}
+
+/** Opens a page of a product and its host, as soon as the browser has installed the extension. */
+async function open(browser, url) {
+  const page = await browser.newPage();
+  await until(`an extension on ${url}`, async () => {
+    await page.goto(url);
+    return connect(page, { domains: "localhost", signature }).then(() => true, (error) => { if (error.kind !== "no-extension") throw error; });
+  }, 60);
+  return page;
+}
+
+async function sign(page) {
+  const [{ id }] = await call(page, "list");
+  const digest = Buffer.alloc(32, 7).toString("base64");
+  await assert.rejects(call(page, "sign", id, digest), { kind: "pin-missing" });
+  await call(page, "setPin", kPin);
+  assert.equal(Buffer.from(await call(page, "sign", id, digest), "base64").length, 256);
+}
+
+/** Files that the running hosts of the first product were started from. */
+const hostFiles = () => readdirSync("/proc").flatMap((pid) => {
+  try { return readlinkSync(`/proc/${pid}/exe`); } catch { return []; }
+}).filter((file) => file.startsWith("/usr/bin/first-sign")).sort();
+
+const browsers = {
+  // The driver would switch off extensions and their updater.
+  Chromium: (t, home) => startChromium(t, home, null, {
+    args: ["--headless=new", "--no-sandbox", "--disable-gpu", "--no-first-run"],
+    ignoreDefaultArgs: ["--disable-extensions", "--disable-background-networking", "--disable-component-update"],
+  }),
+  Firefox: startFirefox,
+};
+
+test("two products side by side, by policy", { timeout: 900_000 }, async (t) => {
+  const folder = temporaryFolder(t);
+  const server = await serveFiles(t, folder);
+  const address = await servePages(t);
+  mkdirSync(path.dirname(kPolicies), { recursive: true });
+  writeFileSync(kPolicies, JSON.stringify({ policies: kOwnPolicies }));
+  const packages = ["first", "second"].map((name) => makeProduct(folder, name, server));
+  run("dpkg", "--install", ...packages.flat());
+  // The next version of the first, as a package's manager brings it.
+  run("dpkg-deb", "--raw-extract", packages[0].find((file) => /sign_/.test(file)), `${folder}/next`);
+  run("sed", "-i", "s/^Version: .*/Version: 99/", `${folder}/next/DEBIAN/control`);
+  run("dpkg-deb", "--build", `${folder}/next`);
+
+  const homes = {};
+  for (const [name, start] of Object.entries(browsers)) {
+    await t.test(`${name}: both sign, and an upgrade lets an open page go on`, async (t2) => {
+      homes[name] = makeHome(t, { register: false });
+      const browser = await start(t2, homes[name]);
+      await sign(await open(browser, address("second")));
+      const page = await open(browser, address("first"));
+      run("dpkg", "--install", `${folder}/next.deb`);
+      assert.deepEqual(hostFiles(), ["/usr/bin/first-sign (deleted)"]);
+      await sign(page);
+      const next = await open(browser, address("first"));
+      assert.deepEqual(hostFiles(), ["/usr/bin/first-sign", "/usr/bin/first-sign (deleted)"]);
+      await sign(next);
+    });
+  }
+
+  run("dpkg", "--purge", "second-sign-policies", "second-sign");
+  assert.deepEqual(JSON.parse(readFileSync(kPolicies)).policies.Preferences, kOwnPolicies.Preferences);
+  for (const [name, start] of Object.entries(browsers)) {
+    await t.test(`${name}: the other signs after one was removed`, async (t2) => {
+      const browser = await start(t2, homes[name]);
+      await sign(await open(browser, address("first")));
+      const page = await browser.newPage();
+      await page.goto(address("second"));
+      // Chromium takes the extension away, Firefox leaves it to the person.
+      await assert.rejects(connect(page, { domains: "localhost", signature }), { kind: name === "Chromium" ? "no-extension" : "host-not-found" });
+    });
+  }
+});
