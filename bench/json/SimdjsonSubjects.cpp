@@ -74,16 +74,13 @@ class SimdjsonOnDemand {
   simdjson::ondemand::parser parser;
 };
 
-/// Which of its instruction sets were measured: DOM and stage one of on-demand choose at run time,
-/// the rest of on-demand when it is compiled.
-bool nameKernels() {
+/// Which of its instruction sets was measured: DOM and stage one of on-demand choose at run time.
+bool nameKernel() {
   benchmark::AddCustomContext("simdjson_kernel", simdjson::get_active_implementation()->name());
-  benchmark::AddCustomContext("simdjson_on_demand_kernel",
-                              simdjson::builtin_implementation()->name());
   return true;
 }
 
 const bool registered =
-    nameKernels() && registerSubject<SimdjsonDom>() && registerSubject<SimdjsonOnDemand>();
+    nameKernel() && registerSubject<SimdjsonDom>() && registerSubject<SimdjsonOnDemand>();
 
 }  // namespace
