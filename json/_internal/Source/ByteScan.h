@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 #ifdef __SSE2__
 #include <emmintrin.h>
@@ -113,6 +114,28 @@ inline void copyBytes(char* to, const char* from, std::size_t size) {
     to[size / 2] = from[size / 2];
     to[size - 1] = from[size - 1];
   }
+}
+
+template <typename Word>
+bool equalWords(const char* left, const char* right, std::size_t size) {
+  const std::size_t last = size - sizeof(Word);
+  for (std::size_t at = 0; at < last; at += sizeof(Word)) {
+    if (loadWord<Word>(left + at) != loadWord<Word>(right + at)) {
+      return false;
+    }
+  }
+  return loadWord<Word>(left + last) == loadWord<Word>(right + last);
+}
+
+/// ==.
+inline bool equalBytes(std::string_view left, std::string_view right) {
+  const std::size_t size = left.size();
+  if (size != right.size()) {
+    return false;
+  }
+  return size >= sizeof(std::uint32_t)
+             ? equalWords<std::uint32_t>(left.data(), right.data(), size)
+             : size == 0 || equalWords<char>(left.data(), right.data(), size);
 }
 
 /// Copies up to kShortCopy bytes, unless one of them is of the kind: then what

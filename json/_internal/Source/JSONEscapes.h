@@ -24,8 +24,9 @@ void appendEscaped(std::string_view text, JSONOutput& output);
 /// Appends the text of a string between two short texts: escaped when
 /// `encoded`, else as it is.
 template <std::size_t Before, std::size_t After>
-void appendBetween(const char (&before)[Before], std::string_view text, bool encoded,
-                   const char (&after)[After], JSONOutput& output) {
+[[gnu::always_inline]] inline void appendBetween(const char (&before)[Before],
+                                                 std::string_view text, bool encoded,
+                                                 const char (&after)[After], JSONOutput& output) {
   char* out = output.room(Before + text.size() + After);
   std::memcpy(out, before, Before);
   out += Before - 1;

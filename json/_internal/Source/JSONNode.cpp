@@ -62,19 +62,6 @@ JSONNode& JSONNode::operator=(const JSONNode& other) noexcept { return *this = J
 
 void JSONNode::dropShare(internalJSONNode* body) noexcept { body->dropShare(); }
 
-internalJSONNode& JSONNode::own() {
-  internal = internal->makeUnique();
-  return *internal;
-}
-
-JSONNode* JSONNode::newJSONNode(JSONNode&& node) {
-  return json_detail::FreeList<JSONNode>::make(std::move(node));
-}
-
-void JSONNode::deleteJSONNode(JSONNode* node) noexcept {
-  json_detail::FreeList<JSONNode>::destroy(node);
-}
-
 JSONNode JSONNode::duplicate() const { return {Adopt{}, internalJSONNode::newInternal(*internal)}; }
 
 char JSONNode::type() const { return static_cast<char>(internal->type); }

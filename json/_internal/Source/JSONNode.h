@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "json/_internal/Source/FreeList.h"
 #include "json/_internal/Source/JSONIterators.h"
 #include "json/_internal/Source/JSONTypes.h"
 #include "json/_internal/Source/NumberToString.h"
@@ -88,8 +89,12 @@ class JSONNode {
   }
 
   /// Handles that trees keep one by one; a pair.
-  static JSONNode* newJSONNode(JSONNode&& node);
-  static void deleteJSONNode(JSONNode* node) noexcept;
+  static JSONNode* newJSONNode(JSONNode&& node) {
+    return json_detail::FreeList<JSONNode>::make(std::move(node));
+  }
+  static void deleteJSONNode(JSONNode* node) noexcept {
+    json_detail::FreeList<JSONNode>::destroy(node);
+  }
 
   /// A deep copy that shares nothing with this tree, made now rather than at
   /// the first change.

@@ -43,8 +43,8 @@ JSONNode JSONWorker::_parse_unformatted(const char* begin, const char* end,
   if (type == JSON_NULL) {
     throw std::invalid_argument("");
   }
-  JSONNode root = JSONNodeAccess::adopt(
-      internalJSONNode::newParsed(type, {}, text, source, internalJSONNode::Home::kDocument));
+  JSONNode root =
+      internalJSONNode::newParsed(type, {}, text, source, internalJSONNode::Home::kDocument);
   if (!comments.empty()) {
     JSONNodeAccess::body(root).comment.assign(json_detail::commentText(comments));
   }

@@ -96,7 +96,8 @@ char closingBracket(const internalJSONNode& body) { return body.type == JSON_ARR
 
 }  // namespace
 
-void internalJSONNode::WriteName(bool formatted, bool arrayChild, JSONOutput& output) const {
+[[gnu::always_inline]] inline void internalJSONNode::WriteName(bool formatted, bool arrayChild,
+                                                               JSONOutput& output) const {
   if (arrayChild) {
     return;
   }

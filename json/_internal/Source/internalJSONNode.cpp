@@ -14,7 +14,7 @@ internalJSONNode* internalJSONNode::newStandalone(unsigned char type, bool fetch
   return FreeList<Standalone>::make(type, fetched);
 }
 
-void internalJSONNode::destroyOne(internalJSONNode* body) noexcept {
+inline void internalJSONNode::destroyOne(internalJSONNode* body) noexcept {
   if (body->home == Home::kOwn) {
     FreeList<Standalone>::destroy(static_cast<Standalone*>(body));
     return;
@@ -71,23 +71,6 @@ internalJSONNode* internalJSONNode::newScalar(char type, std::string_view name,
   body.textEncoded = type == JSON_STRING;
   body.value = value;
   return JSONNodeAccess::release(std::move(owner));
-}
-
-internalJSONNode* internalJSONNode::newParsed(char type, std::string_view name,
-                                              std::string_view value,
-                                              const json_detail::JSONSource& source, Home home) {
-  const bool isFetched = type == JSON_NULL || type == JSON_BOOL;
-  const std::string_view text = type == JSON_NULL ? jsonSingletonCONST_NULL() : value;
-  const auto code = static_cast<unsigned char>(type);
-  ChildrenOwner made(type >= JSON_ARRAY ? FreeList<jsonChildren>::make() : nullptr);
-  internalJSONNode* const body =
-      home == Home::kOwn
-          ? FreeList<Standalone>::make(code, isFetched, name, text, source)
-          : ::new (source.allocate<internalJSONNode>())
-                internalJSONNode(code, isFetched, Home::kDocument, name, text, source);
-  body->children = std::move(made);
-  body->value = type == JSON_BOOL && value.front() == 't' ? 1 : 0;
-  return body;
 }
 
 internalJSONNode* internalJSONNode::copyWithoutChildren(const internalJSONNode& original) {

@@ -12,6 +12,7 @@
 #include "json/_internal/Source/JSONChildren.h"
 #include "json/_internal/Source/JSONNode.h"
 #include "json/_internal/Source/JSONOutput.h"
+#include "json/_internal/Source/JSONSingleton.h"
 #include "json/_internal/Source/JSONSource.h"
 #include "json/_internal/Source/JSONText.h"
 #include "json/_internal/Source/NumberToString.h"
@@ -41,8 +42,8 @@ class internalJSONNode {
                                      double value);
   /// A value of a type that a parser found: name and value are slices of the
   /// text of `source`.
-  static internalJSONNode* newParsed(char type, std::string_view name, std::string_view value,
-                                     const json_detail::JSONSource& source, Home home);
+  static JSONNode newParsed(char type, std::string_view name, std::string_view value,
+                            const json_detail::JSONSource& source, Home home);
   /// A deep copy with one share: every child of every level is copied too.
   static internalJSONNode* newInternal(const internalJSONNode& original);
   /// Ends a body that nobody shares any more, and every body below that it was
@@ -212,3 +213,28 @@ struct JSONNodeAccess {
     return std::exchange(node.internal, nullptr);
   }
 };
+
+[[gnu::always_inline]] inline JSONNode internalJSONNode::newParsed(
+    char type, std::string_view name, std::string_view value, const json_detail::JSONSource& source,
+    Home home) {
+  const bool isFetched = type == JSON_NULL || type == JSON_BOOL;
+  const std::string_view text = type == JSON_NULL ? jsonSingletonCONST_NULL() : value;
+  const auto code = static_cast<unsigned char>(type);
+  JSONNode node = JSONNodeAccess::adopt(
+      home == Home::kOwn
+          ? json_detail::FreeList<Standalone>::make(code, isFetched, name, text, source)
+          : ::new (source.allocate<internalJSONNode>())
+                internalJSONNode(code, isFetched, Home::kDocument, name, text, source));
+  internalJSONNode& body = JSONNodeAccess::body(node);
+  if (type >= JSON_ARRAY) {
+    body.makeChildren();
+  } else if (type == JSON_BOOL) {
+    body.value = value.front() == 't' ? 1 : 0;
+  }
+  return node;
+}
+
+inline internalJSONNode& JSONNode::own() {
+  internal = internal->makeUnique();
+  return *internal;
+}

@@ -8,8 +8,8 @@
 namespace {
 
 /// Undoes the escapes of a text, which is only copied when there are some.
-/// Returns whether there were.
-bool unescape(json_detail::JSONText& text) {
+/// Returns whether there were. Seldom needed, and kept out of what is.
+[[gnu::noinline]] bool unescape(json_detail::JSONText& text) {
   if (text.view().find('\\') == std::string_view::npos) {
     return false;
   }
@@ -19,7 +19,16 @@ bool unescape(json_detail::JSONText& text) {
   return hadEscape;
 }
 
+[[gnu::noinline]] void setComment(json_detail::JSONText& comment, std::string_view runs) {
+  comment.assign(json_detail::commentText(runs));
+}
+
 }  // namespace
+
+inline void internalJSONNode::FetchString() {
+  text.dropEnds();  // the quotes
+  textEncoded = source.facts().mayHoldEscapes && unescape(text);
+}
 
 void internalJSONNode::FetchNow() {
   switch (type) {
@@ -39,26 +48,21 @@ void internalJSONNode::FetchNow() {
   fetched = true;
 }
 
-void internalJSONNode::FetchString() {
-  text.dropEnds();  // the quotes
-  textEncoded = source.facts().mayHoldEscapes && unescape(text);
-}
-
 /// Makes the child of a part of the text.
-inline void internalJSONNode::NewNode(std::string_view childName, std::string_view childValue,
-                                      std::string_view comments) {
+[[gnu::always_inline]] inline void internalJSONNode::NewNode(std::string_view childName,
+                                                             std::string_view childValue,
+                                                             std::string_view comments) {
   children->inc();
   // A document's value makes its children once. Copies of it may make theirs
   // any number of times while the document lives.
-  JSONNode child = JSONNodeAccess::adopt(
-      newParsed(json_detail::typeOf(childValue), childName, childValue, source, home));
+  JSONNode child = newParsed(json_detail::typeOf(childValue), childName, childValue, source, home);
   internalJSONNode& body = JSONNodeAccess::body(child);
   if (source.facts().mayHoldEscapes) {
     unescape(body.name);  // nameEncoded stays false: a parsed name is written
                           // back as it is
   }
   if (!comments.empty()) {
-    body.comment.assign(json_detail::commentText(comments));
+    setComment(body.comment, comments);
   }
   children->append(JSONNode::newJSONNode(std::move(child)));
 }
