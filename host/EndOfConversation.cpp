@@ -19,7 +19,8 @@ bool isGone(int descriptor, int milliseconds) {
 }
 
 bool hasOtherEnd(int descriptor) {
-  struct stat kind {};
+  using FileStatus = struct stat;
+  FileStatus kind{};
   return fstat(descriptor, &kind) == 0 &&
          (S_ISFIFO(kind.st_mode) || S_ISSOCK(kind.st_mode) || isatty(descriptor) != 0);
 }

@@ -48,7 +48,7 @@ class Pkcs11NativeMessagingHost {
   void SendNativeAknowlegeMessage(Command command, const std::string& message);
   void SendNativeErrorMessage(Command command, const std::string& message);
   void sendSmallEnvelope(Command command, bool error, const std::string& message);
-  bool isTooLong(const JSONNode& listing) const;
+  [[nodiscard]] bool isTooLong(const JSONNode& listing) const;
 
   // ServiceCommands.cpp
   void Initialize(JSONNode* request);

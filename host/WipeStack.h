@@ -20,7 +20,7 @@ inline constexpr std::size_t kTokenStackDepth = 65536;
 template <std::size_t Depth>
 [[gnu::noinline]] void wipeStack() {
   // Cleared once, not also by a compiler that initialises what the source does not.
-  __attribute__((uninitialized)) std::array<char, Depth>
-      depth;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
+  __attribute__((uninitialized)) std::array<char, Depth> depth;
   explicit_bzero(depth.data(), depth.size());
 }

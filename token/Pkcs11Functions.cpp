@@ -7,7 +7,7 @@ namespace {
 /// Calls one function of the module. CKR_GENERAL_ERROR when there is no module, and when the
 /// module, written in C++, lets an exception out: nothing thrown there goes further.
 template <typename Function, typename... Arguments>
-CK_RV forward(Function CK_FUNCTION_LIST::*function, Arguments... arguments) {
+CK_RV forward(TokenFunction<Function> function, Arguments... arguments) {
   const Function target = tokenModule().functions.*function;
   try {
     return target != nullptr ? target(arguments...) : CKR_GENERAL_ERROR;

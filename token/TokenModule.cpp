@@ -14,11 +14,11 @@ namespace {
 template <typename Function>
 struct Entry {
   const char* name;
-  Function CK_FUNCTION_LIST::*function;
+  TokenFunction<Function> function;
 };
 // Clang needs it said before version 17.
 template <typename Function>
-Entry(const char*, Function CK_FUNCTION_LIST::*) -> Entry<Function>;
+Entry(const char*, TokenFunction<Function>) -> Entry<Function>;
 
 /// What signing needs of a module.
 constexpr std::tuple kNeeded{

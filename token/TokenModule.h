@@ -4,6 +4,10 @@
 
 #include <string>
 
+/// Where a function of the standard stands in its list.
+template <typename Function>
+using TokenFunction = Function CK_FUNCTION_LIST::*;
+
 /// A token vendor's PKCS#11 module: the file named by the environment variable
 /// `SIGNING_HOST_PKCS11_MODULE`, else the one compiled in; always that one in a build with
 /// SIGNING_HOST_FIXED_MODULE.

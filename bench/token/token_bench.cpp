@@ -65,6 +65,8 @@ void againstBareCalls(const Programs& programs, std::size_t count) {
   host.sign();
   bare.ask("sign");
 
+  const auto listObjects = [&] { return run(pkcs11Tool, {"--list-objects", "--type", "cert"}); };
+  const auto listUrls = [&] { return run(p11tool, {"--only-urls", "--list-all-certs"}); };
   struct Subject {
     const char* job;
     const char* name;
@@ -116,6 +118,8 @@ void asWholeProcesses(const Programs& programs, std::size_t count) {
     command.insert(command.end(), options.begin(), options.end());
     return runToEnd(command, token.environment);
   };
+  const auto listObjects = [&] { return run(pkcs11Tool, {"--list-objects", "--type", "cert"}); };
+  const auto listUrls = [&] { return run(p11tool, {"--only-urls", "--list-all-certs"}); };
   struct Subject {
     const char* job;
     const char* name;
@@ -128,15 +132,9 @@ void asWholeProcesses(const Programs& programs, std::size_t count) {
          host.list();
          return host.process().finish();
        }},
-      {"list", "pkcs11-tool",
-       [&] {
-         return run(pkcs11Tool, {"--list-objects", "--type", "cert"});
-       }},
+      {"list", "pkcs11-tool", listObjects},
       {"list", "p11tool", [&] { return run(p11tool, {"--list-all-certs"}); }},
-      {"list", "p11tool_urls",
-       [&] {
-         return run(p11tool, {"--only-urls", "--list-all-certs"});
-       }},
+      {"list", "p11tool_urls", listUrls},
   };
   if (count == kUsualCount) {
     subjects.insert(subjects.end(),

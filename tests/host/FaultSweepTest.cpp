@@ -249,7 +249,9 @@ TEST(BadModule, NeverDisturbsAByteOfTheConversation) {
       {OWN_RUNTIME_MODULE, "throw C_CloseSession *", true, " Initialize", ""},
       {FAKE_TOKEN_MODULE, "print C_Initialize * {\nprint C_Login * \"\nprint C_Sign * }", true,
        " Initialize", "\\{\n\\{\n\\{\n\"\n\\}\n"},
-      {FAKE_TOKEN_MODULE, "fork C_Initialize 1\nfork C_Sign 1", true, " Initialize", ""},
+      // The leak check of a forked child misses the threads that fork() left behind.
+      {FAKE_TOKEN_MODULE, "fork C_Initialize 1\nfork C_Sign 1", true, " Initialize",
+       kSanitized ? "(.*was not suspended.*\n)*" : ""},
       {"", "", true, " Initialize", "", DEFAULT_TOKEN_HOST},
       {FAKE_TOKEN_MODULE, "", false, "", ".* no PKCS#11 module is configured\n", FIXED_HOST},
   };

@@ -82,7 +82,7 @@ template <typename Kind>
 
 template <typename Word>
 Word loadWord(const char* bytes) {
-  Word word;
+  Word word{};
   std::memcpy(&word, bytes, sizeof word);
   return word;
 }

@@ -23,7 +23,7 @@ BlockBits classifyPortably(const char* block) {
   std::uint64_t odd = 0;
   for (unsigned int at = 0; at != kIndexBlockBytes; ++at) {
     const char byte = block[at];
-    const auto put = [at](bool holds) { return std::uint64_t{holds} << at; };
+    const auto put = [at](bool holds) { return static_cast<std::uint64_t>(holds) << at; };
     odd ^= static_cast<std::uint64_t>(byte == '"');
     bits.odd |= odd << at;
     bits.structure |= put(isStructure(byte));

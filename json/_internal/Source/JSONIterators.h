@@ -23,10 +23,9 @@ class JSONIterator {
   JSONIterator() = default;
   explicit JSONIterator(JSONNode** place) : slot(place) {}
   /// A constant iterator from one that is not.
-  template <typename Other>
-  requires(std::is_const_v<Node> && !std::is_const_v<Other>)
-      JSONIterator(const JSONIterator<Other>& other)
-      : slot(other.place()) {}
+  template <typename Other,
+            typename = std::enable_if_t<std::is_const_v<Node> && !std::is_const_v<Other>>>
+  JSONIterator(const JSONIterator<Other>& other) : slot(other.place()) {}
 
   [[nodiscard]] reference operator*() const { return **slot; }
   [[nodiscard]] pointer operator->() const { return *slot; }

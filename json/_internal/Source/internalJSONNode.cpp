@@ -14,9 +14,14 @@ internalJSONNode* internalJSONNode::newStandalone(unsigned char type, bool fetch
   return FreeList<Standalone>::make(type, fetched);
 }
 
+inline internalJSONNode::Standalone* internalJSONNode::standalone(internalJSONNode* body) {
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-static-cast-downcast): its home says what it is
+  return static_cast<Standalone*>(body);
+}
+
 inline void internalJSONNode::destroyOne(internalJSONNode* body) noexcept {
   if (body->home == Home::kOwn) {
-    FreeList<Standalone>::destroy(static_cast<Standalone*>(body));
+    FreeList<Standalone>::destroy(standalone(body));
     return;
   }
   const json_detail::JSONSource memory = std::move(body->source);  // outlives the body
@@ -25,13 +30,11 @@ inline void internalJSONNode::destroyOne(internalJSONNode* body) noexcept {
 }
 
 std::span<char> internalJSONNode::nameRoom() {
-  return home == Home::kOwn ? std::span<char>(static_cast<Standalone*>(this)->nameRoom)
-                            : std::span<char>();
+  return home == Home::kOwn ? std::span<char>(standalone(this)->nameRoom) : std::span<char>();
 }
 
 std::span<char> internalJSONNode::textRoom() {
-  return home == Home::kOwn ? std::span<char>(static_cast<Standalone*>(this)->textRoom)
-                            : std::span<char>();
+  return home == Home::kOwn ? std::span<char>(standalone(this)->textRoom) : std::span<char>();
 }
 
 void internalJSONNode::makeChildren() { children.reset(FreeList<jsonChildren>::make()); }

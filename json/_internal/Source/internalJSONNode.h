@@ -78,8 +78,8 @@ class internalJSONNode {
   }
   /// Splits the text of an object or array into children, or makes the body
   /// null.
-  void FetchNode(std::string_view source);
-  void FetchArray(std::string_view source);
+  void FetchNode(std::string_view whole);
+  void FetchArray(std::string_view whole);
   /// Makes the value null. Children built before stay in memory but are not
   /// reachable.
   void Nullify();
@@ -162,6 +162,7 @@ class internalJSONNode {
   ~internalJSONNode() = default;
 
   static internalJSONNode* newStandalone(unsigned char type, bool fetched);
+  static Standalone* standalone(internalJSONNode* body);
   static internalJSONNode* copyWithoutChildren(const internalJSONNode& original);
   internalJSONNode* detachedCopy();
   static void destroyOne(internalJSONNode* body) noexcept;
@@ -173,7 +174,7 @@ class internalJSONNode {
 
   void FetchNow();
   void FetchString();
-  void NewNode(std::string_view name, std::string_view value, std::string_view comments);
+  void NewNode(std::string_view childName, std::string_view childValue, std::string_view comments);
   template <typename Split>
   void split(std::string_view whole, char open, char close, Split splitBy);
 

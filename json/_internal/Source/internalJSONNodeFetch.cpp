@@ -49,6 +49,7 @@ void internalJSONNode::FetchNow() {
 }
 
 /// Makes the child of a part of the text.
+// NOLINTNEXTLINE(readability-make-member-function-const): the children are the body's own.
 [[gnu::always_inline]] inline void internalJSONNode::NewNode(std::string_view childName,
                                                              std::string_view childValue,
                                                              std::string_view comments) {
