@@ -292,7 +292,7 @@ CK_RV C_Logout(CK_SESSION_HANDLE session) {
 CK_RV C_FindObjectsInit(CK_SESSION_HANDLE session, CK_ATTRIBUTE_PTR attributes, CK_ULONG count) {
   std::string text;
   Object wanted;
-  for (const auto& [type, bytes, length] : std::span(attributes, count)) {
+  for (auto& [type, bytes, length] : std::span(attributes, count)) {
     wanted[type].assign(static_cast<const char*>(bytes), length);
     text += listed(type) + "=" + test_support::hex(wanted[type]);
   }
@@ -334,7 +334,7 @@ CK_RV C_GetAttributeValue(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
                           CK_ATTRIBUTE_PTR attributes, CK_ULONG count) {
   std::string text = listed(object);
   const std::span all(attributes, count);
-  for (const auto& [type, bytes, length] : all) {
+  for (auto& [type, bytes, length] : all) {
     text += listed(type) + "=" + set(bytes) + ":" + std::to_string(length);
   }
   return onSession("C_GetAttributeValue", session, text, [&](auto& given) {

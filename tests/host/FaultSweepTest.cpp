@@ -211,7 +211,7 @@ TEST_F(FaultSweep, AModuleThatLies) {
   host.ask(kListRequest);
   EXPECT_GT(host.takeCalls().size(), 2000 * sizeof "FindObjects");
   if (!kSanitized) {
-    EXPECT_LT(kilobytes("VmHWM"), before + 100 * 64);  // An object has 64 kB.
+    EXPECT_LT(kilobytes("VmHWM"), before + 100L * 64);  // An object has 64 kB.
   }
   // A listing that browsers would end the conversation for: some 100 kB a certificate.
   std::string unit;

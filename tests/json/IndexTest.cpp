@@ -70,7 +70,7 @@ TEST(Index, IsMadeAndUsed) {
 
 // More bodies than the document's first memory has room for, of any number of members.
 TEST(Source, GrowsByPieces) {
-  for (const std::size_t count : {20, 30, 50, 250, 5000}) {
+  for (const std::size_t count : {20U, 30U, 50U, 250U, 5000U}) {
     std::string text = "[0";
     for (std::size_t i = 1; i != count; ++i) {
       text += "," + std::to_string(i);

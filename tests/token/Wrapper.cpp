@@ -14,11 +14,13 @@ namespace {
 
 constexpr std::size_t kHeader = 64;
 
+// NOLINTBEGIN(cppcoreguidelines-no-malloc,bugprone-misplaced-pointer-arithmetic-in-alloc)
 void* take(std::size_t size) { return static_cast<char*>(std::malloc(size + kHeader)) + kHeader; }
 
 void release(void* block) {
   if (block != nullptr) std::free(static_cast<char*>(block) - kHeader);
 }
+// NOLINTEND(cppcoreguidelines-no-malloc,bugprone-misplaced-pointer-arithmetic-in-alloc)
 
 /// Calls the token's own twice, which shows in its log.
 CK_RV initialize(CK_VOID_PTR arguments) {
