@@ -18,13 +18,14 @@ struct BlockBits {
   std::uint64_t others;  // white space, what may open a comment, and what ends a text
 };
 
-BlockBits classifyPortably(const char* block) {
+/// `within` has a bit for each byte of the text; what stands after its end is no quote.
+BlockBits classifyPortably(const char* block, std::uint64_t within) {
   BlockBits bits{};
   std::uint64_t odd = 0;
   for (unsigned int at = 0; at != kIndexBlockBytes; ++at) {
     const char byte = block[at];
     const auto put = [at](bool holds) { return static_cast<std::uint64_t>(holds) << at; };
-    odd ^= static_cast<std::uint64_t>(byte == '"');
+    odd ^= static_cast<std::uint64_t>(byte == '"') & within >> at;
     bits.odd |= odd << at;
     bits.structure |= put(isStructure(byte));
     bits.backslashes |= put(byte == '\\');
@@ -33,16 +34,16 @@ BlockBits classifyPortably(const char* block) {
   return bits;
 }
 
-using Classify = BlockBits(const char*);
+using Classify = BlockBits(const char*, std::uint64_t);
 
 template <Classify classify>
 [[gnu::always_inline]] inline PlainFront indexPlain(const char* text, std::size_t size,
                                                     IndexBlock* index) {
   std::uint64_t carry = 0;  // all ones when the block begins in a string
   for (std::size_t from = 0; from < size; from += kIndexBlockBytes) {
-    const BlockBits bits = classify(text + from);
     const std::size_t length = size - from < kIndexBlockBytes ? size - from : kIndexBlockBytes;
     const std::uint64_t within = ~std::uint64_t{0} >> (kIndexBlockBytes - length);
+    const BlockBits bits = classify(text + from, within);
     const std::uint64_t inStrings = bits.odd ^ carry;
     if (((bits.backslashes | (bits.others & ~inStrings)) & within) != 0) {
       return {from, carry != 0};
@@ -96,11 +97,12 @@ constexpr char kAfterSpace = 0x21;
       _mm256_or_si256(equal(bytes, 0x7F), _mm256_cmpgt_epi8(_mm256_set1_epi8(kAfterSpace), bytes)));
 }
 
-[[gnu::target("avx2,bmi,pclmul")]] inline BlockBits classifyAvx2(const char* block) {
+[[gnu::target("avx2,bmi,pclmul")]] inline BlockBits classifyAvx2(const char* block,
+                                                                 std::uint64_t within) {
   const auto* const halves = reinterpret_cast<const __m256i*>(block);
   const __m256i low = _mm256_loadu_si256(halves);
   const __m256i high = _mm256_loadu_si256(halves + 1);
-  return {parities(bitsOf(equal(low, '"'), equal(high, '"'))),
+  return {parities(bitsOf(equal(low, '"'), equal(high, '"')) & within),
           bitsOf(structureOf(low), structureOf(high)), bitsOf(equal(low, '\\'), equal(high, '\\')),
           bitsOf(othersOf(low), othersOf(high))};
 }
