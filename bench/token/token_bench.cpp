@@ -65,8 +65,6 @@ void againstBareCalls(const Programs& programs, std::size_t count) {
   host.sign();
   bare.ask("sign");
 
-  const auto listObjects = [&] { return run(pkcs11Tool, {"--list-objects", "--type", "cert"}); };
-  const auto listUrls = [&] { return run(p11tool, {"--only-urls", "--list-all-certs"}); };
   struct Subject {
     const char* job;
     const char* name;

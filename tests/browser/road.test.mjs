@@ -105,7 +105,7 @@ for (const [name, start] of kBrowsers) {
     });
 
     await t.test("a page that floods keeps no other waiting and starts few hosts", async () => {
-      const calm = Math.max(20, await slowestVersion(page, 2000));
+      const calm = Math.max(60, await slowestVersion(page, 2000));
       let most = 0;
       const watch = setInterval(() => { most = Math.max(most, hostsOf(home).length); }, 20);
       // A port's messages cross Firefox's main process: a gigabyte of them ends the browser itself.
