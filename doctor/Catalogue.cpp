@@ -15,8 +15,8 @@ Catalogue::Catalogue(std::string_view locale)
     : texts(JSONWorker::parse(isSpanish(locale) ? kSpanishTexts : kEnglishTexts)),
       product(JSON_NODE) {
   const JSONNode operatorFile = JSONWorker::parse(kOperator);
-  const JSONNode& names = operatorFile.at("productName");
-  product.push_back(JSONNode("product", names.at(isSpanish(locale) ? "es" : "en").as_string()));
+  const char* const name = isSpanish(locale) ? "productName.es" : "productName.en";
+  product.push_back(JSONNode("product", operatorFile.at(name).as_string()));
   for (const char* const member : {"installPage", "supportAddress"}) {
     product.push_back(JSONNode(member, operatorFile.at(member).as_string()));
   }
