@@ -102,7 +102,7 @@ CertificateHandle CERT_DecodeDERCertificate(const SECItem& der, bool copyDER,
   certificate->slot = nullptr;
   certificate->pkcs11ID = 0;
   certificate->dbnickname = nullptr;
-  static_cast<void>(arena.release());  // from here the arena goes with the certificate
+  certificate->arena = arena.release();  // from here the arena goes with the certificate
   return CertificateHandle(certificate);
 }
 
