@@ -403,7 +403,7 @@ export class SigningClient {
    */
   #lose(error) {
     this.#isOpen = false;
-    this.#lost = error;
+    this.#lost = connectionError(error.kind, String(error.cause ?? "")); // without what only the call under way is told
     this.#transport.close();
     this.#finish("reject", error);
   }

@@ -1,5 +1,5 @@
 // Two ways to a host, one interface; whole messages, whose meaning they do not know.
-import { connectionError, RequestError, SigningError } from "./errors.js";
+import { connectionError, HostError, RequestError, SigningError } from "./errors.js";
 
 /**
  * @typedef {object} Transport
@@ -73,6 +73,8 @@ export class ExtensionTransport {
       line.addEventListener("signing-host-told", (event) => {
         if (this.#line !== line) return;
         const data = JSON.parse(/** @type {CustomEvent} */ (event).detail);
+        /** @template {SigningError} T @param {T} error */
+        const withMade = (error) => Object.assign(error, { signatures: data.signatures });
         switch (data.type) {
           case "open":
             clearTimeout(timer);
@@ -82,12 +84,11 @@ export class ExtensionTransport {
             break;
           case "answer": this.onAnswer(data.answer); break;
           case "refused":
-            this.onRefusal(new RequestError(data.kind ?? "refused", { reason: String(data.reason) }));
+            this.onRefusal(withMade(data.kind === "signature-misfit" ? new HostError(data.kind, { code: 0 })
+              : new RequestError(data.kind ?? "refused", { reason: String(data.reason) })));
             break;
-          case "cancelled":
-            this.onRefusal(Object.assign(new SigningError("cancelled"), { signatures: data.signatures }));
-            break;
-          case "closed": fail(connectionError(data.reason, data.detail)); break;
+          case "cancelled": this.onRefusal(withMade(new SigningError("cancelled"))); break;
+          case "closed": fail(withMade(connectionError(data.reason, data.detail))); break;
         }
       });
       document.dispatchEvent(new MouseEvent("signing-host-connect", { relatedTarget: line }));

@@ -66,9 +66,9 @@ function serveWithWindow(page, origin, start) {
     start,
     mayBatch,
     reasonOf: goneOf,
-    onGone({ reason, detail }) {
+    onGone({ reason, detail }, signatures) {
       if (reason !== "closed") rememberFailure(origin, reason, { detail });
-      endPage(page, reason, detail);
+      endPage(page, reason, detail, signatures);
     },
   });
   if (broker.isOpen) page.postMessage({ type: "open", pinEntry: operator.pinEntry, oneConsentForBatch: mayBatch });
@@ -80,7 +80,7 @@ function goneOf(port) {
   return new HostGone(endReason(detail), detail);
 }
 
-function endPage(page, reason, detail) {
-  page.postMessage({ type: "closed", reason, detail });
+function endPage(page, reason, detail, signatures = []) {
+  page.postMessage({ type: "closed", reason, detail, signatures });
   page.disconnect();
 }

@@ -4,8 +4,9 @@
 import { bytesOfBase64, parseCertificate } from "./certificate.js";
 import { failureKindOf } from "./failure-kind.js";
 import { HostGone, HostLine } from "./host-line.js";
-import { rememberAnswer } from "./last-failure.js";
+import { rememberAnswer, rememberFailure } from "./last-failure.js";
 import { checkedRequest, kEndCommand, RefusedRequest } from "./protocol.js";
+import { fits } from "./signature.js";
 import { Cancelled, isSilenced, SigningWindow } from "./windows.js";
 
 const kCredentials = 0;
@@ -30,8 +31,8 @@ function shownDigest(base64) {
   return { algorithm, digest: Array.from(bytes, (byte) => byte.toString(16).padStart(2, "0")).join("") };
 }
 
-/** @param {string} certificate Base64. @throws {RefusedRequest} */
-function namesOf(certificate) {
+/** @param {string} certificate Base64. @returns {import("./certificate.js").Certificate} @throws {RefusedRequest} */
+function readCertificate(certificate) {
   try {
     return parseCertificate(bytesOfBase64(certificate));
   } catch {
@@ -71,7 +72,8 @@ export function signingOf({ documents, name, digest, ...message }, origin, mayBa
  * @param {object} options
  * @param {() => object | null} options.start Starts a host.
  * @param {(port: object) => HostGone} options.reasonOf
- * @param {(gone: HostGone) => void} options.onGone Ends the page's connection.
+ * @param {(gone: HostGone, signatures: string[]) => void} options.onGone Ends the page's connection, and tells what a
+ *   batch had signed.
  * @param {boolean} options.mayBatch
  */
 export class Broker {
@@ -84,6 +86,8 @@ export class Broker {
   /** The window of the signing under way, or one that tells how the last one ended. */
   /** @type {SigningWindow | null} */ #window = null;
   #isCancelled = false;
+  /** What the signing under way has made: a batch that ends early hands it on. @type {string[]} */
+  #signatures = [];
   /** The host holds a PIN that the card took. */
   #isPinKnown = false;
   /** An answer named the PIN's module: the host hands a PIN on from then. */
@@ -99,7 +103,7 @@ export class Broker {
     this.#onGone = onGone;
     this.#line = new HostLine(start, reasonOf, (gone) => {
       this.#window?.close();
-      onGone(gone);
+      onGone(gone, this.#signatures);
     });
     page.onMessage.addListener((message) => this.#onMessage(message));
     page.onDisconnect.addListener(() => {
@@ -124,9 +128,10 @@ export class Broker {
     const told = await this.#answerTo(message).catch((error) => {
       if (error instanceof HostGone) return null; // the page hears of it by the end of its connection
       const { message: reason, kind } = error instanceof RefusedRequest ? error : new RefusedRequest("it could not be sent.");
-      return { type: "refused", reason, kind };
+      return { type: "refused", reason, kind, signatures: this.#signatures };
     });
     this.#isUnderWay = false;
+    this.#signatures = [];
     if (told?.type === "answer") rememberAnswer(this.#origin, told.answer);
     if (told) this.#tell(told);
   }
@@ -163,17 +168,19 @@ export class Broker {
     const { certificate, ...state } = fetched;
     if (state.error || !certificate) return { type: "answer", answer: { ...state, command: kSign, pkcs1: "" } };
 
-    const { subject, issuer } = namesOf(certificate);
+    const shown = readCertificate(certificate);
+    const { subject, issuer } = shown;
     const window = new SigningWindow(tab, { origin: this.#origin, subject, issuer, documents, needsPin: !this.#isPinKnown });
     this.#window = window;
-    const signatures = [];
+    const signatures = this.#signatures;
     try {
-      const answer = await this.#signWith(window, requests, signatures);
-      if (answer.error && failureKindOf(answer) === "pin-locked") window.leave("pin-locked");
+      const answer = await this.#signWith(window, requests, shown);
+      if (answer.error && failureKindOf(answer) === "pin-locked") window.leave("pin-locked", signatures.length);
       else window.finish();
       if (answer.missingPin || answer.invalidPin) this.#forget();
       return { type: "answer", answer: isBatch ? { ...answer, signatures } : answer };
     } catch (error) {
+      if (error instanceof RefusedRequest) window.finish();
       if (!(error instanceof Cancelled)) throw error;
       if (this.#isModuleNamed && !this.#isPinKnown) this.#forget();
       return { type: "cancelled", ...(isBatch && { signatures }) };
@@ -187,15 +194,21 @@ export class Broker {
       timer = setTimeout(() => {
         const gone = new HostGone("no-answer", "");
         this.#line.end();
-        this.#onGone(gone);
+        this.#onGone(gone, []);
         reject(gone);
       }, kPatienceMs);
     });
     return Promise.race([answer, late]).finally(() => clearTimeout(timer));
   }
 
-  /** Signs one after the other, asking again for a PIN that the card refused. @returns {Promise<object>} The last answer. */
-  async #signWith(window, requests, signatures) {
+  /**
+   * Signs one after the other, asking again for a PIN that the card refused.
+   * @param {import("./certificate.js").Certificate} shown
+   * @returns {Promise<object>} The last answer.
+   * @throws {RefusedRequest} for a signature of another key: a second card, in another reader, may have made it.
+   */
+  async #signWith(window, requests, shown) {
+    const signatures = this.#signatures;
     for (;;) {
       const pin = await window.consent();
       let answer;
@@ -204,8 +217,13 @@ export class Broker {
         // A host whose signing was given up may still be signing: nothing else can be asked of it.
         answer = await Promise.race([window.cancelled, this.#tryPin(requests[signatures.length], pin)])
           .catch((error) => { if (error instanceof Cancelled) this.#forget(); throw error; });
-        if (!answer.error && answer.pkcs1) signatures.push(answer.pkcs1);
-      } while (!answer.error && answer.pkcs1 && signatures.length < requests.length);
+        if (answer.error || !answer.pkcs1) break;
+        if (!await fits(answer.pkcs1, requests[signatures.length].digest, shown)) {
+          rememberFailure(this.#origin, "signature-misfit");
+          throw new RefusedRequest("the signature does not fit the certificate that was shown.", "signature-misfit");
+        }
+        signatures.push(answer.pkcs1);
+      } while (signatures.length < requests.length);
       const kind = answer.error ? failureKindOf(answer, this.#refusedHere) : "";
       if (!kAskedAgain.includes(kind)) return answer;
       this.#refusedHere = answer.pinRetryCount;

@@ -24,31 +24,49 @@ const isFull = (tab, origin) => {
 };
 
 /**
- * Starts a host, or returns null when there are enough.
+ * Starts a host.
  * @param {object} api The browser's extension interface.
  * @param {number} tab
  * @param {string} origin
- * @returns {{port: object, end: () => void} | null} The port to the host, and what ends the host.
+ * @returns {Host | null} null when there are enough.
  */
 export function startHost(api, tab, origin) {
   if (isFull(tab, origin)) return null;
   const place = { tab, origin };
   running.add(place);
+  return hostIn(api, place);
+}
+
+/**
+ * @typedef {object} Host
+ * @property {object} port
+ * @property {() => void} end
+ * @property {() => Promise<Host>} replace Ends it, and starts another in its place once its process has ended.
+ */
+
+/** @returns {Host} */
+function hostIn(api, place) {
   const port = api.runtime.connectNative(operator.hostName);
   let isConnected = true;
-  port.onDisconnect.addListener(() => {
+  let free = () => running.delete(place);
+  const gone = () => {
+    if (isConnected) free();
     isConnected = false;
-    running.delete(place);
-  });
+  };
+  port.onDisconnect.addListener(gone);
   const end = () => {
-    if (!isConnected) return;
+    if (!isConnected) return free();
     // Disconnecting would not tell when the process is gone; the host's own end does.
     port.postMessage({ command: kEndCommand });
     setTimeout(() => {
       if (!isConnected) return;
       port.disconnect();
-      setTimeout(() => running.delete(place), kKillMs);
+      setTimeout(gone, kKillMs);
     }, kPatienceMs);
   };
-  return { port, end };
+  const replace = () => new Promise((resolve) => {
+    free = () => resolve(hostIn(api, place));
+    end();
+  });
+  return { port, end, replace };
 }

@@ -10,7 +10,6 @@ export class HostGone extends Error {
 }
 
 export class HostLine {
-  #start;
   #host = null;
   #reasonOf;
   #onGone;
@@ -21,15 +20,20 @@ export class HostLine {
   #isOver = false;
 
   /**
-   * @param {() => {port: object, end: () => void} | null} start Starts a host; null when there are too many.
+   * @param {() => import("./flow.js").Host | null} start Starts a host; null when there are too many.
    * @param {(port: object) => HostGone} reasonOf Why a port closed.
    * @param {(gone: HostGone) => void} onGone Called when the host ends by itself.
    */
   constructor(start, reasonOf, onGone) {
-    this.#start = start;
     this.#reasonOf = reasonOf;
     this.#onGone = onGone;
-    this.#begin();
+    const host = start();
+    if (host) {
+      this.#take(host);
+    } else {
+      this.#isOver = true;
+      onGone(new HostGone("too-many", ""));
+    }
   }
 
   get isOpen() {
@@ -48,33 +52,30 @@ export class HostLine {
     return answer;
   }
 
-  /** Another host in place of this one, whatever this one is doing; it has no PIN and knows of no refusal. */
+  /**
+   * Another host in place of this one, whatever this one is doing; it has no PIN and knows of no
+   * refusal. What is asked meanwhile waits: beside the old one there may be no room.
+   */
   renew() {
-    if (this.#isOver) return;
-    this.#drop();
-    this.#begin();
-    if (this.#host && this.#credentials) this.ask(this.#credentials).catch(() => {});
+    const replaced = this.#drop()?.replace();
+    if (!replaced) return; // over, or another one is on its way
+    this.#turn = replaced.then((host) => (this.#isOver ? host.end() : this.#take(host)));
+    if (this.#credentials) this.ask(this.#credentials).catch(() => {});
   }
 
   end() {
     this.#isOver = true;
-    this.#drop();
+    this.#drop()?.end();
   }
 
   #drop() {
     const host = this.#host;
     this.#host = null;
-    host?.end();
     this.#fail(new HostGone("closed", ""));
-    this.#turn = Promise.resolve();
+    return host;
   }
 
-  #begin() {
-    const host = this.#start();
-    if (!host) {
-      this.#isOver = true;
-      return this.#onGone(new HostGone("too-many", ""));
-    }
+  #take(host) {
     this.#host = host;
     host.port.onMessage.addListener((answer) => {
       if (host !== this.#host) return;

@@ -3,8 +3,10 @@ import { isTrustworthy } from "./protocol.js";
 
 /** @param {URL} url @param {string} pattern A match pattern with http, https or * as its scheme. */
 function fits(url, pattern) {
-  const [, scheme, host] = /^([^:]+):\/\/([^/]*)\//.exec(pattern) ?? [];
+  const [, scheme, host, path] = /^([^:]+):\/\/([^/]*)(\/.*)/.exec(pattern) ?? [];
   if (scheme === undefined || (scheme !== "*" && url.protocol !== `${scheme}:`)) return false;
+  const parts = path.split("*").map((part) => part.replace(/[^\w/]/g, "\\$&"));
+  if (!new RegExp(`^${parts.join(".*")}$`).test(url.pathname + url.search)) return false;
   const [name, port] = host.split(/:(?=[\d*]+$)/);
   if (port !== undefined && port !== "*" && port !== url.port) return false;
   if (name === "*") return true;

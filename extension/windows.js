@@ -71,9 +71,9 @@ export class SigningWindow {
     this.close();
   }
 
-  /** Leaves the window to the person, who reads there why it is over. @param {string} kind */
-  leave(kind) {
-    this.tell({ type: "ended", kind });
+  /** Leaves the window to the person, who reads there why it is over. @param {string} kind @param {number} signed Documents that were signed. */
+  leave(kind, signed) {
+    this.tell({ type: "ended", kind, signed });
     this.#isOver = true;
   }
 

@@ -18,6 +18,7 @@ SHARED = {
     "texts/texts.js": TEXTS / "texts.js",
     "certificate.js": TOP / "client/certificate.js",
     "failure-kind.js": TOP / "client/failure-kind.js",
+    "signature.js": TOP / "client/signature.js",
 }
 #: Areas of the catalogue that no part of the extension shows.
 FOREIGN_AREAS = {"client", "demo", "doctor", "install"}

@@ -28,6 +28,7 @@ const states = {
   pin: [one], wrong: [one, { type: "again", kind: "wrong-pin", count: 2 }, { type: "waiting", count: 2 }],
   same: [one, { type: "again", kind: "pin-not-tried", count: 2 }], known: [{ ...one, needsPin: false }], batch: [many],
   working: [{ ...many, needsPin: false }, { type: "working", number: 5 }], locked: [one, { type: "ended", kind: "pin-locked" }],
+  part: [many, { type: "ended", kind: "pin-locked", signed: 5 }],
 };
 
 /** What the pages ask of the browser. */

@@ -143,9 +143,10 @@ function askAgain({ kind, count: refused }) {
   arm();
 }
 
-function end({ kind }) {
+function end({ kind, signed }) {
   setWorking(0);
   const { summary, advice } = texts.error(kind);
+  if (signed > 0) $("ended-title").textContent = texts.of("window.ended-part", { signed, total: count });
   $("ended-text").textContent = `${summary} ${advice}`;
   $("request").hidden = true;
   $("ended").hidden = false;

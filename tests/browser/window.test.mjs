@@ -1,6 +1,6 @@
 // The extension's own window: what it shows, who may drive it, and how a signing ends.
 import assert from "node:assert/strict";
-import { createHash, verify, X509Certificate } from "node:crypto";
+import { createHash, sign, verify, X509Certificate } from "node:crypto";
 import { readFileSync } from "node:fs";
 import path from "node:path";
 import { test } from "node:test";
@@ -19,7 +19,6 @@ const begin = (page, method, id, what, options = {}) => page.evaluate(`window.ab
   window.result = client.${method}(...${JSON.stringify([id, what])}, { signal: abort.signal, ...${JSON.stringify(options)} })
     .then((value) => ({ value }), ({ kind, name }) => ({ kind: kind ?? name })); 0`);
 const outcome = (page) => page.evaluate("window.result");
-const isPending = (page) => page.evaluate(async () => await Promise.race([window.result, "pending"]) === "pending");
 
 /** The window, once it shows something. Firefox's driver knows no address of an extension's page. */
 const theWindow = (browser) => until("the window is there", async () => {
@@ -35,6 +34,9 @@ const noWindow = (browser) => until("no window is left", async () => (await wind
 const textOf = (window, selector) => window.evaluate((selector) => document.querySelector(selector).innerText.trim(), selector);
 const says = (window, selector, pattern) => until(`${selector} says ${pattern}`, async () => pattern.test(await textOf(window, selector)));
 const armed = (window) => until("the window listens", () => window.evaluate(() => document.querySelector("#sign").getAttribute("aria-disabled") === "false"));
+
+/** The window works from the moment of the consent on. */
+const isIdle = (window) => window.evaluate(() => document.body.getAttribute("aria-busy") !== "true");
 
 /** The driver may miss the answer of a window that closes. */
 const press = (window, key) => window.keyboard.press(key).catch(() => {});
@@ -63,7 +65,7 @@ async function check(browser, view, what) {
 }
 
 for (const [name, start] of kBrowsers) {
-  test(name, { timeout: 180_000 }, async (t) => {
+  test(name, { timeout: 400_000 }, async (t) => {
     const { home, address, browser, page } = await openPage(t, start, { operatorMembers });
     await connect(page, credentials);
     const [{ id }] = await call(page, "list");
@@ -107,11 +109,12 @@ for (const [name, start] of kBrowsers) {
         document.querySelector("#form").requestSubmit();
         document.querySelector("#sign").dispatchEvent(new KeyboardEvent("keydown", { key: "Enter", bubbles: true }));
       });
-      await new Promise((resolve) => setTimeout(resolve, 300)); // a signing takes less
-      assert.ok(await isPending(page));
-      await window.evaluate(() => { window.dispatchEvent(new Event("resize")); });
-      await window.keyboard.press("Enter"); // a moment after the window moved
-      assert.ok(await isPending(page));
+      assert.ok(await isIdle(window));
+      // A moment after the window moved, which lasts here until its clock goes on.
+      await window.evaluate(() => { [globalThis.clock, globalThis.setTimeout] = [setTimeout, () => 0]; window.dispatchEvent(new Event("resize")); });
+      await window.keyboard.press("Enter");
+      assert.ok(await isIdle(window));
+      await window.evaluate(() => { globalThis.setTimeout = clock; window.dispatchEvent(new Event("resize")); });
       await agree(window);
       assert.equal(typeof (await outcome(page)).value, "string");
     });
@@ -139,6 +142,7 @@ for (const [name, start] of kBrowsers) {
         await way(await ask(from));
         await isOver(from, kind);
       }
+      await inPage(left, async ({ SigningClient }) => { for (let i = 0; i < 3; ++i) await new SigningClient().open(); }); // as many hosts as a tab may have
       const window = await ask(left);
       await agree(window, "000000");
       await says(window, "#message", /wrong/);
@@ -235,13 +239,13 @@ for (const [name, start] of kBrowsers) {
 }
 
 test("why a page is not served", () => {
-  const states = { "https://a.pages.example/x": "served", "https://one.example:8443/": "served", "about:blank": "no-web", "https://one.example/": "not-listed",
-    "https://badpages.example/": "not-listed", "http://a.pages.example/": "insecure" };
-  const served = ["https://*.pages.example/*", "https://one.example:8443/*"];
+  const states = { "https://a.pages.example/x": "served", "https://one.example:8443/sign.now?a=b": "served", "about:blank": "no-web", "https://one.example/": "not-listed",
+    "https://one.example:8443/signed": "not-listed", "https://badpages.example/": "not-listed", "http://a.pages.example/": "insecure" };
+  const served = ["https://*.pages.example/*", "https://one.example:8443/sign.*"];
   for (const [address, state] of Object.entries(states)) assert.equal(pageState(address, served, true), state, address);
 });
 
-test("what the host gets: no signing request before the consent, never the page's name, and no more after a lock", async (t) => {
+test("what the host gets: no signing request before the consent, never the page's name, no more after a lock; and what was signed is told", async (t) => {
   const event = () => { const heard = []; return { addListener: (one) => heard.push(one), tell: (told) => heard.forEach((one) => one(told)) }; };
   const port = (members) => ({ told: [], onMessage: event(), onDisconnect: event(), disconnect() {}, postMessage(message) { this.told.push(message); }, ...members });
   const opened = [];
@@ -252,22 +256,31 @@ test("what the host gets: no signing request before the consent, never the page'
   const packed = path.join(extensionOf(temporaryFolder(t), {}), "chromium");
   const [{ Broker }, { SigningWindow }] = await Promise.all(["broker.js", "windows.js"].map((file) => import(path.join(packed, file))));
   const refusal = { command: 5, error: true, lastLowLevelError: 0, errorMessage: "", missingPin: true, pinRetryCount: 0 };
-  const answers = [{ command: 4, error: false, certificate: makeCertificate().certificate }, { ...refusal, lastError: 11 }, { command: 3, error: true },
-    { ...refusal, lastError: 5, lastLowLevelError: 0xa4, missingPin: false, invalidPin: true }];
+  const { key, certificate } = makeCertificate();
+  const fetched = { command: 4, error: false, certificate };
+  const signed = (what) => ({ command: 5, error: false, pkcs1: sign("sha256", what, key).toString("base64") });
+  const answers = [fetched, { ...refusal, lastError: 11 }, { command: 3, error: true }, signed("x"),
+    { ...refusal, lastError: 5, lastLowLevelError: 0xa4, missingPin: false, invalidPin: true }, fetched, signed("of another")];
   const host = port({ postMessage(request) { this.told.push(request); queueMicrotask(() => answers.length && this.onMessage.tell(answers.shift())); } });
   const page = port({ sender: { tab: { id: 1 } } });
-  new Broker(page, "https://page.test", { start: () => ({ port: host, end() {} }), mayBatch: false });
+  const start = () => ({ port: host, end() {}, replace: async () => start() });
+  new Broker(page, "https://page.test", { start, mayBatch: true });
   const fetching = { command: 4, certId: "AQ==" };
   const signing = { command: 5, certId: "AQ==", digest: digestOf("x").digest("base64") };
-  page.onMessage.tell({ ...signing, name: "a name" });
+  page.onMessage.tell({ command: 5, certId: "AQ==", documents: [{ digest: signing.digest, name: "a name" }, { digest: signing.digest }] });
   const [url] = await until("a window is asked for", () => opened.length > 0 && opened);
   assert.deepEqual(host.told, [fetching]);
   const senders = [{ id: "me", url: "https://page.test/" }, { id: "other", url }, { id: "me", url }];
-  const windows = senders.map((sender) => port({ sender, name: `window:${url.split("#")[1]}` }));
-  for (const one of windows) SigningWindow.join(one);
+  const join = (sender, url) => { const one = port({ sender, name: `window:${url.split("#")[1]}` }); SigningWindow.join(one); return one; };
+  const windows = senders.map((sender) => join(sender, url));
   windows[2].onMessage.tell({ type: "consent", pin: "1234" });
-  await until("the page has its answer", () => page.told[0]?.answer.lastLowLevelError === 0xa4);
-  assert.deepEqual(host.told, [fetching, signing, { command: 3, pin: "1234" }, signing]);
-  const told = windows.map((one) => one.told.map(({ type, kind, subject }) => [type, kind ?? subject?.CN].join(" ").trim()));
-  assert.deepEqual(told, [[], [], ["request Ana", "working", "ended pin-locked"]]);
+  const answer = await until("the page has its answer", () => page.told[0]?.answer);
+  assert.deepEqual([answer.lastLowLevelError, answer.signatures], [0xa4, [signed("x").pkcs1]]);
+  assert.deepEqual(host.told, [fetching, signing, { command: 3, pin: "1234" }, signing, signing]);
+  const told = windows.map((one) => one.told.map(({ type, kind, subject, signed }) => [type, kind ?? subject?.CN, signed].join(" ").trim()));
+  assert.deepEqual(told, [[], [], ["request Ana", "working", "working", "ended pin-locked 1"]]);
+  page.onMessage.tell(signing);
+  await until("another window is asked for", () => opened.length > 1);
+  join({ id: "me", url: opened[1] }, opened[1]).onMessage.tell({ type: "consent", pin: "" });
+  await until("a signature of another document is kept back", () => page.told[1]?.kind === "signature-misfit");
 });
