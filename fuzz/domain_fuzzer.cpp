@@ -57,8 +57,7 @@ bool covers(const std::vector<std::string>& entries, const std::string& host) {
 class Service : public DigitalSignatureUtilPkcs11 {
  public:
   Service(const std::string& list, const std::string& page)
-      : DigitalSignatureUtilPkcs11("", test_support::signSha1(DOMAINS_PRIVATE_KEY, list), list,
-                                   page) {
+      : DigitalSignatureUtilPkcs11("", test_support::signDomains(list), list, page) {
     require(domainList == entriesOf(list), "the entries");
     require(currentDomain == hostOf(page), "the host name");
     const bool authorized = covers(domainList, currentDomain);

@@ -123,7 +123,7 @@ CK_RV C_Sign(CK_SESSION_HANDLE, CK_BYTE_PTR, CK_ULONG, CK_BYTE_PTR signature, CK
 namespace {
 
 std::string initializeRequest() {
-  return R"({"command":0,"signature":")" + test_support::signSha1(DOMAINS_PRIVATE_KEY, "a.test|") +
+  return R"({"command":0,"signature":")" + test_support::signDomains("a.test|") +
          R"(","domains":"a.test|","currentDomain":"a.test","caSubjectNames":""})";
 }
 

@@ -12,12 +12,11 @@
 
 using nlohmann::json;
 
-std::string initializeRequest(const std::string& page, const std::string& domains,
-                              const std::string& signedDomains) {
+std::string initializeRequest(const std::string& domains) {
   return json{{"command", 0},
-              {"signature", test_support::signSha1(DOMAINS_PRIVATE_KEY, signedDomains)},
+              {"signature", test_support::signDomains(domains)},
               {"domains", domains},
-              {"currentDomain", page},
+              {"currentDomain", "https://a.test/"},
               {"caSubjectNames", ""}}
       .dump();
 }
@@ -45,6 +44,19 @@ std::string indented(std::string_view compact) {
     inString = inString != (byte == '"');
     const auto found = inString ? spaced.end() : spaced.find(byte);
     text += found == spaced.end() ? std::string(1, byte) : found->second;
+  }
+  return text;
+}
+
+std::string told(const json& answer) {
+  std::string text;
+  if (answer.value("lastError", -1) != 0) {
+    text = std::to_string(answer.value("lastError", -1)) + " " +
+           std::to_string(answer.value("lastLowLevelError", -1L)) + " " +
+           answer.value("errorMessage", "none") + "|";
+  }
+  for (const char* member : {"certificates", "certificate", "pkcs1"}) {
+    text += answer.value(member, "");
   }
   return text;
 }

@@ -16,10 +16,8 @@ inline const std::string kRetrieveRequest = R"({"command":4,"certId":"oQ=="})";
 inline const std::string kSignRequest =
     R"({"command":5,"certId":"oQ==","digest":"AAECAwQFBgcICQoLDA0ODxAREhM="})";
 inline const std::string kEndRequest = R"({"command":1})";
-/// Initialize of a page; without arguments of one that the build's development key authorises.
-std::string initializeRequest(const std::string& page = "https://a.test/",
-                              const std::string& domains = "a.test|",
-                              const std::string& signedDomains = "a.test|");
+/// Initialize of the page https://a.test/ with a list that the development key has signed.
+std::string initializeRequest(const std::string& domains = "a.test|");
 std::string setPinRequest(const std::string& pin);
 std::string pinCharRequest(const std::string& character);
 
@@ -38,6 +36,9 @@ std::string fullAnswer(int command, int pinLength, const std::string& rest,
 inline const std::string kFreshVersion = fullAnswer(8, 0, R"("version":"1.1")");
 /// Their native form; strings may hold no double quote.
 std::string indented(std::string_view compact);
+
+/// "code low-level message|" of a failure, and the result.
+std::string told(const nlohmann::json& answer);
 
 /// Base64 as the host writes it, a line break after each 64 characters.
 std::string nssBase64(std::string_view bytes);

@@ -75,8 +75,7 @@ TEST(DomainAttack, EveryAddressGetsTheVerdictOfTheRules) {
   ASSERT_EQ(NSS_NoDB_Init(nullptr), SECSuccess);  // once, not for each service
   for (const Case& test : kCases) {
     SCOPED_TRACE(std::string(test.why) + ": " + test.domains + " for " + test.page);
-    Service service(test_support::signSha1(DOMAINS_PRIVATE_KEY, test.domains), test.domains,
-                    test.page);
+    Service service(test_support::signDomains(test.domains), test.domains, test.page);
     service.LoadDomains(test.domains);  // replaces the entries that the service began with
     EXPECT_LT(service.domainList.size(), 3U);
     for (const char* refusal : {"9 0 ", "0 0 "}) {  // the verdict is not explained again
@@ -94,7 +93,7 @@ TEST(DomainAttack, EveryAddressGetsTheVerdictOfTheRules) {
 // Nothing but the operator's own signature over the very bytes opens the list.
 TEST(DomainAuthorization, NoOtherListIsBelievedAndTheVerdictIsExplainedOnce) {
   const std::string domains = "a.test|b.test";
-  const std::string good = test_support::signSha1(DOMAINS_PRIVATE_KEY, domains);
+  const std::string good = test_support::signDomains(domains);
   std::string flipped = good;
   flipped[10] = flipped[10] == 'A' ? 'B' : 'A';
   const std::string kWrong = "10 -8182 VFY_VerifyData failed";

@@ -39,12 +39,6 @@ std::string encoded(Encode encode, Object* object) {
   return text;
 }
 
-std::string sha1(std::string_view text) {
-  std::string digest(SHA_DIGEST_LENGTH, '\0');
-  SHA1(unsignedBytes(text), text.size(), reinterpret_cast<unsigned char*>(digest.data()));
-  return digest;
-}
-
 void fillName(X509_NAME* name, const NameFields& fields) {
   for (const auto& [type, value] : fields) {
     require(X509_NAME_add_entry_by_txt(name, type.c_str(), MBSTRING_UTF8, unsignedBytes(value),
@@ -76,25 +70,25 @@ std::string makeCertificate(const CertificateFields& fields) {
   return encoded(i2d_X509, certificate);
 }
 
-std::string publicKeySha1() { return sha1(encoded(i2d_PUBKEY, certificateKey())); }
-
-std::string signSha1(const std::string& pemFile, std::string_view text) {
-  return base64(signDigest(pemFile, "SHA1", sha1(text)));
+std::string publicKeySha1() {
+  const std::string der = encoded(i2d_PUBKEY, certificateKey());
+  std::string digest(SHA_DIGEST_LENGTH, '\0');
+  SHA1(unsignedBytes(der), der.size(), reinterpret_cast<unsigned char*>(digest.data()));
+  return digest;
 }
 
-std::string signDigest(const std::string& pemFile, const char* hash, std::string_view digest) {
-  const Handle<BIO, BIO_free> file(BIO_new_file(pemFile.c_str(), "r"));
+std::string signDomains(std::string_view list) {
+  const Handle<BIO, BIO_free> file(BIO_new_file(DOMAINS_PRIVATE_KEY, "r"));
   require(file != nullptr, "open private key");
   const Key key(PEM_read_bio_PrivateKey(file.get(), nullptr, nullptr, nullptr));
-  const Handle<EVP_PKEY_CTX, EVP_PKEY_CTX_free> context(EVP_PKEY_CTX_new(key.get(), nullptr));
+  const Handle<EVP_MD_CTX, EVP_MD_CTX_free> context(EVP_MD_CTX_new());
   unsigned char signature[1024];
   std::size_t length = sizeof signature;
-  require(EVP_PKEY_sign_init(context.get()) == 1 &&
-              EVP_PKEY_CTX_set_signature_md(context.get(), EVP_get_digestbyname(hash)) == 1 &&
-              EVP_PKEY_sign(context.get(), signature, &length, unsignedBytes(digest),
-                            digest.size()) == 1,
-          "sign");
-  return {reinterpret_cast<const char*>(signature), length};
+  require(
+      EVP_DigestSignInit(context.get(), nullptr, EVP_sha1(), nullptr, key.get()) == 1 &&
+          EVP_DigestSign(context.get(), signature, &length, unsignedBytes(list), list.size()) == 1,
+      "sign domains");
+  return base64({reinterpret_cast<const char*>(signature), length});
 }
 
 std::string base64(std::string_view bytes) {

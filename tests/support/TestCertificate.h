@@ -29,10 +29,8 @@ std::string makeCertificate(const CertificateFields& fields);
 /// SHA-1 of the DER `SubjectPublicKeyInfo` of the key in every certificate made here.
 std::string publicKeySha1();
 
-/// RSA PKCS#1 v1.5 signature with a PEM private key: over a digest that is named as OpenSSL does,
-/// or in base64 over SHA-1 of the text.
-std::string signDigest(const std::string& pemFile, const char* hash, std::string_view digest);
-std::string signSha1(const std::string& pemFile, std::string_view text);
+/// What the operator gives pages for a domain list: its signature by the build's development key.
+std::string signDomains(std::string_view list);
 
 std::string base64(std::string_view bytes);
 
