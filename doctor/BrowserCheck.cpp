@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <span>
 #include <sstream>
 #include <stdexcept>
@@ -110,36 +111,37 @@ std::vector<std::string> productExtensions(bool firefox) {
   return origins;
 }
 
-/// The key of what is wrong with a manifest; null when nothing is. Sets `host` to its path.
-const char* manifestFault(const fs::path& file, const JSONNode& browser, std::string& host) {
+/// What is wrong with a manifest, if anything is. Sets `host` to its path.
+std::optional<Problem> manifestProblem(const fs::path& file, const JSONNode& browser,
+                                       std::string& host) {
   std::ifstream stream(file);
   if (!stream) {
-    return "doctor.manifest.unreadable";
+    return Problem{"error.host-not-found", "doctor.manifest.unreadable"};
   }
   const std::string text(std::istreambuf_iterator<char>(stream), {});
   JSONNode manifest;
   try {
     manifest = JSONWorker::parse(text);
   } catch (const std::invalid_argument&) {
-    return "doctor.manifest.malformed";
+    return Problem{"error.host-not-found", "doctor.manifest.malformed"};
   }
   const JSONNode& read = manifest;
   host = member(read, "path");
   const auto callers = read.find(isFirefox(browser) ? "allowed_extensions" : "allowed_origins");
   if (member(read, "name") != HOST_NAME || member(read, "type") != "stdio" ||
       callers == read.end() || callers->empty()) {
-    return "doctor.manifest.malformed";
+    return Problem{"error.host-not-found", "doctor.manifest.malformed"};
   }
   const std::vector<std::string> ours = productExtensions(isFirefox(browser));
   if (std::none_of(callers->begin(), callers->end(), [&](const JSONNode& caller) {
         return std::find(ours.begin(), ours.end(), caller.as_string()) != ours.end();
       })) {
-    return "doctor.manifest.otherExtension";
+    return Problem{"error.host-forbidden", "doctor.manifest.otherExtension"};
   }
   if (!fs::path(host).is_absolute() || access(host.c_str(), X_OK) != 0 || fs::is_directory(host)) {
-    return "doctor.manifest.hostMissing";
+    return Problem{"error.host-not-found", "doctor.manifest.hostMissing"};
   }
-  return nullptr;
+  return std::nullopt;
 }
 
 }  // namespace
@@ -162,11 +164,12 @@ std::set<std::string> checkBrowsers(Report& report) {
         continue;
       }
       std::string host;
-      const char* const fault = manifestFault(file, browser, host);
-      report.add(fault == nullptr ? Verdict::kOk : Verdict::kProblem, "manifest",
-                 fault == nullptr ? "doctor.manifest.ok" : fault,
-                 {{"browser", name}, {"path", file.native()}, {"host", host}});
-      if (fault == nullptr) {
+      if (const auto problem = manifestProblem(file, browser, host)) {
+        report.add(*problem, "manifest",
+                   {{"browser", name}, {"path", file.native()}, {"host", host}});
+      } else {
+        report.add(Verdict::kOk, "manifest", "doctor.manifest.ok",
+                   {{"browser", name}, {"path", file.native()}});
         hosts.insert(host);
       }
       served = true;
@@ -174,13 +177,13 @@ std::set<std::string> checkBrowsers(Report& report) {
     }
     anyBrowserServed = anyBrowserServed || served;
     if (!served && isInstalled(browser)) {
-      report.add(Verdict::kProblem, "manifest", "doctor.manifest.missing",
+      report.add({"error.host-not-found", "doctor.manifest.missing"}, "manifest",
                  {{"browser", name}, {"path", systemFolders(browser).front()}});
       anyBrowserServed = true;  // said already
     }
   }
   if (!anyBrowserServed) {
-    report.add(Verdict::kProblem, "manifest", "doctor.manifest.none");
+    report.add({"error.host-not-found", "doctor.manifest.none"}, "manifest");
   }
   return hosts;
 }

@@ -15,7 +15,7 @@ class DomainExamination : private DigitalSignatureUtilPkcs11 {
       report.add(Verdict::kOk, "domains", "doctor.domains.covered",
                  {{"host", currentDomain}, {"entry", *coveringEntry()}});
     } else if (lastError == service_error::kDomainNotAuthorized) {
-      report.add(Verdict::kProblem, "domains", "doctor.domains.notCovered",
+      report.add({"error.domain-not-authorised", "doctor.domains.notCovered"}, "domains",
                  {{"host", currentDomain}, {"entries", entries()}});
       // The last entry is taken as it stands; the others are trimmed and lowered.
       if (!domainList.empty() && trim(domainList.back()) != domainList.back()) {
@@ -23,8 +23,10 @@ class DomainExamination : private DigitalSignatureUtilPkcs11 {
                    {{"entry", domainList.back()}});
       }
     } else {
-      report.add(Verdict::kProblem, "domains", "doctor.domains.badSignature",
-                 {{"reason", errorMessage}});
+      const bool isKeyBad = lastError == service_error::kUndecodableKey;
+      report.add(isKeyBad ? Problem{"error.bad-key", "doctor.domains.badSignature"}
+                          : Problem{"error.domain-list-rejected", "doctor.domains.badSignature"},
+                 "domains", {{"reason", errorMessage}});
     }
   }
 

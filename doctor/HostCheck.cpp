@@ -128,6 +128,6 @@ void checkHost(Report& report, const std::string& path) {
   if (const auto version = askVersion(path)) {
     report.add(Verdict::kOk, "host", "doctor.host.ok", {{"path", path}, {"version", *version}});
   } else {
-    report.add(Verdict::kProblem, "host", "doctor.host.silent", {{"path", path}});
+    report.add({"error.host-ended", "doctor.host.silent"}, "host", {{"path", path}});
   }
 }

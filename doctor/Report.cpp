@@ -1,22 +1,11 @@
 #include "doctor/Report.h"
 
 #include <algorithm>
-#include <array>
 #include <string>
 #include <utility>
 
 namespace {
 
-struct VerdictStyle {
-  const char* name;
-  const char* textKey;
-  const char* colour;
-};
-
-/// In the order of `Verdict`.
-constexpr std::array kStyles{VerdictStyle{"ok", "doctor.verdict.ok", "\033[32m"},
-                             VerdictStyle{"note", "doctor.verdict.note", "\033[33m"},
-                             VerdictStyle{"problem", "doctor.verdict.problem", "\033[31m"}};
 constexpr int kVerdictWidth = 8;
 
 /// Names of cards and certificates come from outside: without the control characters that would
@@ -43,15 +32,30 @@ std::string printable(std::string text) {
 
 }  // namespace
 
+constexpr Report::Style Report::kOkStyle{"ok", "doctor.verdict.ok", "\033[32m"};
+constexpr Report::Style Report::kNoteStyle{"note", "doctor.verdict.note", "\033[33m"};
+constexpr Report::Style Report::kProblemStyle{"problem", "doctor.verdict.problem", "\033[31m"};
+
 Report::Report(const Catalogue& catalogue, std::FILE* stream, Format chosen)
     : texts(catalogue), output(stream), format(chosen), findings(JSON_ARRAY) {
   findings.set_name("findings");
 }
 
 void Report::add(Verdict verdict, std::string_view area, std::string_view key, TextValues values) {
-  allWell = allWell && verdict != Verdict::kProblem;
-  const VerdictStyle& style = kStyles.at(static_cast<std::size_t>(verdict));
-  const std::string text = printable(texts.text(key, values));
+  write(verdict == Verdict::kOk ? kOkStyle : kNoteStyle, area, key, texts.text(key, values));
+}
+
+void Report::add(const Problem& problem, std::string_view area, TextValues values) {
+  allWell = false;
+  const std::string failure(problem.failure);
+  write(kProblemStyle, area, problem.seen,
+        texts.text(failure + ".summary") + ' ' + texts.text(failure + ".advice") + " (" +
+            texts.text(problem.seen, values) + ')');
+}
+
+void Report::write(const Style& style, std::string_view area, std::string_view key,
+                   std::string text) {
+  text = printable(std::move(text));
   if (format.json) {
     JSONNode finding(JSON_NODE);
     finding.push_back(JSONNode("area", area));

@@ -86,8 +86,13 @@ class TokenExamination : private DigitalSignatureUtilPkcs11 {
 
  private:
   void addFailure(std::string_view area) {
-    report.add(Verdict::kProblem, area, "doctor.token.failure",
-               {{"step", errorMessage}, {"code", hexadecimal(lastLowLevelError)}});
+    // As the client judges the same answers.
+    const bool isCardGone = lastLowLevelError == CKR_DEVICE_REMOVED ||
+                            lastLowLevelError == CKR_TOKEN_NOT_PRESENT ||
+                            lastLowLevelError == CKR_TOKEN_NOT_RECOGNIZED;
+    report.add(isCardGone ? Problem{"error.no-token", "doctor.token.failure"}
+                          : Problem{"error.token-failure", "doctor.token.failure"},
+               area, {{"step", errorMessage}, {"code", hexadecimal(lastLowLevelError)}});
   }
 
   void examineModule() {
@@ -110,7 +115,7 @@ class TokenExamination : private DigitalSignatureUtilPkcs11 {
     }
     slots.resize(std::min<std::size_t>(slots.size(), count));
     if (slots.empty()) {
-      report.add(Verdict::kProblem, "reader", "doctor.reader.none");
+      report.add({"error.no-token", "doctor.reader.none"}, "reader");
     }
     std::size_t withToken = 0;
     for (const CK_SLOT_ID slot : slots) {
@@ -129,7 +134,7 @@ class TokenExamination : private DigitalSignatureUtilPkcs11 {
                  {{"reader", fieldText(info.slotDescription)}});
     }
     if (!slots.empty() && withToken == 0) {
-      report.add(Verdict::kProblem, "token", "doctor.token.none");
+      report.add({"error.no-token", "doctor.token.none"}, "token");
     } else if (withToken > 1) {
       report.add(Verdict::kNote, "token", "doctor.token.several");
     }
@@ -143,66 +148,48 @@ class TokenExamination : private DigitalSignatureUtilPkcs11 {
     const std::string label = fieldText(info.label);
     report.add(Verdict::kOk, "token", "doctor.token.used",
                {{"token", label}, {"model", fieldText(info.model)}});
-    struct Sign {
-      CK_FLAGS flag;
-      Verdict verdict;
-      const char* key;
+    const auto note = [&](const char* key) {
+      report.add(Verdict::kNote, "token", key, {{"token", label}});
     };
-    constexpr std::array kSigns{
-        Sign{CKF_USER_PIN_LOCKED, Verdict::kProblem, "doctor.token.locked"},
-        Sign{CKF_USER_PIN_FINAL_TRY, Verdict::kNote, "doctor.token.finalTry"},
-        Sign{CKF_USER_PIN_COUNT_LOW, Verdict::kNote, "doctor.token.fewTries"},
-        Sign{CKF_PROTECTED_AUTHENTICATION_PATH, Verdict::kNote, "doctor.token.pinPad"},
-    };
-    for (const Sign& sign : kSigns) {
-      if ((info.flags & sign.flag) != 0) {
-        report.add(sign.verdict, "token", sign.key, {{"token", label}});
-        if (sign.flag != CKF_PROTECTED_AUTHENTICATION_PATH) {
-          break;  // the most serious one says it all
-        }
-      }
+    if ((info.flags & CKF_USER_PIN_LOCKED) != 0) {
+      report.add({"error.pin-locked", "doctor.token.locked"}, "token", {{"token", label}});
+    } else if ((info.flags & CKF_USER_PIN_FINAL_TRY) != 0) {
+      note("doctor.token.finalTry");
+    } else if ((info.flags & CKF_USER_PIN_COUNT_LOW) != 0) {
+      note("doctor.token.fewTries");
+    }
+    if ((info.flags & CKF_PROTECTED_AUTHENTICATION_PATH) != 0) {
+      note("doctor.token.pinPad");
     }
     if ((info.flags & CKF_USER_PIN_INITIALIZED) == 0) {
-      report.add(Verdict::kNote, "token", "doctor.token.noPin", {{"token", label}});
+      note("doctor.token.noPin");
     }
   }
 
   void examineCertificates(CK_SESSION_HANDLE session) {
-    CK_OBJECT_CLASS objectClass = CKO_CERTIFICATE;
-    CK_CERTIFICATE_TYPE type = CKC_X_509;
-    std::array<CK_ATTRIBUTE, 2> search{{
-        {CKA_CLASS, &objectClass, sizeof objectClass},
-        {CKA_CERTIFICATE_TYPE, &type, sizeof type},
-    }};
-    constexpr std::array<CK_ATTRIBUTE_TYPE, 2> kRead{CKA_ID, CKA_VALUE};
-    const FindScope find(session);
-    if (!checkReturnValue(C_FindObjectsInit(session, search.data(), search.size()),
-                          "Find objects init")) {
-      addFailure("certificate");
-      return;
-    }
     lastLowLevelError = 0;
     std::size_t listed = 0;
-    for (auto object = findObject(session, "Find first object"); object;
-         object = findObject(session, "Find other objects")) {
-      listed += examineCertificate(readAttributes(session, *object, kRead)) ? 1 : 0;
-    }
+    visitCertificates(
+        session, [&](CertificateObject& object) { listed += examineCertificate(object) ? 1 : 0; });
     if (lastLowLevelError != 0) {
       addFailure("certificate");
     }
-    report.add(listed > 0 ? Verdict::kOk : Verdict::kProblem, "certificate",
-               listed > 0 ? "doctor.certificate.count" : "doctor.certificate.none",
-               {{"count", std::to_string(listed)}});
+    if (listed > 0) {
+      report.add(Verdict::kOk, "certificate", "doctor.certificate.count",
+                 {{"count", std::to_string(listed)}});
+    } else if (lastLowLevelError == 0) {
+      report.add({"error.no-certificate", "doctor.certificate.none"}, "certificate");
+    }
   }
 
   /// True when the host lists it.
-  bool examineCertificate(std::vector<Bytes> values) {
-    if (values.empty() || values[1].empty()) {
+  bool examineCertificate(CertificateObject& object) {
+    if (object.der.empty()) {
       report.add(Verdict::kNote, "certificate", "doctor.certificate.unreadable");
       lastLowLevelError = 0;  // said
       return false;
     }
-    SECItem der{siBuffer, values[1].data(), static_cast<unsigned int>(values[1].size())};
+    SECItem der{siBuffer, object.der.data(), static_cast<unsigned int>(object.der.size())};
     const CertificateHandle certificate =
         certificate::CERT_DecodeDERCertificate(der, false, nullptr);
     if (!certificate) {
@@ -218,7 +205,7 @@ class TokenExamination : private DigitalSignatureUtilPkcs11 {
     const std::string from = day(notBefore);
     const std::string until = day(notAfter);
     const char* key = "doctor.certificate.noId";
-    if (!values[0].empty()) {
+    if (!object.id.empty()) {
       switch (fitnessForSigning(*certificate)) {
         case SigningFitness::kFit:
           key = "doctor.certificate.listed";
@@ -248,7 +235,7 @@ class TokenExamination : private DigitalSignatureUtilPkcs11 {
 void checkToken(Report& report) {
   const TokenModule& module = tokenModule();
   if (!module.fault.empty()) {
-    report.add(Verdict::kProblem, "module", "doctor.module.unusable",
+    report.add({"error.no-module", "doctor.module.unusable"}, "module",
                {{"path", module.path}, {"reason", module.fault}});
     return;
   }

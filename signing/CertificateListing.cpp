@@ -1,4 +1,5 @@
 #include <array>
+#include <utility>
 
 #include "signing/Base64.h"
 #include "signing/CertificateDecoding.h"
@@ -42,7 +43,8 @@ std::string DigitalSignatureUtilPkcs11::ListCertificates(std::string /*caSubject
   return listSigningCertificates(connection.session);
 }
 
-std::string DigitalSignatureUtilPkcs11::listSigningCertificates(CK_SESSION_HANDLE session) {
+void DigitalSignatureUtilPkcs11::visitCertificates(
+    CK_SESSION_HANDLE session, const std::function<void(CertificateObject&)>& visit) {
   CK_OBJECT_CLASS objectClass = CKO_CERTIFICATE;
   CK_CERTIFICATE_TYPE type = CKC_X_509;
   std::array<CK_ATTRIBUTE, 2> search{{
@@ -54,19 +56,29 @@ std::string DigitalSignatureUtilPkcs11::listSigningCertificates(CK_SESSION_HANDL
   const FindScope find(session);  // the listing's find is finalised even where it did not begin
   if (!checkReturnValue(C_FindObjectsInit(session, search.data(), search.size()),
                         "Find objects init")) {
-    return {};
+    return;
   }
+  for (auto handle = findObject(session, "Find first object"); handle;
+       handle = findObject(session, "Find other objects")) {
+    std::vector<Bytes> values = readAttributes(session, *handle, kRead);
+    CertificateObject object;
+    if (!values.empty()) {
+      object = {std::move(values[0]), std::move(values[1])};
+    }
+    visit(object);
+  }
+}
+
+std::string DigitalSignatureUtilPkcs11::listSigningCertificates(CK_SESSION_HANDLE session) {
   std::string listing;
-  for (auto object = findObject(session, "Find first object"); object;
-       object = findObject(session, "Find other objects")) {
-    std::vector<Bytes> values = readAttributes(session, *object, kRead);
-    if (values.empty() || values[0].empty() || values[1].empty()) {
-      continue;
+  visitCertificates(session, [&](CertificateObject& object) {
+    if (object.id.empty() || object.der.empty()) {
+      return;
     }
-    const CertificateHandle certificate = decodeCertificate(values[1]);
+    const CertificateHandle certificate = decodeCertificate(object.der);
     if (certificate && fitnessForSigning(*certificate) == SigningFitness::kFit) {
-      appendRecord(listing, *certificate, values[0]);
+      appendRecord(listing, *certificate, object.id);
     }
-  }
+  });
   return listing;
 }

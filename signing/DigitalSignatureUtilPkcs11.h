@@ -2,6 +2,7 @@
 
 #include <pkcs11.h>
 
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -72,6 +73,15 @@ class DigitalSignatureUtilPkcs11 : public DigitalSignatureUtil {
   /// The attributes' values, read in two calls (lengths, then values); empty on failure.
   std::vector<Bytes> readAttributes(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
                                     std::span<const CK_ATTRIBUTE_TYPE> types);
+
+  /// A certificate object as it was read: both are empty where that failed.
+  struct CertificateObject {
+    Bytes id;
+    Bytes der;
+  };
+  /// Shows every X.509 certificate object of the token, in its order: CertificateListing.cpp.
+  void visitCertificates(CK_SESSION_HANDLE session,
+                         const std::function<void(CertificateObject&)>& visit);
 
   /// The first entry of the domain list that covers the page's host name, or null.
   [[nodiscard]] const std::string* coveringEntry() const;
