@@ -165,11 +165,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     conversation += websocketMode ? std::string(text) + "\n" : test_support::frame(text);
   };
   if ((data[0] & 4U) != 0) say(initialize);
-  if ((data[0] & 8U) != 0) {  // A PIN that the registry gets with the next request for the token.
-    gPines["Certificado ZORAL"];  // The first asks for it, and tells its module.
-    say(R"({"command":5,"certId":"oQ==","digest":"AAECAwQFBgcICQoLDA0ODw=="})");
-    say(R"({"command":3,"pin":"1234"})");
-  }
+  if ((data[0] & 8U) != 0) gPines["Certificado ZORAL"].pin = "1234";
   if (websocketMode || !framed) {
     conversation += bytes;
   } else {

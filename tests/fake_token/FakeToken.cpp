@@ -5,13 +5,12 @@
 // numbers as in C with -1 for all ones; an occurrence N counts from 1, `*` is every one of them.
 //
 //     slots 7 9                         slots with a token, or none; default: slot 1
-//     pin 1234                          the right PIN; `pin *`: any PIN is
+//     pin 1234                          the right PIN; default: any
 //     certificate 01ab hex 3082...      id and value; either may be `-` (empty)
 //     key 01ab                          private key, found after a login; its signatures are a
 //                                       pattern over the data; `key 01ab own-login`: each needs a
 //                                       login for it
 //     signature 4096                    length of signatures; default 256
-//     accept second C_Initialize        default: CKR_CRYPTOKI_ALREADY_INITIALIZED
 //     fail C_Sign N 0x30                returns this and does nothing
 //     throw C_Sign N                    lets an exception out
 //     exhaust C_Sign N                  allocates too much, catches that: CKR_HOST_MEMORY
@@ -19,10 +18,9 @@
 //     fork C_Sign N                     goes on in this process and in a child
 //     print C_Login N word              on standard output during the call
 //     exit C_Sign N 3                   ends the process with this status
-//     crash C_Sign N                    ends it by a signal
-//     lie slots N 1000                  count of slots at the Nth C_GetSlotList
-//     lie found N 5                     count of objects at the Nth C_FindObjects
-//     lie signature N 5000              length of the signature at the Nth C_Sign
+//     crash C_Sign N                    ends it by a signal; `print` and `crash` know `load 1`, too
+//     lie slots N 1000                  count that the Nth C_GetSlotList gives; so `lie found` of
+//                                       C_FindObjects' and `lie signature` of C_Sign's length
 //     lie search 1000                   a search goes on until so many objects were given
 //     lie length 17 asked 0             length of this attribute of the object listed first, when
 //                                       `asked` (null buffer), `read` (buffer) or `both`
@@ -66,7 +64,6 @@ std::string script;
 std::vector<Words> statements;
 std::vector<Object> objects;
 std::map<std::string, unsigned long> occurrences;
-bool initialized = false;
 bool sessionOpen = false;
 bool loggedIn = false;
 bool loginMissing = false;            ///< the one for the signature that was begun
@@ -169,7 +166,7 @@ CK_RV call(const std::string& function, const std::string& arguments, Work work)
     std::printf("%s\n", text->c_str());
     std::fflush(stdout);
   }
-  if (const auto status = told("exit", function)) _exit(static_cast<int>(number(*status)));
+  if (const auto status = told("exit", function)) std::exit(static_cast<int>(number(*status)));
   if (told("crash", function)) std::abort();
   while (told("hang", function)) pause();
   if (told("fork", function)) fork();
@@ -184,13 +181,15 @@ CK_RV call(const std::string& function, const std::string& arguments, Work work)
   }
   const bool throws = told("throw", function).has_value();
   const CK_RV value = forced ? number(*forced) : throws ? CKR_OK : work(given);
-  if (const char* path = std::getenv("FAKE_TOKEN_LOG")) {
+  if (const char* path = std::getenv("FAKE_TOKEN_LOG"); path != nullptr && function != "load") {
     std::ofstream(path, std::ios::app)
         << function << arguments << " ->" << listed(value) << given << '\n';
   }
   if (throws) throw std::runtime_error("thrown by the fake token");
   return value;
 }
+
+const CK_RV kLoaded = (readScript(), call("load", "", [](auto&) { return CKR_OK; }));
 
 /// A call on the session, which must be open.
 template <typename Work>
@@ -227,15 +226,12 @@ extern "C" {
 
 CK_RV C_Initialize(CK_VOID_PTR arguments) {
   readScript();
-  return call("C_Initialize", listed(set(arguments)), [](auto&) {
-    const bool again = std::exchange(initialized, true);
-    return again && !said({"accept"}) ? CKR_CRYPTOKI_ALREADY_INITIALIZED : CKR_OK;
-  });
+  return call("C_Initialize", listed(set(arguments)), [](auto&) { return CKR_OK; });
 }
 
 CK_RV C_Finalize(CK_VOID_PTR reserved) {
   return call("C_Finalize", listed(set(reserved)), [](auto&) {
-    initialized = sessionOpen = loggedIn = false;
+    sessionOpen = loggedIn = false;
     return CKR_OK;
   });
 }
@@ -276,8 +272,7 @@ CK_RV C_Login(CK_SESSION_HANDLE session, CK_USER_TYPE user, CK_UTF8CHAR_PTR pin,
   return onSession("C_Login", session, listed(user, length), [&](auto&) {
     if (user == CKU_CONTEXT_SPECIFIC && !loginMissing) return CKR_OPERATION_NOT_INITIALIZED;
     const std::string typed(reinterpret_cast<const char*>(pin), length);
-    const std::string right = setting("pin", "1234");
-    loggedIn = right == "*" || right == typed;
+    loggedIn = typed == setting("pin", typed);
     loginMissing = loginMissing && !(loggedIn && user == CKU_CONTEXT_SPECIFIC);
     return loggedIn ? CKR_OK : CKR_PIN_INCORRECT;
   });

@@ -170,7 +170,6 @@ TEST_F(FaultSweep, AModuleThatLies) {
       {list, "slots 7 9\nlie slots 1 1", "12 336 get slot list|"},
       {list, "lie found 1 5", kBoth},
       {list, "lie found 1 0", ""},
-      {list, "lie length 17 asked 0", kTooLarge + kB},
       {list, "lie length 17 both 0", kB},
       {list, "lie length 258 both 0", kB},
       {list, "lie length 17 asked -1", kNoValue + kB},
@@ -182,7 +181,6 @@ TEST_F(FaultSweep, AModuleThatLies) {
       {list, "lie length 17 read -1", kTooLarge + kB},
       {list, "lie length 17 read 3", kB},
       {list, certificates(""), kB},
-      {list, certificates("0"), kB},
       {list, certificates(derA.substr(0, derA.size() - 1)), kB},
       {list, certificates(random), kB},
       {list, certificates(large), kBoth},
@@ -191,7 +189,6 @@ TEST_F(FaultSweep, AModuleThatLies) {
       {retrieve, certificateB + "key a1", ""},
       {retrieve, "lie length 17 both 0", ""},
       {retrieve, "lie length 17 both -1", kNoValue},
-      {retrieve, "lie length 17 read -1", kTooLarge},
       {retrieve, "lie found 1 -1", retrieve.result},
       {sign, certificates(derA) + "key b2", ""},
       {sign, "lie found 1 7", sign.result},
@@ -247,26 +244,25 @@ TEST(BadModule, NeverDisturbsAByteOfTheConversation) {
     bool serves;
     std::string calls;  ///< how the first listing's begin, which tells where the functions are from
     std::string says;   ///< all of standard error, a pattern
-    const char* host = SIGNING_HOST_BINARY;
+    const char* host = SIGNING_HOST;
   };
   const std::string lacking = "signing-host: .* lacks PKCS#11 functions that signing needs\n";
   const Case runners[] = {
       {"/nonexistent/module.so", "", false, "", ".* cannot be loaded: .*No such file.*\n"},
       {NOT_A_LIBRARY, "", false, "", ".* cannot be loaded: .*invalid ELF header.*\n"},
-      {WITHOUT_SIGN_MODULE, "", false, "", lacking},
-      {LIST_ONLY_MODULE, "fail C_GetFunctionList 1 5", false, " GetFunctionList", lacking},
-      {LIST_ONLY_MODULE, "throw C_GetFunctionList 1", false, " GetFunctionList", lacking},
-      {LIST_ONLY_MODULE, "", true, " GetFunctionList Initialize", ""},
-      {WRAPPER_MODULE, "", true, " GetFunctionList Initialize Initialize", ""},
-      {PRINTS_ON_LOAD_MODULE, "", true, " Initialize", "vendor module loaded\n"},
-      {OWN_RUNTIME_MODULE, "throw C_CloseSession *", true, " Initialize", ""},
-      {FAKE_TOKEN_MODULE, "print C_Initialize * {\nprint C_Login * \"\nprint C_Sign * }", true,
-       " Initialize", "\\{\n\\{\n\\{\n\"\n\\}\n"},
+      {TOKEN_WITHOUT_SIGN, "", false, "", lacking},
+      {TOKEN_LIST_ONLY, "fail C_GetFunctionList 1 5", false, " GetFunctionList", lacking},
+      {TOKEN_LIST_ONLY, "throw C_GetFunctionList 1", false, " GetFunctionList", lacking},
+      {TOKEN_LIST_ONLY, "", true, " GetFunctionList Initialize", ""},
+      {TOKEN_WRAPPER, "", true, " GetFunctionList Initialize Initialize", ""},
+      {TOKEN_OWN_RUNTIME, "throw C_CloseSession *", true, " Initialize", ""},
+      {FAKE_TOKEN, "print load 1 [\nprint C_Initialize * {\nprint C_Login * \"\nprint C_Sign * }",
+       true, " Initialize", "\\[\n\\{\n\\{\n\\{\n\"\n\\}\n"},
       // The leak check of a forked child misses the threads that fork() left behind.
-      {FAKE_TOKEN_MODULE, "fork C_Initialize 1\nfork C_Sign 1", true, " Initialize",
+      {FAKE_TOKEN, "fork C_Initialize 1\nfork C_Sign 1", true, " Initialize",
        kSanitized ? "(.*was not suspended.*\n)*" : ""},
       {"", "", true, " Initialize", "", DEFAULT_TOKEN_HOST},
-      {FAKE_TOKEN_MODULE, "", false, "", ".* no PKCS#11 module is configured\n", FIXED_HOST},
+      {FAKE_TOKEN, "", false, "", ".* no PKCS#11 module is configured\n", FIXED_HOST},
   };
   for (const auto& [module, script, serves, calls, says, binary] : runners) {
     SCOPED_TRACE(binary + (" " + std::string(module)) + script);
@@ -276,20 +272,15 @@ TEST(BadModule, NeverDisturbsAByteOfTheConversation) {
     const std::string made = host.takeCalls();
     EXPECT_TRUE(made.starts_with(calls) && (serves || made == calls)) << made;
     for (const std::string& request : {kSignRequest, setPinRequest("1")}) host.ask(request);
-    const json answer = host.ask(kSignRequest);
-    EXPECT_EQ(answer.value("lastLowLevelError", -1), serves ? 0 : 5);
-    EXPECT_EQ(answer.value("pkcs1", "?"), serves ? "MA==" : "");
+    EXPECT_EQ(told(host.ask(kSignRequest)), serves ? "MA==" : "12 5 C_Initialize failed|");
     host.process.say(kEndRequest);
     EXPECT_EQ(host.process.wait(), 0);
     const std::string said = host.process.standardError();
     EXPECT_TRUE(std::regex_match(said, std::regex(says))) << said;
   }
-  const std::pair<const char*, std::string> diers[] = {{CRASHES_ON_LOAD_MODULE, ""},
-                                                       {FAKE_TOKEN_MODULE, "crash C_Login 1"},
-                                                       {FAKE_TOKEN_MODULE, "exit C_Sign 1 3"}};
-  for (const auto& [module, script] : diers) {
-    SCOPED_TRACE(module + script);
-    TokenHost host(module);
+  for (const std::string script : {"crash load 1", "crash C_Login 1", "exit C_Sign 1 3"}) {
+    SCOPED_TRACE(script);
+    TokenHost host;
     host.script("key a1\n" + script);
     EXPECT_NE(host.process.ask(kVersionRequest), "");  // Not loaded before it is needed.
     for (const std::string& request :

@@ -21,7 +21,7 @@ constexpr int kAnswerLimitMilliseconds = 60'000;
 HostProcess::HostProcess(const Texts& arguments, const Texts& launcher)
     : isRelay(!arguments.empty() && arguments.front() == "ws") {
   Texts command = launcher;
-  command.emplace_back(SIGNING_HOST_BINARY);
+  command.emplace_back(SIGNING_HOST);
   command.insert(command.end(), arguments.begin(), arguments.end());
   std::vector<char*> words;
   for (std::string& word : command) words.push_back(word.data());

@@ -68,8 +68,7 @@ TEST(Outcomes, EveryAnswerOfAConversationWithATokenInBothFramings) {
       R"("pinRetryCount":0,"certificates":"CN=Test Authority|CN=Mar\u00C3\u00ADa,C=CR|oQ==")";
   const TemporaryFolder folder;
   folder.write("script",
-               "pin 12\naccept second C_Initialize\nkey a1\nsignature 3\n"
-               "print C_Initialize * noise\ncertificate a1 hex " +
+               "pin 12\nkey a1\nsignature 3\nprint C_Initialize * noise\ncertificate a1 hex " +
                    test_support::hex(der));
   expectConversation(
       {
@@ -94,7 +93,7 @@ TEST(Outcomes, EveryAnswerOfAConversationWithATokenInBothFramings) {
           // Intended: a success keeps the last failure's message.
           {kListRequest, fullAnswer(2, 0, listing, afterABadId(false))},
       },
-      {"env", "SIGNING_HOST_PKCS11_MODULE=" FAKE_TOKEN_MODULE,
+      {"env", "SIGNING_HOST_PKCS11_MODULE=" FAKE_TOKEN,
        "FAKE_TOKEN_SCRIPT=" + folder.file("script")});
 }
 

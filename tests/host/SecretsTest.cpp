@@ -36,25 +36,21 @@ void waitUntilIdle(pid_t process) {
 std::string counts(const TokenHost& host, const std::string& pin) {
   const pid_t process = host.process.pid();
   waitUntilIdle(process);
-  const std::string halves[] = {pin.substr(0, pin.size() / 2), pin.substr(pin.size() / 2)};
-  std::size_t found[] = {0, 0};
-  std::size_t writable = 0;
+  std::string memory;
   std::istringstream maps(procText(process, "maps"));
   for (std::string line; std::getline(maps, line);) {
-    if (line.find(" rw") == std::string::npos) continue;
     std::size_t dash = 0;
     const std::size_t start = std::stoul(line, &dash, 16);
-    const std::string bytes =
-        memoryOf(process, start, std::stoul(line.substr(dash + 1), nullptr, 16) - start);
-    writable += bytes.size();
-    for (std::size_t half : {0U, 1U}) {
-      for (std::size_t at = 0; (at = bytes.find(halves[half], at)) != std::string::npos; ++at) {
-        ++found[half];
-      }
-    }
+    const std::size_t end = std::stoul(line.substr(dash + 1), nullptr, 16);
+    if (line.find(" rw") != std::string::npos) memory += memoryOf(process, start, end - start);
   }
-  if (writable < 100'000) throw std::runtime_error("the process's memory cannot be read");
-  return std::to_string(found[0]) + " " + std::to_string(found[1]);
+  if (memory.size() < 100'000) throw std::runtime_error("the process's memory cannot be read");
+  const auto count = [&](const std::string& half) {
+    int found = 0;
+    for (std::size_t at = 0; (at = memory.find(half, at)) != std::string::npos; ++at) ++found;
+    return std::to_string(found);
+  };
+  return count(pin.substr(0, pin.size() / 2)) + " " + count(pin.substr(pin.size() / 2));
 }
 
 /// Requests that hand over a PIN by character, after `before`.
@@ -139,7 +135,7 @@ TEST(WipeStack, ARequestLeavesNothingBelowTheWaitingHost) {
   // Where the calls that clear return to stands below what they clear.
   constexpr std::ptrdiff_t kReturnAddresses = 64;
   for (const char* mode : {"native", "ws"}) {
-    TokenHost token(FAKE_TOKEN_MODULE, "env", mode);
+    TokenHost token(FAKE_TOKEN, "env", mode);
     HostProcess& host = token.process;
     const std::string longPin = "{\"command\":3,\"pin\":\"" + std::string(900, '7') + "\"}";
     for (const std::string& request :
@@ -172,7 +168,7 @@ TEST(Protection, NoProcessOfTheSameUserCanReadOrTraceTheHost) {
   // Root may read everything: then host and probe run as a user without rights.
   const TemporaryFolder folder;
   std::filesystem::permissions(folder.file("."), std::filesystem::perms(0755));
-  std::filesystem::copy_file(SIGNING_HOST_BINARY, folder.file("signing-host"));
+  std::filesystem::copy_file(SIGNING_HOST, folder.file("signing-host"));
   const auto launcher = [](const std::string& command) {
     const std::string user = "exec setpriv --reuid=65534 --regid=65534 --clear-groups ";
     return Requests{"sh", "-c", (geteuid() == 0 ? user : "exec ") + command};

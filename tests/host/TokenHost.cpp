@@ -94,10 +94,6 @@ TokenHost::TokenHost(const std::string& module, const std::string& launcher,
   process.ask(initializeRequest());
 }
 
-void TokenHost::script(const std::string& statements) const {
-  folder.write("script", "pin *\naccept second C_Initialize\n" + statements);
-}
-
 std::string TokenHost::takeCalls() const {
   std::string calls;
   std::ifstream log(folder.file("log"));

@@ -61,11 +61,11 @@ class TemporaryFolder {
 /// An initialised host on a fake token that does what `script` was last given.
 class TokenHost {
  public:
-  explicit TokenHost(const std::string& module = FAKE_TOKEN_MODULE,
-                     const std::string& launcher = "env", const std::string& mode = "native");
+  explicit TokenHost(const std::string& module = FAKE_TOKEN, const std::string& launcher = "env",
+                     const std::string& mode = "native");
 
-  /// In force from the token's next C_Initialize on. It accepts any PIN and a second C_Initialize.
-  void script(const std::string& statements) const;
+  /// In force from the token's next C_Initialize on.
+  void script(const std::string& statements) const { folder.write("script", statements); }
   /// The token's calls since they were last asked for, without the "C_", a space before each.
   std::string takeCalls() const;
   /// The answer, proven to be the only one by a version request after it; else an empty object.

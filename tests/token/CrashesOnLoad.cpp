@@ -1,7 +1,0 @@
-#include <cstdlib>
-
-namespace {
-
-[[noreturn, gnu::constructor]] void crash() { std::abort(); }
-
-}  // namespace
