@@ -38,7 +38,7 @@ export function makeHome(t) {
   symlinkSync(hostProgram, host);
   execFileSync(path.join(root, "demo/make-token"), [path.join(home, "token")], { stdio: "inherit" });
   const { softhsm2Conf, module } = JSON.parse(readFileSync(path.join(home, "token/token.json")));
-  const env = { PATH: process.env.PATH, LANG: "C.UTF-8", HOME: home, XDG_RUNTIME_DIR: home, SOFTHSM2_CONF: softhsm2Conf, SIGNING_HOST_PKCS11_MODULE: module };
+  const env = { PATH: process.env.PATH, LANG: "C.UTF-8", HOME: home, XDG_RUNTIME_DIR: home, SOFTHSM2_CONF: softhsm2Conf, SIGNING_HOST_PKCS11_MODULE: process.env.SIGNING_HOST_CARD ?? module };
   // As a person would; the script resolves links, so the name is put in afterwards.
   execFileSync(path.join(root, "script/install-user"), [hostProgram], { env });
   const manifests = kManifests.map((file) => path.join(home, file));
@@ -180,5 +180,5 @@ export const connect = (page, credentials, relay = "") => inPage(page, async ({ 
 /** Calls a method of the page's client. */
 export const call = (page, method, ...args) => inPage(page, (_, [method, args]) => client[method](...args), [method, args]);
 
-/** Each with what starts it, for the tests that hold in both. */
-export const kBrowsers = [["Chromium", startChromium], ["Firefox", startFirefox]];
+/** Each with what starts it, for the tests that hold in both, or in the one that SIGNING_HOST_BROWSER names. */
+export const kBrowsers = [["Chromium", startChromium], ["Firefox", startFirefox]].filter(([name]) => (process.env.SIGNING_HOST_BROWSER ?? name) === name);

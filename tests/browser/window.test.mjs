@@ -1,11 +1,12 @@
 // The extension's own window: what it shows, who may drive it, and how a signing ends.
 import assert from "node:assert/strict";
+import { spawnSync } from "node:child_process";
 import { createHash, sign, verify, X509Certificate } from "node:crypto";
 import { readFileSync } from "node:fs";
 import path from "node:path";
 import { test } from "node:test";
 import { pageState } from "../../extension/page-state.js";
-import { call, connect, domainList, extensionOf, inPage, kBrowsers, kPin, makeCertificate, openPage, temporaryFolder, until,
+import { build, call, connect, domainList, extensionOf, inPage, kBrowsers, kPin, makeCertificate, openPage, temporaryFolder, until,
   untilHosts } from "./support.mjs";
 
 const digestOf = (text) => createHash("sha256").update(text);
@@ -68,7 +69,7 @@ for (const [name, start] of kBrowsers) {
   test(name, { timeout: 400_000 }, async (t) => {
     const { home, address, browser, page } = await openPage(t, start, { operatorMembers });
     await connect(page, credentials);
-    const [{ id }] = await call(page, "list");
+    const [{ id }] = await call(page, "waitForCard");
     const digest = digestOf("what is signed").digest("base64");
     const ask = (from, options) => begin(from, "sign", id, digest, options).then(() => theWindow(browser));
     const isOver = async (from, kind) => {
@@ -234,6 +235,22 @@ for (const [name, start] of kBrowsers) {
       }));
       assert.equal(JSON.parse(report).lastFailure.kind, "domain-not-authorised");
       assert.doesNotMatch(report, /Núñez|a name of the page|123456|000000/);
+    });
+
+    if (process.env.SIGNING_HOST_CARD) await t.test("a card that counts is locked at last, and the doctor says it in the same words", async () => {
+      await agree(await ask(page)); // a PIN that is right gives the card its tries back
+      assert.equal(typeof (await outcome(page)).value, "string");
+      const other = await openOther("signer");
+      const window = await ask(other);
+      for (const [pin, told] of [["000000", /was wrong\./], ["111111", /2 times/], ["222222", /3 times/]]) {
+        await agree(window, pin);
+        await says(window, "#message", told);
+      }
+      await agree(window, kPin);
+      await says(window, "#ended-text", /^The card is locked after too many wrong PINs\./);
+      assert.equal((await outcome(other)).kind, "pin-locked");
+      const { stdout } = spawnSync(path.join(build, "doctor/signing-host-doctor"), { env: home.env, encoding: "utf8" });
+      assert.match(stdout, /^TO DO +The card is locked after too many wrong PINs\./m);
     });
   });
 }
