@@ -17,11 +17,9 @@ REFUSED = [
     (".a.test|.b.test", "is not a host name"),
     (".ñandú.test", "is not a host name"),
     ("https://a.example.test", "is an address"),
+    (".caf\udce9.test", "are not UTF-8"),
     ("example.test", 'covers every name that ends with it, such as "badexample.test"'),
-    (".co.uk", "is a public suffix"),
-    (".anything.ck", "is a public suffix"),
-    (".xn--55qx5d.cn", "is a public suffix"),
-    (".test", "is a public suffix"),
+    *((name, "is a public suffix") for name in (".co.uk", ".anything.ck", ".xn--55qx5d.cn", ".test")),
     ("\n".join(f".n{number:03}.example.test" for number in range(60)), "bytes too long: the host reads 999"),
 ]
 
@@ -57,7 +55,8 @@ class SignDomains(unittest.TestCase):
         self.assertEqual(json.loads(told.stdout)["domains"], "a.test|b.a.test.a.test")
         (self.folder / "other").mkdir()
         self.assertIn("does not verify", sign_domains(make_key(self.folder / "other"), ".a.example.test", *self.public).stderr)
-        self.assertIn("the key has 2048 bits", sign_domains(make_key(self.folder / "other", 2048), ".a.example.test", *self.public).stderr)
+        self.assertIn("not an RSA key of 1024 bits", sign_domains(make_key(self.folder / "other", 2048), ".a.example.test", *self.public).stderr)
+        self.assertIn("is not a public key", sign_domains(self.key, ".a.example.test", "--public-key", self.key).stderr)
 
     def test_key_in_a_token(self):
         token = self.folder / "token"

@@ -12,7 +12,7 @@ EXAMPLE = TOP / "operator/example"
 
 
 def run(*command, **options):
-    return subprocess.run([str(part) for part in command], capture_output=True, text=True, check=False, **options)
+    return subprocess.run([str(part) for part in command], capture_output=True, text=True, errors="surrogateescape", check=False, **options)
 
 
 def make_key(folder, bits=1024):
@@ -22,13 +22,13 @@ def make_key(folder, bits=1024):
     return folder / "private.pem"
 
 
-def make_operator(folder, without=(), **members):
+def make_operator(folder, **members):
     """The example with other members and a key of its own."""
     shutil.copytree(EXAMPLE, folder)
     make_key(folder)
     whole = json.loads((EXAMPLE / "operator.json").read_text(encoding="utf-8"))
     whole |= {"domainsPublicKey": "domains-public.pem", **members}
-    (folder / "operator.json").write_text(json.dumps({k: v for k, v in whole.items() if k not in without}), encoding="utf-8")
+    (folder / "operator.json").write_text(json.dumps(whole), encoding="utf-8")
     return folder
 
 
