@@ -44,9 +44,8 @@ def manifest(operator, browser, with_key):
     update_url = operator.members.get("updateUrl")
     if browser == "chromium":
         del made["browser_specific_settings"]
-        if with_key:
-            if operator.chromium_key:
-                made["key"] = operator.chromium_key
+        if with_key and operator.chromium_key:
+            made["key"] = operator.chromium_key
             if update_url:
                 made["update_url"] = update_url + CHROMIUM_UPDATES
     else:

@@ -10,6 +10,7 @@ from operator_file import LANGUAGES, TOP
 STYLE = """:root { color-scheme: light dark; font: 1.05rem/1.5 system-ui, sans-serif }
 body { max-width: 42rem; margin: 2rem auto; padding: 0 1rem }
 pre { padding: .6rem .8rem; border: 1px solid; border-radius: .4rem; overflow-x: auto }
+a { overflow-wrap: anywhere }
 section + section { margin-top: 3rem; border-top: 1px solid }"""
 
 
@@ -47,7 +48,7 @@ def section(operator, language):
         tell("p", "other"), command(f"tar xf {archive}.tar.gz\nsudo {archive}/install"),
         tell("p", "systems"),
         tell("h2", "extension"),
-        tell("p", "chromium"), link(chromium_page(operator)),
+        *([tell("p", "chromium"), link(chromium_page(operator))] if operator.in_store else [tell("p", "chromium-policy")]),
         tell("p", "firefox"), link(policies.firefox_source(operator)),
         tell("p", "policy"), command(f"sudo apt install ./{package}-policies_{version}_all.deb"),
         tell("h2", "card"), tell("p", "card-how"),
@@ -58,5 +59,5 @@ def section(operator, language):
 
 
 def chromium_page(operator):
-    """Chromium takes an extension from its store only, unless an administrator says otherwise."""
-    return f"https://chromewebstore.google.com/detail/{operator.chromium_ids[-1]}"
+    """Where a person gets the extension: from the store only, unless an administrator says otherwise."""
+    return f"https://chromewebstore.google.com/detail/{operator.store_id}"

@@ -9,6 +9,7 @@ import hashlib
 import json
 import re
 import struct
+import subprocess
 from pathlib import Path
 
 TOP = Path(__file__).resolve().parent.parent
@@ -35,17 +36,17 @@ def text(value, longest=200):
     if not isinstance(value, str) or not value.strip() or value != value.strip():
         raise Wrong("must be a text, without spaces around it")
     if len(value) > longest:
-        raise Wrong(f"is {len(value)} characters long, at most {longest} are shown whole")
-    if any(ord(character) < 32 or ord(character) == 127 for character in value):
-        raise Wrong("must be one line without control characters")
+        raise Wrong(f"is {len(value)} characters long, at most {longest}")
+    if not value.isprintable():
+        raise Wrong("must be one line of characters that are seen")
     return value
 
 
-def matching(pattern, should):
+def matching(pattern, should, longest=200):
     def check(value):
         if not isinstance(value, str) or not re.fullmatch(pattern, value):
             raise Wrong(f"must be {should}")
-        return value
+        return text(value, longest)
     return check
 
 
@@ -61,27 +62,31 @@ def in_each_language(longest):
     def check(value):
         if not isinstance(value, dict) or sorted(value) != sorted(LANGUAGES):
             raise Wrong("must be an object with the texts " + " and ".join(map(json.dumps, LANGUAGES)))
+        if "$" in "".join(map(str, value.values())):
+            raise Wrong("must be without $, with which browsers begin a placeholder")
         return {language: text(value[language], longest) for language in LANGUAGES}
     return check
 
 
 def version(value):
     """Chromium's form, the strictest of those that the version goes through."""
-    if not isinstance(value, str) or not re.fullmatch(r"(0|[1-9]\d*)(\.(0|[1-9]\d*)){0,3}", value) \
-            or any(int(part) > 65535 for part in value.split(".")):
-        raise Wrong("must be one to four numbers up to 65535 joined by dots")
+    if not isinstance(value, str) or not re.fullmatch(r"(0|[1-9][0-9]*)(\.(0|[1-9][0-9]*)){0,3}", value) \
+            or any(int(part) > 65535 for part in value.split(".")) or not value.strip("0."):
+        raise Wrong("must be one to four numbers up to 65535 joined by dots, not all of them 0")
     return value
 
 
 LABEL = r"[a-z0-9]([a-z0-9-]*[a-z0-9])?"
 HOST = rf"{LABEL}(\.{LABEL})*"
+#: What a path and a query hold, without the quotes and brackets of the many files that an address goes into.
+REST = r"[A-Za-z0-9._~:/?@!$&()*+,=%-]*"
 LOCAL = rf"(\*\.)?({LABEL}\.)*localhost|127(\.\d{{1,3}}){{3}}"
 
 
 def web_address(value):
     """https, or http on this computer itself: what nobody on the network can alter."""
     if not isinstance(value, str) or not re.fullmatch(
-            rf"https://{HOST}(:\d+)?(/[!-~]*)?|http://({LOCAL})(:\d+)?(/[!-~]*)?", value):
+            rf"(https://{HOST}|http://({LOCAL}))(:\d+)?(/{REST}(#[\w-]+)?)?", value, re.ASCII):
         raise Wrong("must be an address that begins with https:// (http:// only on localhost)")
     return value
 
@@ -96,7 +101,7 @@ def support_address(value):
 
 
 def update_folder(value):
-    if not web_address(value).endswith("/"):
+    if not re.fullmatch(r"[^?&]*/", web_address(value)):
         raise Wrong("must end with a slash: it is the folder that holds the extension's files")
     return value
 
@@ -104,7 +109,7 @@ def update_folder(value):
 def site(value):
     """A match pattern of the browsers (scheme://host/path); the host may begin with "*."."""
     if not isinstance(value, str) or not re.fullmatch(
-            rf"https://(\*\.)?{HOST}/[!-~]*|http://({LOCAL})/[!-~]*", value):
+            rf"(https://(\*\.)?{HOST}|http://({LOCAL}))/{REST}", value, re.ASCII):
         raise Wrong(f"{json.dumps(value)} is not a match pattern such as https://*.example.test/* "
                     "(http only for localhost, in lower case, without a port, not every host)")
     return value
@@ -118,10 +123,17 @@ def list_of(check):
     return check_all
 
 
+def key_bits(content, *form):
+    """The length of an RSA key in a form that OpenSSL knows, or None when it is no key with the usual exponent."""
+    shown = subprocess.run(["openssl", "rsa", *form, "-noout", "-text"], input=content, capture_output=True, check=False)
+    bits = re.search(rb"\((\d+) bit.*Exponent: 65537 ", shown.stdout, re.DOTALL)
+    return int(bits[1]) if bits else None
+
+
 def chromium_key(value):
     """Base64 of a DER public key, as the store shows it without its first and last line."""
     try:
-        if base64.b64decode(value, validate=True)[:1] == b"\x30":
+        if key_bits(base64.b64decode(value, validate=True), "-pubin", "-inform", "DER"):
             return value
     except (binascii.Error, TypeError, ValueError):
         pass
@@ -139,8 +151,8 @@ REQUIRED = {
     "summary": in_each_language(132),
     "hostName": matching(r"[a-z0-9_]+(\.[a-z0-9_]+)+",
                          "a name such as org.example.signing: a to z, 0 to 9 and _, joined by dots"),
-    "package": matching(r"[a-z0-9][a-z0-9+.-]+", "a package name: a to z, 0 to 9, +, - and ."),
-    "maintainer": matching(r"[^<>\"\\\x00-\x1f]+ <[^<>@\s]+@[^<>@\s]+>", "in the form: Name <name@example.test>"),
+    "package": matching(r"[a-z0-9][a-z0-9+.-]*[a-z0-9+]", "a package name: a to z, 0 to 9, +, - and .", 60),
+    "maintainer": matching(rf"[^<>\"\\,;@ ][^<>\"\\,;@]* <[A-Za-z0-9._+-]+@{HOST}>", "in the form: Name <name@example.test>, of one person or group"),
     "copyright": text,
     "licence": matching(r"[A-Za-z0-9][A-Za-z0-9.+-]*( (AND|OR|WITH) [A-Za-z0-9.+-]+)*",
                         "a licence by its SPDX name, such as Apache-2.0"),
@@ -149,7 +161,7 @@ REQUIRED = {
     "supportAddress": support_address,
     "installPage": web_address,
     "firefoxId": matching(r"[A-Za-z0-9._-]*@[A-Za-z0-9._-]+|\{[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}\}",
-                          "in the form name@example.test or {UUID}"),
+                          "in the form name@example.test or {UUID}", 80),
     "pkcs11Module": matching(r"/[A-Za-z0-9._+/-]+\.so(\.[0-9]+)*", "the absolute path of a shared library"),
     "domainsPublicKey": text,
     "pinEntry": one_of("extension", "page"),
@@ -172,7 +184,13 @@ class Operator:
         self.version = members.get("version") or project_version()
         self.chromium_key = members.get("chromiumKey")
         ids = [chromium_id(self.chromium_key)] if self.chromium_key else []
-        self.chromium_ids = ids + [one for one in members.get("chromiumIds", []) if one not in ids]
+        store_ids = members.get("chromiumIds", [])
+        self.chromium_ids = ids + [one for one in store_ids if one not in ids]
+        #: Chromium takes an extension from an operator's own server only when it is signed with the operator's own key.
+        self.self_hosted = bool(self.chromium_key and members.get("updateUrl"))
+        self.in_store = bool(store_ids or not self.self_hosted)
+        #: Id in the Chrome Web Store: the first of those given, else the key is the one that the store shows.
+        self.store_id = [*store_ids, *ids][0]
         self.icon = folder / members["icon"]
         self.domains_public_key = None if self["domainsPublicKey"] == DEVELOPMENT else folder / self["domainsPublicKey"]
         self.warnings = []
@@ -215,7 +233,7 @@ def read(folder):
 
 
 def checked(file, members):
-    lines = [f'{file}: there is no member "{name}" in an operator\'s file' for name in members
+    lines = [f"{file}: there is no member {json.dumps(name)} in an operator's file" for name in members
              if name not in REQUIRED and name not in OPTIONAL]
     lines += [f'{file}: "{name}" is missing' for name in REQUIRED if name not in members]
     for name, check in {**REQUIRED, **OPTIONAL}.items():
@@ -235,8 +253,12 @@ def checked(file, members):
 
 def wrong_files(file, members):
     key = file.parent / members["domainsPublicKey"]
-    if members["domainsPublicKey"] != DEVELOPMENT and not key.is_file():
-        yield f'{file}: "domainsPublicKey" names {key}, which is not there'
+    if members["domainsPublicKey"] != DEVELOPMENT:
+        try:
+            if key_bits(key.read_bytes(), "-RSAPublicKey_in") != 1024:
+                yield f'{file}: "domainsPublicKey" names {key}, which is not a public RSA key of 1024 bits (BEGIN RSA PUBLIC KEY)'
+        except OSError as error:
+            yield f'{file}: "domainsPublicKey" names {key}: {error.strerror}'
     icon = file.parent / members["icon"]
     try:
         head = icon.read_bytes()[:24]

@@ -10,9 +10,10 @@ FIREFOX_STORE = "https://addons.mozilla.org/firefox/downloads/latest/{}/latest.x
 
 
 def chromium_source(operator):
-    """Where Chromium and its relatives ask for the extension."""
-    folder = operator.members.get("updateUrl")
-    return folder + extension.CHROMIUM_UPDATES if folder else CHROME_STORE
+    """Id of the extension, and where Chromium and its relatives ask for it."""
+    if operator.self_hosted:
+        return operator.chromium_ids[0], operator["updateUrl"] + extension.CHROMIUM_UPDATES
+    return operator.store_id, CHROME_STORE
 
 
 def firefox_source(operator):
@@ -28,7 +29,7 @@ def files(operator):
             continue
         # The second policy lets lists of several files add up instead of the first one winning.
         made[f"{browser.policies}/{operator['hostName']}.json"] = {
-            "ExtensionInstallForcelist": [f"{operator.chromium_ids[0]};{chromium_source(operator)}"],
+            "ExtensionInstallForcelist": [";".join(chromium_source(operator))],
             "PolicyListMultipleSourceMergeList": ["ExtensionInstallForcelist"],
         }
     return {path: extension.as_json(content) for path, content in made.items()}
@@ -36,8 +37,9 @@ def files(operator):
 
 def external_extensions(operator):
     """The other way of Chrome and Chromium: an extension that comes with the system, not a policy."""
-    content = extension.as_json({"external_update_url": chromium_source(operator)})
-    return {f"{browser.extensions}/{operator.chromium_ids[0]}.json": content
+    one, address = chromium_source(operator)
+    content = extension.as_json({"external_update_url": address})
+    return {f"{browser.extensions}/{one}.json": content
             for browser in browsers.BROWSERS if browser.extensions}
 
 
@@ -59,5 +61,5 @@ def update_files(operator):
                 f"  </app>\n</gupdate>\n")
     firefox_updates = {"addons": {operator["firefoxId"]: {"updates": [
         {"version": operator.version, "update_link": firefox_source(operator)}]}}}
-    return {extension.CHROMIUM_UPDATES: chromium.encode(),
-            extension.FIREFOX_UPDATES: json.dumps(firefox_updates, indent=2).encode() + b"\n"}
+    made = {extension.FIREFOX_UPDATES: json.dumps(firefox_updates, indent=2).encode() + b"\n"}
+    return made | {extension.CHROMIUM_UPDATES: chromium.encode()} if operator.self_hosted else made

@@ -1,5 +1,6 @@
 """Wrong operator files of every kind get one clear line."""
 
+import json
 import tempfile
 import unittest
 from pathlib import Path
@@ -8,58 +9,65 @@ from support import EXAMPLE, make_operator
 import operator_file
 
 ID = "abcdefghijklmnopabcdefghijklmnop"
+#: Member, values that are refused, and what is told of each.
 WRONG = [
-    ({"colour": "blue"}, r'there is no member "colour"'),
-    ({"productName": "Sign"}, r'"productName" must be an object with the texts "en" and "es"'),
-    ({"productName": {"en": "x" * 46, "es": "y"}}, r'"productName" is 46 characters long, at most 45'),
-    ({"summary": {"en": "two\nlines", "es": "y"}}, r'"summary" must be one line'),
-    ({"hostName": "Org.Example"}, r'"hostName" must be a name such as org\.example\.signing'),
-    ({"package": "my package"}, r'"package" must be a package name'),
-    ({"version": "1.2-rc1"}, r'"version" must be one to four numbers'),
-    ({"version": "1.70000"}, r'"version" must be .* up to 65535'),
-    ({"maintainer": "nobody"}, r'"maintainer" must be in the form'),
-    ({"licence": "my own terms!"}, r'"licence" must be a licence by its SPDX name'),
-    ({"copyright": ""}, r'"copyright" must be a text'),
-    ({"sites": []}, r'"sites" must be a list of different texts, at least one'),
-    ({"sites": ["http://sign.example.test/*"]}, r'"sites" "http://sign\.example\.test/\*" is not a match pattern'),
-    ({"sites": ["https://*/*"]}, r'is not a match pattern .* not every host'),
-    ({"sites": ["http://localhost.evil.test/*"]}, r"is not a match pattern"),
-    ({"supportAddress": "javascript:alert(1)"}, r'"supportAddress" must be an address that begins with https:// or mailto:'),
-    ({"installPage": "http://example.test/"}, r'"installPage" must be an address that begins with https://'),
-    ({"updateUrl": "https://example.test/x"}, r'"updateUrl" must end with a slash'),
-    ({"chromiumKey": "not base64"}, r'"chromiumKey" must be the base64 text'),
-    ({"chromiumIds": [ID, ID]}, r'"chromiumIds" must be a list of different texts'),
-    ({"chromiumIds": ["xyz"]}, r'"chromiumIds" must be 32 letters from a to p'),
-    ({"firefoxId": "nothing"}, r'"firefoxId" must be in the form'),
-    ({"pkcs11Module": "libcard.so"}, r'"pkcs11Module" must be the absolute path'),
-    ({"domainsPublicKey": "absent.pem"}, r'"domainsPublicKey" names .*/absent\.pem, which is not there'),
-    ({"icon": "operator.json"}, r'"icon" names .* not a PNG picture of 128 by 128'),
-    ({"pinEntry": "window"}, r'"pinEntry" must be "extension" or "page"'),
-    ({"oneConsentForBatch": "true"}, r'"oneConsentForBatch" must be true or false'),
+    ("colour\n", ["blue"], r'there is no member "colour\\n"'),
+    ("productName", ["Sign", {"en": "Sign"}], r"must be an object with the texts \"en\" and \"es\""),
+    ("productName", [{"en": "x" * 46, "es": "y"}], r"is 46 characters long, at most 45"),
+    ("productName", [{"en": "Sign $NAME$", "es": "y"}], r"must be without \$"),
+    ("summary", [{"en": "two\nlines", "es": "y"}, {"en": "x", "es": "lone \ud800"}], r"must be one line of characters that are seen"),
+    ("hostName", ["Org.Example", "example"], r"must be a name such as org\.example\.signing"),
+    ("package", ["my package", "x"], r"must be a package name"),
+    ("version", ["1.2-rc1", "1.70000", "0.0", 1], r"must be one to four numbers up to 65535"),
+    ("maintainer", ["nobody", "A, B <a@b.test>"], r"must be in the form"),
+    ("licence", ["my own terms!"], r"must be a licence by its SPDX name"),
+    ("copyright", ["", " 2026", None], r"must be a text"),
+    ("sites", [[], "https://a.test/*"], r"must be a list of different texts, at least one"),
+    ("sites", [["http://sign.example.test/*"], ["https://*/*"], ["http://localhost.evil.test/*"], ["https://a.test/\"*"]], r"is not a match pattern"),
+    ("supportAddress", ["javascript:alert(1)"], r"must be an address that begins with https:// or mailto:"),
+    ("installPage", ["http://example.test/", "https://a.test/<b>"], r"must be an address that begins with https://"),
+    ("updateUrl", ["https://example.test/x", "https://example.test/?/"], r"must end with a slash"),
+    ("chromiumKey", ["not base64", "MA=="], r"must be the base64 text of a public key"),
+    ("chromiumIds", [[ID, ID]], r"must be a list of different texts"),
+    ("chromiumIds", [["xyz"]], r"must be 32 letters from a to p"),
+    ("firefoxId", ["nothing"], r"must be in the form"),
+    ("pkcs11Module", ["libcard.so", "/opt/a card.so"], r"must be the absolute path"),
+    ("domainsPublicKey", ["absent.pem"], r"names .*/absent\.pem: No such file"),
+    ("domainsPublicKey", ["private.pem", "icon.png"], r"names .*, which is not a public RSA key of 1024 bits"),
+    ("icon", ["operator.json"], r"names .* not a PNG picture of 128 by 128"),
+    ("pinEntry", ["window"], r'must be "extension" or "page"'),
+    ("oneConsentForBatch", ["true", 1], r"must be true or false"),
 ]
 
 
 class Reader(unittest.TestCase):
-    def refused(self, folder):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = make_operator(Path(cls.enterClassContext(tempfile.TemporaryDirectory()), "operator"))
+        cls.whole = json.loads((cls.folder / "operator.json").read_text(encoding="utf-8"))
+
+    def refused(self, members):
+        text = members if isinstance(members, str) else json.dumps(members)
+        (self.folder / "operator.json").write_text(text, encoding="utf-8")
         with self.assertRaises(operator_file.OperatorError) as raised:
-            operator_file.read(folder)
+            operator_file.read(self.folder)
         return raised.exception.lines
 
     def test_wrong_members(self):
-        for members, told in WRONG:
-            with self.subTest(members), tempfile.TemporaryDirectory() as made:
-                lines = self.refused(make_operator(Path(made, "operator"), **members))
-                self.assertEqual(len(lines), 1, lines)
-                self.assertRegex(lines[0], told)
+        for member, values, told in WRONG:
+            for value in values:
+                with self.subTest(member, value=value):
+                    lines = self.refused(self.whole | {member: value})
+                    self.assertEqual(len(lines), 1, lines)
+                    self.assertRegex(lines[0], told)
+                    self.assertIn(member.strip(), lines[0])
 
     def test_missing_and_unreadable(self):
-        with tempfile.TemporaryDirectory() as made:
-            folder = make_operator(Path(made, "operator"), without=("hostName", "chromiumKey"))
-            self.assertEqual(len(self.refused(folder)), 2, "each is told")
-            for text, told in [("{", "not JSON"), ("[]", "must hold one object"), ('{"icon": 1, "icon": 2}', '"icon" stands twice')]:
-                (folder / "operator.json").write_text(text, encoding="utf-8")
-                self.assertIn(told, self.refused(folder)[0])
-            self.assertIn("No such file", self.refused(Path(made))[0])
+        self.assertEqual(len(self.refused({"version": "1"})), len(operator_file.REQUIRED) + 1, "each is told")
+        for text, told in [("{", "not JSON"), ("[]", "must hold one object"), ('{"icon": 1, "icon": 2}', '"icon" stands twice')]:
+            self.assertIn(told, self.refused(text)[0])
+        with self.assertRaisesRegex(operator_file.OperatorError, "No such file"):
+            operator_file.read(self.folder / "absent")
 
     def test_what_must_not_ship_is_warned_of(self):
         self.assertEqual([text.split()[0] for text in operator_file.read(EXAMPLE).warnings], ['"pkcs11Module":', '"domainsPublicKey"'])
