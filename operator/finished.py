@@ -8,7 +8,8 @@ import struct
 import subprocess
 import zipfile
 
-import extension
+import browsers
+import policies
 from operator_file import chromium_id
 from staging import public_key_text, read_json, system_manifests
 
@@ -66,11 +67,25 @@ class Check:
             self.equal(f"{name}: id of its key", chromium_id(manifest["key"]), self.operator.chromium_ids[0])
 
     def policies(self, name, root):
-        for file in [*root.rglob(f"{self.operator['hostName']}.json")]:
-            for one in read_json(file)["ExtensionInstallForcelist"]:
-                self.equal(f"{name}: extension in {file.name}", one.split(";")[0], self.operator.chromium_ids[0])
-        for file in [*root.rglob("firefox-policies.json"), *root.rglob("policies.json")]:
-            self.equal(f"{name}: extension in {file.name}", list(read_json(file)["policies"]["ExtensionSettings"]), [self.operator["firefoxId"]])
+        """A tree with the policies of every browser."""
+        one, address = policies.chromium_source(self.operator)
+        firefox = next((f"/{file.relative_to(root)}" for file in root.rglob("*policies.json")), "/policies.json")
+        wanted = [(firefox, ["policies", "ExtensionSettings"], {self.operator["firefoxId"]: {
+            "installation_mode": "force_installed", "install_url": policies.firefox_source(self.operator)}})]
+        for browser in browsers.BROWSERS:
+            if browser.kind == "chromium" and browser.policies:
+                wanted.append((f"{browser.policies}/{self.operator['hostName']}.json", ["ExtensionInstallForcelist"], [f"{one};{address}"]))
+            if browser.extensions:
+                wanted.append((f"{browser.extensions}/{one}.json", ["external_update_url"], address))
+        for path, members, value in wanted:
+            file = root / path.lstrip("/")
+            if not file.exists():
+                self.lines.append(f"{name}: {path} is missing")
+                continue
+            found = read_json(file)
+            for member in members:
+                found = found.get(member)
+            self.equal(f"{name}: extension in {path}", found, value)
 
     def domains(self, file, program):
         """Has the built host judge a signed list, for one page of every site that the extension serves."""

@@ -15,7 +15,7 @@ def quoted(value):
     """A CMake string, or of a list the list's elements in one."""
     if isinstance(value, list):
         return '"' + ";".join(quoted(one)[1:-1] for one in value) + '"'
-    return '"' + str(value).replace("\\", "\\\\").replace('"', '\\"').replace("$", "\\$").replace(";", "\\;") + '"'
+    return '"' + str(value).replace("\\", "\\\\").replace('"', '\\"').replace("$", "\\$") + '"'
 
 
 def configuration(values):

@@ -89,9 +89,9 @@ def documents(operator, root, package, form):
     copyright_file = (f"Format: https://www.debian.org/doc/packaging-manuals/copyright-format/1.0/\n"
                       f"Upstream-Name: {package}\nSource: {operator['installPage']}\n\n"
                       f"Files: *\nCopyright: {operator['copyright']}\nLicense: {operator['licence']}\n")
-    common = Path("/usr/share/common-licenses", operator["licence"])
-    if re.fullmatch(r"Apache-2\.0|GPL-[123]|LGPL-(2|2\.1|3)|MPL-(1\.1|2\.0)|BSD", operator["licence"]):
-        copyright_file += f" On Debian systems, the whole text is in {common}.\n"
+    common = re.sub(r"(\.0)?-(only|or-later)$", "", operator["licence"])
+    if re.fullmatch(r"Apache-2\.0|GPL-[123]|LGPL-(2|2\.1|3)|MPL-(1\.1|2\.0)", common):
+        copyright_file += f" On Debian systems, the whole text is in /usr/share/common-licenses/{common}.\n"
     else:
         copyright_file += " The terms are known by this name at https://spdx.org/licenses/.\n"
     write(root, f"/usr/share/doc/{package}/copyright", copyright_file)
