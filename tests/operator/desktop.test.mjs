@@ -4,10 +4,9 @@ import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
 import { createSign, generateKeyPairSync } from "node:crypto";
 import { cpSync, mkdirSync, readdirSync, readFileSync, readlinkSync, writeFileSync } from "node:fs";
-import http from "node:http";
 import path from "node:path";
 import { test } from "node:test";
-import { call, connect, kPin, makeHome, operator as example, root, servePages, startChromium, startFirefox, temporaryFolder, until } from "../browser/support.mjs";
+import { call, connect, kPin, makeHome, operator as example, root, servePages, startChromium, startFirefox, startServer, temporaryFolder, until } from "../browser/support.mjs";
 
 const run = (program, ...args) => execFileSync(program, args, { stdio: ["ignore", "ignore", "inherit"] });
 const domainsKey = generateKeyPairSync("rsa", { modulusLength: 1024 });
@@ -34,18 +33,6 @@ function makeProduct(folder, name, server) {
   execFileSync("chromium", ["--no-sandbox", "--headless=new", `--user-data-dir=${own}/packing`, `--pack-extension=${out}/extension-chromium`,
     `--pack-extension-key=${own}/extension.pem`], { stdio: "ignore" });
   return readdirSync(out).filter((file) => /^\w+-sign(-policies)?_.*deb$/.test(file)).map((file) => path.join(out, file));
-}
-
-/** Answers every file of the folder, as the folder of "updateUrl" on an operator's server. */
-async function serveFiles(t, folder) {
-  const types = { ".crx": "application/x-chrome-extension", ".xpi": "application/x-xpinstall", ".xml": "text/xml" };
-  const server = http.createServer((request, response) => {
-    response.setHeader("Content-Type", types[path.extname(request.url)] ?? "application/json");
-    response.end(readFileSync(path.join(folder, request.url.split("?")[0])));
-  });
-  await new Promise((resolve) => server.listen(0, resolve));
-  t.after(() => { server.closeAllConnections(); server.close(); });
-  return `http://localhost:${server.address().port}/`;
 }
 
 /** Opens a page of a product and its host, as soon as the browser has installed the extension. */
@@ -82,7 +69,9 @@ const browsers = {
 
 test("two products side by side, by policy", { timeout: 900_000 }, async (t) => {
   const folder = temporaryFolder(t);
-  const server = await serveFiles(t, folder);
+  // The folders of "updateUrl".
+  const told = await startServer(t, "python3", ["-u", "-m", "http.server", "--bind", "127.0.0.1", "--directory", folder, "0"]);
+  const server = `http://localhost:${/port (\d+)/.exec(told)[1]}/`;
   const address = await servePages(t);
   mkdirSync(path.dirname(kPolicies), { recursive: true });
   writeFileSync(kPolicies, JSON.stringify({ policies: kOwnPolicies }));
@@ -96,7 +85,7 @@ test("two products side by side, by policy", { timeout: 900_000 }, async (t) => 
   const homes = {};
   for (const [name, start] of Object.entries(browsers)) {
     await t.test(`${name}: both sign, and an upgrade lets an open page go on`, async (t2) => {
-      homes[name] = makeHome(t, { register: false });
+      homes[name] = makeHome(t);
       const browser = await start(t2, homes[name]);
       await sign(await open(browser, address("second")));
       const page = await open(browser, address("first"));

@@ -8,7 +8,6 @@ from pathlib import Path
 from support import EXAMPLE, make_operator
 import operator_file
 
-ID = "abcdefghijklmnopabcdefghijklmnop"
 #: Member, values that are refused, and what is told of each.
 WRONG = [
     ("colour\n", ["blue"], r'there is no member "colour\\n"'),
@@ -22,13 +21,12 @@ WRONG = [
     ("maintainer", ["nobody", "A, B <a@b.test>"], r"must be in the form"),
     ("licence", ["my own terms!"], r"must be a licence by its SPDX name"),
     ("copyright", ["", " 2026", None], r"must be a text"),
-    ("sites", [[], "https://a.test/*"], r"must be a list of different texts, at least one"),
+    ("sites", [[], "https://a.test/*", ["https://a.test/*"] * 2], r"must be a list of different texts, at least one"),
     ("sites", [["http://sign.example.test/*"], ["https://*/*"], ["http://localhost.evil.test/*"], ["https://a.test/\"*"]], r"is not a match pattern"),
     ("supportAddress", ["javascript:alert(1)"], r"must be an address that begins with https:// or mailto:"),
     ("installPage", ["http://example.test/", "https://a.test/<b>"], r"must be an address that begins with https://"),
     ("updateUrl", ["https://example.test/x", "https://example.test/?/"], r"must end with a slash"),
     ("chromiumKey", ["not base64", "MA=="], r"must be the base64 text of a public key"),
-    ("chromiumIds", [[ID, ID]], r"must be a list of different texts"),
     ("chromiumIds", [["xyz"]], r"must be 32 letters from a to p"),
     ("firefoxId", ["nothing"], r"must be in the form"),
     ("pkcs11Module", ["libcard.so", "/opt/a card.so"], r"must be the absolute path"),
@@ -46,8 +44,7 @@ class Reader(unittest.TestCase):
         cls.folder = make_operator(Path(cls.enterClassContext(tempfile.TemporaryDirectory()), "operator"))
         cls.whole = json.loads((cls.folder / "operator.json").read_text(encoding="utf-8"))
 
-    def refused(self, members):
-        text = members if isinstance(members, str) else json.dumps(members)
+    def refused(self, text):
         (self.folder / "operator.json").write_text(text, encoding="utf-8")
         with self.assertRaises(operator_file.OperatorError) as raised:
             operator_file.read(self.folder)
@@ -57,13 +54,13 @@ class Reader(unittest.TestCase):
         for member, values, told in WRONG:
             for value in values:
                 with self.subTest(member, value=value):
-                    lines = self.refused(self.whole | {member: value})
+                    lines = self.refused(json.dumps(self.whole | {member: value}))
                     self.assertEqual(len(lines), 1, lines)
                     self.assertRegex(lines[0], told)
                     self.assertIn(member.strip(), lines[0])
 
     def test_missing_and_unreadable(self):
-        self.assertEqual(len(self.refused({"version": "1"})), len(operator_file.REQUIRED) + 1, "each is told")
+        self.assertEqual(len(self.refused('{"version": "1"}')), len(operator_file.REQUIRED) + 1, "each is told")
         for text, told in [("{", "not JSON"), ("[]", "must hold one object"), ('{"icon": 1, "icon": 2}', '"icon" stands twice')]:
             self.assertIn(told, self.refused(text)[0])
         with self.assertRaisesRegex(operator_file.OperatorError, "No such file"):

@@ -26,8 +26,7 @@ def make_operator(folder, **members):
     """The example with other members and a key of its own."""
     shutil.copytree(EXAMPLE, folder)
     make_key(folder)
-    whole = json.loads((EXAMPLE / "operator.json").read_text(encoding="utf-8"))
-    whole |= {"domainsPublicKey": "domains-public.pem", **members}
+    whole = json.loads((EXAMPLE / "operator.json").read_text(encoding="utf-8")) | {"domainsPublicKey": "domains-public.pem", **members}
     (folder / "operator.json").write_text(json.dumps(whole), encoding="utf-8")
     return folder
 
