@@ -16,7 +16,7 @@
 //     exhaust C_Sign N                  allocates too much, catches that: CKR_HOST_MEMORY
 //     hang C_Sign N                     never returns
 //     fork C_Sign N                     goes on in this process and in a child
-//     print C_Login N word              on standard output during the call
+//     print C_Login N word              on standard output during the call, and reads from input
 //     exit C_Sign N 3                   ends the process with this status
 //     crash C_Sign N                    ends it by a signal; `print` and `crash` know `load 1`, too
 //     lie slots N 1000                  count that the Nth C_GetSlotList gives; so `lie found` of
@@ -163,8 +163,8 @@ template <typename Work>
 CK_RV call(const std::string& function, const std::string& arguments, Work work) {
   ++occurrences[function];
   if (const auto text = told("print", function)) {
-    std::printf("%s\n", text->c_str());
-    std::fflush(stdout);
+    dprintf(STDOUT_FILENO, "%s\n", text->c_str());
+    std::getchar();
   }
   if (const auto status = told("exit", function)) std::exit(static_cast<int>(number(*status)));
   if (told("crash", function)) std::abort();
