@@ -167,6 +167,11 @@ TEST_F(Operations, AKeyGetsALoginForEachSignatureOnceItHasAskedForIt) {
     const std::string signature = answer["pkcs1"];
     EXPECT_EQ(signature.empty(), !error.empty());
     EXPECT_EQ(told(answer), error + signature);
+    // The refusal that taught it is no failure, and leaves nothing.
+    if (error.empty()) {
+      EXPECT_EQ(answer["lastLowLevelError"], 0);
+      EXPECT_EQ(answer["errorMessage"], "");
+    }
   }
   EXPECT_EQ(host.ask(kSignRequest)["pinRetryCount"], 1);
 }

@@ -82,6 +82,7 @@ TEST(NameText, IsAppendedOnlyWhenTheSpaceExceedsIt) {
   }
   char place = '?';
   EXPECT_EQ(certificate::appendStringToBuf(&place, nullptr, nullptr), &place);
+  EXPECT_EQ(certificate::appendItemToBuf(&place, nullptr, nullptr), &place);
   EXPECT_EQ(certificate::appendStringToBuf(nullptr, "a", nullptr), nullptr);
 }
 
