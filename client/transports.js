@@ -84,8 +84,9 @@ export class ExtensionTransport {
             break;
           case "answer": this.onAnswer(data.answer); break;
           case "refused":
-            this.onRefusal(withMade(data.kind === "signature-misfit" ? new HostError(data.kind, { code: 0 })
-              : new RequestError(data.kind ?? "refused", { reason: String(data.reason) })));
+            // The reason is in English, for a log.
+            this.onRefusal(withMade(Object.assign(data.kind === "signature-misfit" ? new HostError(data.kind, { code: 0 })
+              : new RequestError(data.kind ?? "refused"), { cause: data.reason })));
             break;
           case "cancelled": this.onRefusal(withMade(new SigningError("cancelled"))); break;
           case "closed": fail(withMade(connectionError(data.reason, data.detail))); break;

@@ -170,7 +170,7 @@ for (const [name, start] of kBrowsers) {
       assert.equal(await textOf(second, ".name"), "second");
       await press(second, "Escape");
       for (const [method, ...args] of [["setPin", "1"], ["typePinCharacter", "1"], ["deletePinCharacter"]]) {
-        await assert.rejects(call(page, method, ...args), { kind: "refused", message: /own window/ });
+        await assert.rejects(call(page, method, ...args), { kind: "refused", cause: /own window/ });
       }
       await other.close();
     });
