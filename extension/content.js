@@ -12,6 +12,8 @@
   /** New ones that it may open in a row, and how many more each second. */
   const kMaxNewInARow = 8;
   const kNewPerSecond = 2;
+  /** Time between the starts of two hosts: Firefox starts processes one by one, and every page's messages to theirs wait. */
+  const kBetweenStartsMs = 250;
   /** Longest text of a request: more than the host reads. The background checks to the byte. */
   const kMaxTextLength = 1000;
   /** A request has fewer members, and a signing has no more documents. */
@@ -89,6 +91,9 @@
     return true;
   }
 
+  /** The starts asked for; one that the page has closed meanwhile never comes. */
+  let starts = Promise.resolve();
+
   const isShort = (value) => typeof value === "number" || (typeof value === "string" && value.length <= kMaxTextLength);
   const isRecord = (value) => typeof value === "object" && value !== null && !Array.isArray(value)
     && Object.keys(value).length <= kMaxMembers && Object.keys(value).every(isShort);
@@ -114,13 +119,7 @@
       page.postMessage({ type: "closed", reason: "closed" });
     };
     if (!mayOpen()) return give("too-many");
-    let background;
-    try {
-      background = api.runtime.connect({ name: "page" });
-    } catch {
-      // The extension was updated or removed since this page was loaded.
-      return give("no-extension");
-    }
+    let background = null;
     /** One request at a time: the host works on one, and answers carry no number. */
     let isUnderWay = false;
     let isCancelled = false;
@@ -128,7 +127,7 @@
 
     const end = (reason, tell = give) => {
       if (!connections.delete(end)) return;
-      background.disconnect();
+      background?.disconnect();
       if (reason) tell(reason);
       else page.close();
     };
@@ -138,13 +137,24 @@
       if (++refusals > kMaxRefusals) end("closed", giveUp);
       else page.postMessage({ type: "refused", reason });
     };
-    background.onMessage.addListener((message) => {
-      if (!connections.has(end)) return;
-      if (message.type === "answer") refusals = 0;
-      isUnderWay = isUnderWay && message.type === "open";
-      page.postMessage(message);
-    });
-    background.onDisconnect.addListener(() => end("closed"));
+    const start = () => {
+      if (!connections.has(end)) return undefined;
+      try {
+        background = api.runtime.connect({ name: "page" });
+      } catch {
+        // The extension was updated or removed since this page was loaded.
+        return end("no-extension");
+      }
+      background.onMessage.addListener((message) => {
+        if (!connections.has(end)) return;
+        if (message.type === "answer") refusals = 0;
+        isUnderWay = isUnderWay && message.type === "open";
+        page.postMessage(message);
+      });
+      background.onDisconnect.addListener(() => end("closed"));
+      return new Promise((resolve) => setTimeout(resolve, kBetweenStartsMs));
+    };
+    starts = starts.then(start);
     page.onmessage = ({ data }) => {
       if (data?.type === "close") return end();
       if (!connections.has(end)) return;
@@ -153,6 +163,7 @@
         background.postMessage({ type: "cancel" });
       }
       if (data?.type !== "request") return;
+      if (!background) return refuse("the connection is not open yet.");
       if (isUnderWay) return refuse("the answer to the one before it has not come yet.");
       const flaw = flawOf(data.request);
       if (flaw !== null) return refuse(flaw);
