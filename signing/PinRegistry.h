@@ -27,7 +27,7 @@ struct PinInfoStruct {  // NOLINT(cppcoreguidelines-special-member-functions)
 
 /// The PINs of the process by module name, in byte-wise order of the names. It outlives every
 /// service object, so that a page that initialises again need not ask the user again. Not locked:
-/// the process has one thread.
+/// one thread serves all requests.
 extern std::map<std::string, PinInfoStruct> gPines;
 
 /// True when some module's PIN is empty, whether or not it is also flagged invalid.

@@ -93,7 +93,7 @@ std::string modulePath() {
   if (PKCS11_MODULE_IS_FIXED) {
     return DEFAULT_PKCS11_MODULE;
   }
-  // Read once, before any other thread exists.
+  // Nothing in the process changes its environment.
   const char* chosen = std::getenv("SIGNING_HOST_PKCS11_MODULE");  // NOLINT(concurrency-mt-unsafe)
   return chosen != nullptr && *chosen != '\0' ? chosen : DEFAULT_PKCS11_MODULE;
 }
@@ -116,7 +116,7 @@ TokenModule load() {
   readyToCatch();
   void* library = dlopen(module.path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) {
-    const char* reason = dlerror();  // NOLINT(concurrency-mt-unsafe): the host has one thread
+    const char* reason = dlerror();  // NOLINT(concurrency-mt-unsafe): no other thread loads
     module.fault = std::string("the PKCS#11 module cannot be loaded: ") + reason;
     return module;
   }

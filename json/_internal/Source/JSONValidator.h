@@ -20,15 +20,15 @@ class JSONValidator {
   static bool isValidRoot(std::string_view text);
   /// The text starts with a complete array or object.
   static bool isValidPartialRoot(std::string_view text);
-  /// The members of an object, from behind its "{" to behind its "}".
+  /// The members of an object, from after its "{" to after its "}".
   static bool isValidObject(std::string_view& text, unsigned int depth);
-  /// The elements of an array, from behind its "[" to behind its "]".
+  /// The elements of an array, from after its "[" to after its "]".
   static bool isValidArray(std::string_view& text, unsigned int depth);
-  /// A name and its value, from behind the opening quote of the name.
+  /// A name and its value, from after the opening quote of the name.
   static bool isValidNamedObject(std::string_view& text, unsigned int depth);
   /// A value of any kind.
   static bool isValidMember(std::string_view& text, unsigned int depth);
-  /// The rest of a string, from behind its opening quote.
+  /// The rest of a string, from after its opening quote.
   static bool isValidString(std::string_view& text);
   static bool isValidNumber(std::string_view& text);
 };
