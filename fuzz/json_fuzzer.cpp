@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "fuzz/Require.h"
-#include "json/_internal/Source/JSONIndex.h"
 #include "json/json.h"
 
 namespace {
@@ -53,21 +52,6 @@ void checkRoundTrips(std::string_view text, const JSONNode& untouched) {
   }
 }
 
-/// Every way of making the index gives the same.
-void checkIndexes(std::string_view text) {
-  const std::string readable = std::string(text) + std::string(json_detail::kIndexBlockBytes, '"');
-  const auto indexedBy = [&](auto indexer) {
-    std::vector<json_detail::IndexBlock> index(json_detail::indexBlocks(text.size()));
-    const auto front = indexer(readable.data(), text.size(), index.data());
-    index.insert(index.end(), {front.size, front.endsInString ? 1U : 0U});
-    return index;
-  };
-  const auto indexers = json_detail::indexers();
-  for (const auto indexer : indexers) {
-    require(indexedBy(indexer) == indexedBy(indexers.front()), "the index is the same");
-  }
-}
-
 /// A text with a space in front is not plain, so that it is split without an index.
 void checkSplitting(std::string_view text, const JSONNode& root) {
   const JSONNode scanned = JSONWorker::parse(' ' + std::string(text));
@@ -79,7 +63,6 @@ void checkSplitting(std::string_view text, const JSONNode& root) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(data), size);
-  checkIndexes(text);
   try {
     JSONNode root = JSONWorker::parse(text);
     checkSplitting(text, root);

@@ -56,9 +56,8 @@ struct NeedsEscape {
 #endif
 };
 
-/// Copies [from, end) to `out` up to, not including, the first byte of the
-/// kind, and moves `out` to the end of the copy. May use as much of the memory
-/// at `out` as the whole input is long.
+/// Copies [from, end) to `out` up to, not including, the first byte of the kind, and moves `out` to
+/// the end of the copy. May use as much of the memory at `out` as the whole input is long.
 template <typename Kind>
 [[gnu::always_inline]] inline const char* copyUntil(const char* from, const char* end, char*& out) {
 #ifdef __SSE2__
@@ -77,8 +76,7 @@ template <typename Kind>
   return from;
 }
 
-// Short texts are copied and compared without a call: as two words of a fixed
-// size, which may overlap.
+// Short texts are copied without a call: as two words of a fixed size, which may overlap.
 
 template <typename Word>
 Word loadWord(const char* bytes) {
@@ -114,28 +112,6 @@ inline void copyBytes(char* to, const char* from, std::size_t size) {
     to[size / 2] = from[size / 2];
     to[size - 1] = from[size - 1];
   }
-}
-
-template <typename Word>
-bool equalWords(const char* left, const char* right, std::size_t size) {
-  const std::size_t last = size - sizeof(Word);
-  for (std::size_t at = 0; at < last; at += sizeof(Word)) {
-    if (loadWord<Word>(left + at) != loadWord<Word>(right + at)) {
-      return false;
-    }
-  }
-  return loadWord<Word>(left + last) == loadWord<Word>(right + last);
-}
-
-/// ==.
-inline bool equalBytes(std::string_view left, std::string_view right) {
-  const std::size_t size = left.size();
-  if (size != right.size()) {
-    return false;
-  }
-  return size >= sizeof(std::uint32_t)
-             ? equalWords<std::uint32_t>(left.data(), right.data(), size)
-             : size == 0 || equalWords<char>(left.data(), right.data(), size);
 }
 
 /// Copies up to kShortCopy bytes, unless one of them is of the kind: then what

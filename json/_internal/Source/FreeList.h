@@ -9,13 +9,11 @@
 
 namespace json_detail {
 
-/// Memory blocks of one size, kept for reuse instead of going back to the
-/// allocator.
+/// Memory blocks of one size, kept for reuse instead of going back to the allocator.
 ///
-/// Every thread has its own list, so trees that belong to different threads
-/// stay independent. A block is cleared when it is given back: nothing that a
-/// request said survives in the list. The list is bounded, so that one large
-/// tree does not hold its memory for ever.
+/// Every thread has its own list, so trees that belong to different threads stay independent. A
+/// block is cleared when it is given back: nothing that a request said survives in the list. The
+/// list is bounded, so that one large tree does not hold its memory for ever.
 template <typename T, std::size_t Limit = 16384>
 class FreeList {
  public:
@@ -94,8 +92,7 @@ class FreeList {
     }
   }
 
-  /// Opens the list on first use; false when it is open already and therefore
-  /// full.
+  /// Opens the list on first use; false when it is open already and therefore full.
   static bool makeRoom() noexcept {
     if (!kMemoryIsReused || list.opened) {
       return false;
@@ -106,8 +103,7 @@ class FreeList {
     return true;
   }
 
-  // Initialised at compile time and placed in the program's own block, so that
-  // using it is no call.
+  // Initialised at compile time and placed in the program's own block, so that using it is no call.
   [[gnu::tls_model("initial-exec")]] static inline constinit thread_local List list{};
 };
 

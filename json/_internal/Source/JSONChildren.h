@@ -14,8 +14,7 @@ class jsonChildren {
   jsonChildren& operator=(const jsonChildren&) = delete;
   jsonChildren(jsonChildren&&) = delete;
   jsonChildren& operator=(jsonChildren&&) = delete;
-  /// The handles must have been released before (releaseAll(), or by the
-  /// release of the body).
+  /// The handles must have been released before (releaseAll(), or by the release of the body).
   ~jsonChildren() = default;
 
   JSONNode** array = nullptr;  // the slots: the first ones below, or a block
@@ -43,9 +42,8 @@ class jsonChildren {
   /// the capacity the block is renewed at its size; harmless, and kept.)
   void inc(unsigned int n);
 
-  /// Exactly `amount` slots when there are none yet; else, when there are
-  /// fewer, inc(amount - capacity), which counts from the present children:
-  /// fewer than `amount` may come of it. Kept.
+  /// Exactly `amount` slots when there are none yet; else, when there are fewer, inc(amount -
+  /// capacity), which counts from the present children: fewer than `amount` may come of it. Kept.
   static void reserve2(jsonChildren& container, unsigned int amount);
 
   /// Puts an owned handle into room that inc() or reserve2() has made.
@@ -63,8 +61,7 @@ class jsonChildren {
   static unsigned int doubled(unsigned int slots);
   void resize(unsigned int slots);
 
-  // The usual capacity comes with the container, without an allocation of its
-  // own.
+  // The usual capacity comes with the container, without an allocation of its own.
   std::array<JSONNode*, kFirstCapacity> firstSlots{};
   std::unique_ptr<JSONNode*[]> block;
 };

@@ -20,8 +20,7 @@ class Compactor {
   Compactor(std::string_view text, char* output, bool hideQuotes)
       : at(text.data()), end(text.data() + text.size()), out(output), hidesQuotes(hideQuotes) {}
 
-  /// Returns the end of the output. Stops without a word at what cannot be part
-  /// of JSON.
+  /// Returns the end of the output. Stops without a word at what cannot be part of JSON.
   /// @param inString  whether the text begins within a string
   char* run(bool inString) {
     bool proceeds = !inString || copyStringRest();
@@ -126,9 +125,8 @@ JSONSource compacted(std::string_view text, bool hideQuotes) {
   JSONSource source(text.size() + 1);
   char* const out = source.data();
   copyBytes(out, text.data(), text.size());
-  // A machine's JSON is mostly compact already, which is found out faster than
-  // compacting takes.
-  const PlainFront plain = indexPlainFront(out, text.size(), source.index());
+  // A machine's JSON is mostly compact already, which is found out faster than compacting takes.
+  const PlainFront plain = indexPlainFront(text.data(), text.size(), source.index());
   if (plain.size == text.size()) {
     source.setText(text.size(),
                    {.isIndexed = true, .mayHoldEscapes = false, .mayHoldComments = false});

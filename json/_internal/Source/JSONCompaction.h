@@ -6,9 +6,8 @@
 
 namespace json_detail {
 
-/// Stage one of parsing: the text without white space, with comments as "#...#"
-/// runs and, with `hideQuotes`, with escaped quotes as backslash and 0x01.
-/// Indexed when it was plain.
+/// Stage one of parsing: the text without white space, with comments as "#...#" runs and, with
+/// `hideQuotes`, with escaped quotes as backslash and 0x01. Indexed when it was plain.
 JSONSource compacted(std::string_view text, bool hideQuotes);
 
 }  // namespace json_detail

@@ -31,9 +31,8 @@ char Hex(std::string_view text, std::size_t& position) {
   return static_cast<char>(high * 16 + low);
 }
 
-// One byte, on purpose: no UTF-8 is made of the code, and the first two digits
-// are ignored. The writer escapes byte by byte, so what it wrote comes back as
-// it was.
+// One byte, on purpose: no UTF-8 is made of the code, and the first two digits are ignored. The
+// writer escapes byte by byte, so what it wrote comes back as it was.
 char UTF8(std::string_view text, std::size_t& position) {
   position += 2;
   return Hex(text, position);
@@ -42,33 +41,19 @@ char UTF8(std::string_view text, std::size_t& position) {
 char SpecialChar(std::string_view text, std::size_t& position) {
   const std::size_t left = text.size() - position;
   const char letter = text[position];
-  switch (letter) {
-    case '\x01':  // a hidden quote
-      return '"';
-    case 'b':
-      return '\b';
-    case 'f':
-      return '\f';
-    case 'n':
-      return '\n';
-    case 'r':
-      return '\r';
-    case 't':
-      return '\t';
-    case 'v':
-      return '\v';
-    case 'u':
-      return left < 5 ? '\0' : UTF8(text, position);
-    case 'x':
-      // One byte more than the escape needs, on purpose, here and for octal: at
-      // the very end of a string these forms give a zero byte, and their digits
-      // stay as characters.
-      return left < 4 ? '\0' : Hex(text, position);
-    default:
-      break;
+  if (letter == 'u') {
+    return left < 5 ? '\0' : UTF8(text, position);
+  }
+  // One byte more than the escape needs, on purpose, here and for octal: at the very end of a
+  // string these forms give a zero byte, and their digits stay as characters.
+  if (letter == 'x') {
+    return left < 4 ? '\0' : Hex(text, position);
   }
   if (!isOctalDigit(letter)) {
-    return letter;
+    constexpr std::string_view kPairs =
+        "\x01\"b\bf\fn\nr\rt\tv\v";  // a letter and its byte; not found is odd
+    const std::size_t place = kPairs.find(letter);
+    return place % 2 == 0 ? kPairs[place + 1] : letter;
   }
   if (left < 4) {
     return '\0';
@@ -148,8 +133,7 @@ void appendEscaped(std::string_view text, JSONOutput& output) {
       return;
     }
     output.advance(escapeInto(out, *at));
-    // What needs an escape seldom comes alone: the bytes of a letter outside
-    // ASCII do not.
+    // What needs an escape seldom comes alone: the bytes of a letter outside ASCII do not.
     for (; at + 1 != end && NeedsEscape::matches(at[1]); ++at) {
       output.advance(escapeInto(output.room(kLongestEscape), at[1]));
     }

@@ -9,8 +9,7 @@
 
 namespace json_detail {
 
-// The escapes of strings: undone when a string is read, made when it is
-// written.
+// The escapes of strings: undone when a string is read, made when it is written.
 
 /// The characters of a string's inner text; see JSONWorker::FixString().
 std::string unescaped(std::string_view text, bool& hadEscape);

@@ -1,5 +1,8 @@
 #include "json/_internal/Source/JSONIndex.h"
 
+#include <algorithm>
+#include <array>
+
 #include "json/_internal/Source/CharacterClass.h"
 
 #if defined(__x86_64__)
@@ -12,21 +15,18 @@ namespace {
 
 /// What stands where in a block, one bit per byte.
 struct BlockBits {
-  std::uint64_t odd;  // up to this byte, the quotes of the block are odd in number
+  std::uint64_t quotes;
   std::uint64_t structure;
   std::uint64_t backslashes;
   std::uint64_t others;  // white space, what may open a comment, and what ends a text
 };
 
-/// `within` has a bit for each byte of the text; what stands after its end is no quote.
-BlockBits classifyPortably(const char* block, std::uint64_t within) {
+BlockBits classifyPortably(const char* block) {
   BlockBits bits{};
-  std::uint64_t odd = 0;
   for (unsigned int at = 0; at != kIndexBlockBytes; ++at) {
     const char byte = block[at];
     const auto put = [at](bool holds) { return static_cast<std::uint64_t>(holds) << at; };
-    odd ^= static_cast<std::uint64_t>(byte == '"') & within >> at;
-    bits.odd |= odd << at;
+    bits.quotes |= put(byte == '"');
     bits.structure |= put(isStructure(byte));
     bits.backslashes |= put(byte == '\\');
     bits.others |= put(byte <= ' ' || byte >= 0x7F || byte == '/' || byte == '#');
@@ -34,31 +34,42 @@ BlockBits classifyPortably(const char* block, std::uint64_t within) {
   return bits;
 }
 
-using Classify = BlockBits(const char*, std::uint64_t);
+/// In every bit the parity of the bits up to it.
+std::uint64_t paritiesPortably(std::uint64_t bits) {
+  for (unsigned int distance = 1; distance != kIndexBlockBytes; distance *= 2) {
+    bits ^= bits << distance;
+  }
+  return bits;
+}
 
-template <Classify classify>
+template <BlockBits (*classify)(const char*), std::uint64_t (*parities)(std::uint64_t)>
 [[gnu::always_inline]] inline PlainFront indexPlain(const char* text, std::size_t size,
                                                     IndexBlock* index) {
+  // A text that does not end with a block is looked at once more from a block before its end; a
+  // short one is looked at in a copy.
+  std::array<char, kIndexBlockBytes> copy{};
+  const bool isShort = size < kIndexBlockBytes;
+  if (isShort) {
+    std::copy_n(text, size, copy.end() - size);
+  }
+  const char* const lastBlock = isShort ? copy.data() : text + size - kIndexBlockBytes;
   std::uint64_t carry = 0;  // all ones when the block begins in a string
   for (std::size_t from = 0; from < size; from += kIndexBlockBytes) {
-    const std::size_t length = size - from < kIndexBlockBytes ? size - from : kIndexBlockBytes;
-    const std::uint64_t within = ~std::uint64_t{0} >> (kIndexBlockBytes - length);
-    const BlockBits bits = classify(text + from, within);
-    const std::uint64_t inStrings = bits.odd ^ carry;
-    if (((bits.backslashes | (bits.others & ~inStrings)) & within) != 0) {
+    const std::size_t left = size - from;
+    const std::size_t before = left < kIndexBlockBytes ? kIndexBlockBytes - left : 0;
+    const BlockBits bits = classify(before == 0 ? text + from : lastBlock);
+    const std::uint64_t inStrings = parities(bits.quotes >> before) ^ carry;
+    if ((bits.backslashes >> before | (bits.others >> before & ~inStrings)) != 0) {
       return {from, carry != 0};
     }
-    index[from / kIndexBlockBytes] = bits.structure & ~inStrings & within;
-    carry = 0 - (inStrings >> (length - 1) & 1U);
-  }
-  if (size % kIndexBlockBytes == 0) {
-    index[size / kIndexBlockBytes] = 0;  // the block after the text, which readers look at too
+    index[from / kIndexBlockBytes] = bits.structure >> before & ~inStrings;
+    carry = 0 - (inStrings >> (kIndexBlockBytes - 1));
   }
   return {size, carry != 0};
 }
 
 PlainFront indexPortably(const char* text, std::size_t size, IndexBlock* index) {
-  return indexPlain<classifyPortably>(text, size, index);
+  return indexPlain<classifyPortably, paritiesPortably>(text, size, index);
 }
 
 #if defined(__x86_64__)
@@ -67,14 +78,6 @@ PlainFront indexPortably(const char* text, std::size_t size, IndexBlock* index) 
 // Compared as signed numbers, the bytes from 0x80 on are below the space too.
 constexpr char kBracketBit = 0x20;
 constexpr char kAfterSpace = 0x21;
-
-/// The carry-less product with all ones has in every bit the parity of the bits
-/// up to it.
-[[gnu::target("pclmul")]] inline std::uint64_t parities(std::uint64_t bits) {
-  const __m128i factor = _mm_cvtsi64_si128(static_cast<long long>(bits));
-  const __m128i product = _mm_clmulepi64_si128(factor, _mm_set1_epi8(-1), 0);
-  return static_cast<std::uint64_t>(_mm_cvtsi128_si64(product));
-}
 
 [[gnu::target("avx2")]] inline __m256i equal(__m256i bytes, char wanted) {
   return _mm256_cmpeq_epi8(bytes, _mm256_set1_epi8(wanted));
@@ -97,19 +100,24 @@ constexpr char kAfterSpace = 0x21;
       _mm256_or_si256(equal(bytes, 0x7F), _mm256_cmpgt_epi8(_mm256_set1_epi8(kAfterSpace), bytes)));
 }
 
-[[gnu::target("avx2,bmi,pclmul")]] inline BlockBits classifyAvx2(const char* block,
-                                                                 std::uint64_t within) {
+[[gnu::target("avx2,bmi")]] inline BlockBits classifyAvx2(const char* block) {
   const auto* const halves = reinterpret_cast<const __m256i*>(block);
   const __m256i low = _mm256_loadu_si256(halves);
   const __m256i high = _mm256_loadu_si256(halves + 1);
-  return {parities(bitsOf(equal(low, '"'), equal(high, '"')) & within),
-          bitsOf(structureOf(low), structureOf(high)), bitsOf(equal(low, '\\'), equal(high, '\\')),
-          bitsOf(othersOf(low), othersOf(high))};
+  return {bitsOf(equal(low, '"'), equal(high, '"')), bitsOf(structureOf(low), structureOf(high)),
+          bitsOf(equal(low, '\\'), equal(high, '\\')), bitsOf(othersOf(low), othersOf(high))};
+}
+
+/// The carry-less product with all ones.
+[[gnu::target("avx2,pclmul")]] inline std::uint64_t paritiesAvx2(std::uint64_t bits) {
+  const __m128i factor = _mm_cvtsi64_si128(static_cast<long long>(bits));
+  const __m128i product = _mm_clmulepi64_si128(factor, _mm_set1_epi8(-1), 0);
+  return static_cast<std::uint64_t>(_mm_cvtsi128_si64(product));
 }
 
 [[gnu::target("avx2,bmi,pclmul")]] PlainFront indexAvx2(const char* text, std::size_t size,
                                                         IndexBlock* index) {
-  return indexPlain<classifyAvx2>(text, size, index);
+  return indexPlain<classifyAvx2, paritiesAvx2>(text, size, index);
 }
 
 const bool hasAvx2 = static_cast<bool>(__builtin_cpu_supports("avx2")) &&

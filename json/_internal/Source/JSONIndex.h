@@ -12,19 +12,19 @@ namespace json_detail {
 using IndexBlock = std::uint64_t;
 inline constexpr std::size_t kIndexBlockBytes = 64;
 
-/// How many blocks a text has; at least one.
-constexpr std::size_t indexBlocks(std::size_t textSize) { return textSize / kIndexBlockBytes + 1; }
+/// How many blocks a text has.
+constexpr std::size_t indexBlocks(std::size_t textSize) {
+  return (textSize + kIndexBlockBytes - 1) / kIndexBlockBytes;
+}
 
-/// How far a text is plain: without escapes and, outside its strings, without
-/// white space, comments and bytes that end it. Compacting leaves that part as
-/// it is.
+/// How far a text is plain: without escapes and, outside its strings, without white space, comments
+/// and bytes that end it. Compacting leaves that part as it is.
 struct PlainFront {
   std::size_t size;  // whole blocks, or all of the text
   bool endsInString;
 };
 
 /// Indexes a text that is yet to be compacted as far as it is plain.
-/// kIndexBlockBytes bytes after the text must be readable, whatever they are.
 PlainFront indexPlainFront(const char* text, std::size_t size, IndexBlock* index);
 
 /// The implementations of indexPlainFront() that this processor can run, the

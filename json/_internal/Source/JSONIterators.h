@@ -7,10 +7,9 @@
 
 class JSONNode;
 
-/// A place among the children of an array or object, for the standard
-/// algorithms: random access, `Node` being JSONNode or const JSONNode. It stays
-/// valid as long as nothing is added to or taken from the container; after an
-/// erase, the same place holds the child that followed.
+/// A place among the children of an array or object, for the standard algorithms: random access,
+/// `Node` being JSONNode or const JSONNode. It stays valid as long as nothing is added to or taken
+/// from the container; after an erase, the same place holds the child that followed.
 template <typename Node>
 class JSONIterator {
  public:

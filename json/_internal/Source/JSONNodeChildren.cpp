@@ -88,8 +88,7 @@ JSONNode JSONNode::pop_back_nocase(std::string_view name) {
   return takeOut(slot == nullptr ? size() : indexOf(slot));
 }
 
-// A place is remembered by its number, because the copy made on write has other
-// slots.
+// A place is remembered by its number, because the copy made on write has other slots.
 unsigned int JSONNode::indexOf(JSONNode* const* place) const {
   const std::less<> before;  // total, also for places in other containers
   JSONNode** const first = firstSlot(*internal);

@@ -21,8 +21,7 @@ class JSONOutput {
   JSONOutput& operator=(JSONOutput&&) = delete;
   ~JSONOutput() { release(); }
 
-  /// Room for that many bytes, behind what was written. Who fills it says so
-  /// with advance().
+  /// Room for that many bytes, behind what was written. Who fills it says so with advance().
   [[nodiscard]] char* room(std::size_t bytes) {
     if (static_cast<std::size_t>(limit - at) < bytes) {
       grow(bytes);

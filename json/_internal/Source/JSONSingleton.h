@@ -2,21 +2,35 @@
 
 #include <string>
 
-// The texts every part of the library shares. Each is built on first use, once,
-// also when several threads get there together, and lives until the process
-// exits.
+// The texts every part of the library shares. Each is built on first use, once, also when several
+// threads get there together, and lives until the process exits.
 
-/// "true"
-const std::string& jsonSingletonCONST_TRUE();
-/// "false"
-const std::string& jsonSingletonCONST_FALSE();
-/// "null"
-const std::string& jsonSingletonCONST_NULL();
+namespace json_detail {
+
+template <char... Characters>
+const std::string& sharedText() {
+  static const std::string built{Characters...};
+  return built;
+}
+
+}  // namespace json_detail
+
+inline const std::string& jsonSingletonCONST_TRUE() {
+  return json_detail::sharedText<'t', 'r', 'u', 'e'>();
+}
+inline const std::string& jsonSingletonCONST_FALSE() {
+  return json_detail::sharedText<'f', 'a', 'l', 's', 'e'>();
+}
+inline const std::string& jsonSingletonCONST_NULL() {
+  return json_detail::sharedText<'n', 'u', 'l', 'l'>();
+}
 /// The empty text, for values of the standard string type.
-const std::string& jsonSingletonEMPTY_STD_STRING();
+inline const std::string& jsonSingletonEMPTY_STD_STRING() { return json_detail::sharedText<>(); }
 /// The empty text, for the library's own texts.
-const std::string& jsonSingletonEMPTY_JSON_STRING();
+inline const std::string& jsonSingletonEMPTY_JSON_STRING() { return json_detail::sharedText<>(); }
 /// The line break of formatted output.
-const std::string& jsonSingletonNEW_LINE();
+inline const std::string& jsonSingletonNEW_LINE() { return json_detail::sharedText<'\n'>(); }
 /// What opens a one-line comment in formatted output.
-const std::string& jsonSingletonSINGLELINE_COMMENT();
+inline const std::string& jsonSingletonSINGLELINE_COMMENT() {
+  return json_detail::sharedText<'/', '/'>();
+}

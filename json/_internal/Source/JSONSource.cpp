@@ -15,20 +15,14 @@ namespace {
 constexpr std::size_t kFirstBodies = 1024;  // bytes
 constexpr std::size_t kLargestPiece = std::size_t{1} << 20U;
 
-constexpr std::size_t roundedUp(std::size_t size, std::size_t unit) {
-  return (size + unit - 1) / unit * unit;
-}
-
 }  // namespace
 
 JSONSource::JSONSource(std::size_t capacity) {
   if (capacity > std::numeric_limits<std::uint32_t>::max()) {
     throw std::bad_alloc();
   }
-  // The index is made by whole blocks of the text, so that as many bytes after
-  // it are readable.
   const std::size_t indexAt =
-      sizeof(Block) + roundedUp(capacity + kIndexBlockBytes, alignof(IndexBlock));
+      sizeof(Block) + (capacity + sizeof(IndexBlock) - 1) / sizeof(IndexBlock) * sizeof(IndexBlock);
   const std::size_t bodiesAt = indexAt + indexBlocks(capacity) * sizeof(IndexBlock);
   const std::size_t size = std::max(bodiesAt + kFirstBodies, JSONPage::kSize);
   char* const memory =

@@ -16,16 +16,14 @@ struct TextFacts {
   bool holdsHiddenQuotes = false;  // an escaped quote has become a backslash and 0x01
 };
 
-/// The memory of one parsed document: its compacted text, the text's index, and
-/// the bodies that are split out of it once, whose texts are slices of it. A
-/// handle on a reference-counted block (plain count: one thread at a time, as
-/// the whole tree); everything goes together with the last handle.
+/// The memory of one parsed document: its compacted text, the text's index, and the bodies that are
+/// split out of it once, whose texts are slices of it. A handle on a reference-counted block (plain
+/// count: one thread at a time, as the whole tree); everything goes together with the last handle.
 class JSONSource {
  public:
   JSONSource() = default;
-  /// Room for `capacity` bytes of text, to be filled through data() and closed
-  /// with setText(). A capacity of 4 GiB or more is refused with
-  /// std::bad_alloc.
+  /// Room for `capacity` bytes of text, to be filled through data() and closed with setText(). A
+  /// capacity of 4 GiB or more is refused with std::bad_alloc.
   explicit JSONSource(std::size_t capacity);
   JSONSource(const JSONSource& other) noexcept : block(other.block) {
     if (block != nullptr) {
@@ -56,8 +54,7 @@ class JSONSource {
   /// Room for the index of a text of the capacity.
   [[nodiscard]] IndexBlock* index() const { return block->index; }
 
-  /// Memory for a `T` that lives no longer than the source; it is not given
-  /// back before.
+  /// Memory for a `T` that lives no longer than the source; it is not given back before.
   template <typename T>
   [[nodiscard]] void* allocate() const {
     static_assert(alignof(T) <= alignof(void*) && sizeof(T) % alignof(void*) == 0);
@@ -73,8 +70,7 @@ class JSONSource {
     Piece* previous;
     std::size_t size;
   };
-  /// The front of the block. The text comes next, then its index, then the
-  /// first bodies.
+  /// The front of the block. The text comes next, then its index, then the first bodies.
   struct Block {
     std::size_t references = 1;
     std::size_t memorySize = 0;  // of this block, all in all

@@ -14,46 +14,38 @@ namespace json_detail {
 
 // Stage two of parsing: a compacted text tells its parts, as slices of itself.
 
-/// Walks over the bytes that give a text its structure: , : { } [ ] outside
-/// strings. The text begins outside strings; one that is not closed hides all
-/// that is left. This walk goes by the index of the source that the text is a
-/// slice of.
+/// Walks over the bytes that give a text its structure: , : { } [ ] outside strings. The text
+/// begins outside strings; one that is not closed hides all that is left. This walk goes by the
+/// index of the source that the text is a slice of.
 class IndexedStructure {
  public:
-  IndexedStructure(const JSONSource& source, std::string_view text) {
+  IndexedStructure(const JSONSource& source, std::string_view text)
+      : end(text.data() + text.size()) {
     const auto start = static_cast<std::size_t>(text.data() - source.data());
-    const std::size_t end = start + text.size();
     block = source.index() + start / kIndexBlockBytes;
-    lastBlock = source.index() + end / kIndexBlockBytes;
     bytes = source.data() + start / kIndexBlockBytes * kIndexBlockBytes;
-    withinLast = (std::uint64_t{1} << end % kIndexBlockBytes) - 1;
-    open();
-    bits &= ~std::uint64_t{0} << start % kIndexBlockBytes;
+    bits = *block & ~std::uint64_t{0} << start % kIndexBlockBytes;
   }
 
   /// The next of these bytes, or null when there is none.
   const char* next() {
     while (bits == 0) {
-      if (block == lastBlock) {
+      bytes += kIndexBlockBytes;
+      if (bytes >= end) {
         return nullptr;
       }
-      ++block;
-      bytes += kIndexBlockBytes;
-      open();
+      bits = *++block;
     }
     const char* const found = bytes + std::countr_zero(bits);
     bits &= bits - 1;
-    return found;
+    return found < end ? found : nullptr;
   }
 
  private:
-  void open() { bits = block == lastBlock ? *block & withinLast : *block; }
-
+  const char* end;
   const IndexBlock* block;
-  const IndexBlock* lastBlock;
-  const char* bytes;         // that the block is about
-  std::uint64_t withinLast;  // the bits of the last block that are the text's
-  std::uint64_t bits = 0;    // what is left of the block
+  const char* bytes;   // that the block is about
+  std::uint64_t bits;  // what is left of the block
 };
 
 /// The same walk for a text without an index: looks at every byte.
@@ -114,9 +106,8 @@ inline bool isEnclosed(std::string_view text, char open, char close) {
   return text.size() >= 2 && text.front() == open && text.back() == close;
 }
 
-/// Gives the texts of the name and of the value of every member of an object's
-/// text to `take(name, value)`, the name without its closing quote. False when
-/// a member has no colon.
+/// Gives the texts of the name and of the value of every member of an object's text to `take(name,
+/// value)`, the name without its closing quote. False when a member has no colon.
 template <typename Structure, typename Take>
 [[gnu::always_inline]] inline bool splitNode(std::string_view text, Structure structure,
                                              Take take) {
@@ -126,8 +117,7 @@ template <typename Structure, typename Take>
     if (colon == nullptr) {
       return false;
     }
-    // Up to the byte before the colon, whatever it is. There may be none: then
-    // the name is empty.
+    // Up to the byte before the colon, whatever it is. There may be none: then the name is empty.
     const std::string_view name = between(start, colon > start ? colon - 1 : start);
     const char* const comma = nextRelevant<','>(structure);
     take(name, between(colon + 1, comma != nullptr ? comma : end));
@@ -170,8 +160,7 @@ std::string commentText(std::string_view runs);
 /// The type code of a value that is no string; JSON_NULL when it is malformed.
 char typeOfOther(std::string_view value);
 
-/// The type code of a value by its first byte and its last; JSON_NULL when it
-/// is malformed.
+/// The type code of a value by its first byte and its last; JSON_NULL when it is malformed.
 inline char typeOf(std::string_view value) {
   return isEnclosed(value, '"', '"') ? JSON_STRING : typeOfOther(value);  // most are strings
 }

@@ -34,6 +34,23 @@ bool takeComments(std::string_view& text) {
   return true;
 }
 
+/// What follows an opening bracket: parts with commas between, or none, and the closing bracket.
+template <typename Part>
+bool takeList(std::string_view& text, unsigned int depth, std::string_view close, Part takePart) {
+  if (depth > JSONValidator::kMaxDepth) {
+    return false;
+  }
+  if (take(text, close)) {
+    return true;
+  }
+  do {
+    if (!takeComments(text) || !takePart(text, depth)) {
+      return false;
+    }
+  } while (take(text, ","));
+  return take(text, close);
+}
+
 bool takeRoot(std::string_view& text) {
   if (!takeComments(text)) {
     return false;
@@ -66,33 +83,13 @@ bool JSONValidator::isValidRoot(std::string_view text) { return takeRoot(text) &
 bool JSONValidator::isValidPartialRoot(std::string_view text) { return takeRoot(text); }
 
 bool JSONValidator::isValidObject(std::string_view& text, unsigned int depth) {
-  if (depth > kMaxDepth) {
-    return false;
-  }
-  if (take(text, "}")) {
-    return true;
-  }
-  do {
-    if (!takeComments(text) || !take(text, "\"") || !isValidNamedObject(text, depth)) {
-      return false;
-    }
-  } while (take(text, ","));
-  return take(text, "}");
+  return takeList(text, depth, "}", [](std::string_view& member, unsigned int at) {
+    return take(member, "\"") && isValidNamedObject(member, at);
+  });
 }
 
 bool JSONValidator::isValidArray(std::string_view& text, unsigned int depth) {
-  if (depth > kMaxDepth) {
-    return false;
-  }
-  if (take(text, "]")) {
-    return true;
-  }
-  do {
-    if (!takeComments(text) || !isValidMember(text, depth)) {
-      return false;
-    }
-  } while (take(text, ","));
-  return take(text, "]");
+  return takeList(text, depth, "]", isValidMember);
 }
 
 bool JSONValidator::isValidNamedObject(std::string_view& text, unsigned int depth) {

@@ -2,16 +2,14 @@
 
 #include <string_view>
 
-/// Strict checks of compacted text (see JSONWorker::RemoveWhiteSpace()), which
-/// JSONWorker::parse() does not apply: values are strings, numbers (as
-/// NumberToString::isNumeric() has it), "true", "false", "null", objects and
-/// arrays; names are strings; escapes are complete. Comment runs may stand
-/// where the parser looks for them.
+/// Strict checks of compacted text (see JSONWorker::RemoveWhiteSpace()), which JSONWorker::parse()
+/// does not apply: values are strings, numbers (as NumberToString::isNumeric() has it), "true",
+/// "false", "null", objects and arrays; names are strings; escapes are complete. Comment runs may
+/// stand where the parser looks for them.
 ///
-/// Each check takes its part from the front of `text` and returns true, or
-/// returns false and leaves `text` somewhere before the fault. `depth` counts
-/// the containers around the part; text nested deeper than kMaxDepth is not
-/// valid, so that no text can exhaust the stack.
+/// Each check takes its part from the front of `text` and returns true, or returns false and leaves
+/// `text` somewhere before the fault. `depth` counts the containers around the part; text nested
+/// deeper than kMaxDepth is not valid, so that no text can exhaust the stack.
 class JSONValidator {
  public:
   static constexpr unsigned int kMaxDepth = 512;

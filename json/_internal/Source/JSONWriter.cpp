@@ -43,22 +43,9 @@ std::string makeIndent(unsigned int level) {
 }
 
 /// A line break and the indentation after it; nothing in the compact form.
-void appendLineStart(unsigned int level, JSONOutput& output) {
-  if (level != internalJSONNode::kNotFormatted) {
-    output.append(jsonSingletonNEW_LINE());
-    output.append(makeIndent(level));
-  }
-}
-
-/// What stands between two children: a comma and, in the indented form, the
-/// start of a line.
-std::string separatorAt(unsigned int level) {
-  std::string separator = ",";
-  if (level != internalJSONNode::kNotFormatted) {
-    separator += jsonSingletonNEW_LINE();
-    separator += makeIndent(level);
-  }
-  return separator;
+std::string lineStart(unsigned int level) {
+  return level == internalJSONNode::kNotFormatted ? ""
+                                                  : jsonSingletonNEW_LINE() + makeIndent(level);
 }
 
 void appendComment(std::string_view text, JSONOutput& output) {
@@ -113,7 +100,7 @@ void internalJSONNode::WriteComment(unsigned int level, JSONOutput& output) cons
   if (level == kNotFormatted || lines.empty()) {
     return;
   }
-  appendLineStart(level, output);
+  output.append(lineStart(level));
   if (lines.find('\n') == std::string_view::npos) {
     output.append(jsonSingletonSINGLELINE_COMMENT());
     output.append(lines);
@@ -121,15 +108,15 @@ void internalJSONNode::WriteComment(unsigned int level, JSONOutput& output) cons
     output.append("/*");
     for (bool more = true; more;) {
       const std::size_t length = std::min(lines.find('\n'), lines.size());
-      appendLineStart(level + 1, output);
+      output.append(lineStart(level + 1));
       appendComment(lines.substr(0, length), output);
       more = length < lines.size();
       lines.remove_prefix(more ? length + 1 : length);
     }
-    appendLineStart(level, output);
+    output.append(lineStart(level));
     output.append("*/");
   }
-  appendLineStart(level, output);  // the value stands on a line of its own
+  output.append(lineStart(level));  // the value stands on a line of its own
 }
 
 void internalJSONNode::DumpRawString(JSONOutput& output) const {
@@ -196,13 +183,11 @@ void internalJSONNode::WriteChildren(unsigned int level, JSONOutput& output) {
   std::vector<Open> outer;
   Open current{this, 0};
   unsigned int childLevel = formatted ? level + 1 : kNotFormatted;
-  std::string separator = separatorAt(childLevel);
+  std::string separator = "," + lineStart(childLevel);
   for (;;) {
     jsonChildren& siblings = *current.body->children;
     if (current.next == siblings.size) {
-      if (formatted) {
-        appendLineStart(childLevel - 1, output);
-      }
+      output.append(lineStart(formatted ? childLevel - 1 : kNotFormatted));
       if (outer.empty()) {
         return;
       }
@@ -210,7 +195,7 @@ void internalJSONNode::WriteChildren(unsigned int level, JSONOutput& output) {
       current = outer.back();
       outer.pop_back();
       childLevel -= formatted ? 1 : 0;
-      separator = separatorAt(childLevel);
+      separator = "," + lineStart(childLevel);
       continue;
     }
     // The first child has no comma in front.
@@ -221,7 +206,7 @@ void internalJSONNode::WriteChildren(unsigned int level, JSONOutput& output) {
       outer.push_back(current);
       current = {&child, 0};
       childLevel += formatted ? 1 : 0;
-      separator = separatorAt(childLevel);
+      separator = "," + lineStart(childLevel);
     }
   }
 }

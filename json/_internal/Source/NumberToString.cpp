@@ -1,6 +1,5 @@
 #include "json/_internal/Source/NumberToString.h"
 
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
@@ -13,8 +12,7 @@ using json_detail::isDigit;
 bool isSign(char c) { return c == '+' || c == '-'; }
 bool isExponent(char c) { return c == 'e' || c == 'E'; }
 
-/// Digits with at most one "." and one exponent; the flags tell which of them
-/// was seen already.
+/// Digits with at most one "." and one exponent; the flags tell which of them was seen already.
 bool isDecimalRest(std::string_view text, bool sawPoint, bool sawExponent) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     const char c = text[i];
@@ -97,22 +95,4 @@ bool NumberToString::isNumericOther(std::string_view text) {
 double NumberToString::_atofLong(std::string_view text) {
   const std::string terminated(text);
   return std::strtod(terminated.c_str(), nullptr);
-}
-
-long long NumberToString::nearestLimit(double value) {
-  if (std::isnan(value)) {
-    return 0;
-  }
-  return value > 0 ? std::numeric_limits<long long>::max() : std::numeric_limits<long long>::min();
-}
-
-unsigned long long NumberToString::truncateUnsigned(double value) {
-  constexpr double kLimit = 0x1p64;
-  if (std::isnan(value) || value <= 0) {
-    return 0;
-  }
-  if (value >= kLimit) {
-    return std::numeric_limits<unsigned long long>::max();
-  }
-  return static_cast<unsigned long long>(value);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <concepts>
 #include <cstddef>
 #include <limits>
@@ -47,14 +48,19 @@ class NumberToString {
     return static_cast<double>(value);
   }
 
-  /// Truncation toward zero. What no long long can hold becomes the nearest
-  /// limit, NaN becomes 0.
-  static long long truncate(double value) {
-    constexpr double kLimit = 0x1p63;  // the first value beyond long long
-    return value >= -kLimit && value < kLimit ? static_cast<long long>(value) : nearestLimit(value);
+  /// Truncation toward zero. What the type cannot hold becomes the nearest limit, NaN becomes 0.
+  template <std::integral T>
+  static T truncate(double value) {
+    using Limits = std::numeric_limits<T>;
+    // Halved, because a double cannot be one more than the largest value.
+    if (value / 2 >= static_cast<double>(Limits::max() / 2 + 1)) {
+      return Limits::max();
+    }
+    if (value < static_cast<double>(Limits::min())) {
+      return Limits::min();
+    }
+    return std::isnan(value) ? 0 : static_cast<T>(value);
   }
-  /// The same for unsigned long long: negative values become 0.
-  static unsigned long long truncateUnsigned(double value);
 
   /// The digits of one integer, in a buffer of their own.
   class Digits {
@@ -95,5 +101,4 @@ class NumberToString {
   }
   static bool isNumericOther(std::string_view text);
   static double _atofLong(std::string_view text);
-  static long long nearestLimit(double value);
 };

@@ -24,8 +24,7 @@ inline constexpr bool kMemoryIsReused = false;
 inline constexpr bool kMemoryIsReused = true;
 #endif
 
-/// Tells the sanitizer that nothing may touch these bytes until their block is
-/// released.
+/// Tells the sanitizer that nothing may touch these bytes until their block is released.
 inline void forbidUse([[maybe_unused]] const void* bytes, [[maybe_unused]] std::size_t size) {
 #ifdef JSON_UNDER_ADDRESS_SANITIZER
   ASAN_POISON_MEMORY_REGION(bytes, size);

@@ -43,8 +43,7 @@ internalJSONNode* internalJSONNode::newInternal(char type) {
   const auto code = static_cast<unsigned char>(type);
   JSONNode owner = JSONNodeAccess::adopt(newStandalone(code <= JSON_NODE ? code : JSON_NULL, true));
   internalJSONNode& body = JSONNodeAccess::body(owner);
-  // Empty values are written as valid JSON: an empty number is 0, an empty bool
-  // is false.
+  // Empty values are written as valid JSON: an empty number is 0, an empty bool is false.
   switch (body.type) {
     case JSON_NULL:
       body.text.borrow(jsonSingletonCONST_NULL());
@@ -214,7 +213,7 @@ void internalJSONNode::Cast(char newType) {
       break;
     case JSON_NUMBER: {
       const double number = numericValue();
-      const long long whole = NumberToString::truncate(number);
+      const long long whole = NumberToString::truncate<long long>(number);
       if (!std::isfinite(number)) {
         Cast(JSON_NULL);  // JSON has no number for it
       } else if (static_cast<double>(whole) == number) {

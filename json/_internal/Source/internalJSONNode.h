@@ -18,10 +18,9 @@
 #include "json/_internal/Source/NumberToString.h"
 #include "json/_internal/Source/Sanitizer.h"
 
-/// The body behind one or more JSONNode handles: a value, its name and, for
-/// arrays and objects, its children. Made by newInternal(), ended by
-/// deleteInternal(); handles count their shares in it. A body made by the
-/// parser keeps its source text until its content is first needed (Fetch()).
+/// The body behind one or more JSONNode handles: a value, its name and, for arrays and objects, its
+/// children. Made by newInternal(), ended by deleteInternal(); handles count their shares in it. A
+/// body made by the parser keeps its source text until its content is first needed (Fetch()).
 class internalJSONNode {
  public:
   /// The level that selects the compact form when writing.
@@ -36,12 +35,10 @@ class internalJSONNode {
 
   /// A new, empty body of a type, with one share.
   static internalJSONNode* newInternal(char type);
-  /// A named scalar. The text is copied; it is escaped when it is written if
-  /// this is a string.
+  /// A named scalar. The text is copied; it is escaped when it is written if this is a string.
   static internalJSONNode* newScalar(char type, std::string_view name, std::string_view text,
                                      double value);
-  /// A value of a type that a parser found: name and value are slices of the
-  /// text of `source`.
+  /// A value of a type that a parser found: name and value are slices of the text of `source`.
   static JSONNode newParsed(char type, std::string_view name, std::string_view value,
                             const json_detail::JSONSource& source, Home home);
   /// A deep copy with one share: every child of every level is copied too.
@@ -76,12 +73,10 @@ class internalJSONNode {
       FetchNow();
     }
   }
-  /// Splits the text of an object or array into children, or makes the body
-  /// null.
+  /// Splits the text of an object or array into children, or makes the body null.
   void FetchNode(std::string_view whole);
   void FetchArray(std::string_view whole);
-  /// Makes the value null. Children built before stay in memory but are not
-  /// reachable.
+  /// Makes the value null. Children built before stay in memory but are not reachable.
   void Nullify();
 
   void Set(std::string_view newText);
@@ -100,27 +95,26 @@ class internalJSONNode {
   /// Turns the value into another type; see JSONNode::cast().
   void Cast(char newType);
 
-  /// The child's handle slot, or null when there is none or this is no
-  /// container.
+  /// The child's handle slot, or null when there is none or this is no container.
   JSONNode** at(std::string_view key);
   JSONNode** at_nocase(std::string_view key);
   JSONNode* at(unsigned int index);
 
-  /// Appends a handle that shares the child's body. Does nothing on a body that
-  /// is no container.
+  /// Appends a handle that shares the child's body. Does nothing on a body that is no container.
   void push_back(JSONNode&& child);
   void push_front(JSONNode&& child);
 
-  /// The text: a string's characters, a number as it was written, "true",
-  /// "false", "null"; empty for arrays and objects. Valid until the body
-  /// changes.
+  /// The text: a string's characters, a number as it was written, "true", "false", "null"; empty
+  /// for arrays and objects. Valid until the body changes.
   std::string_view AsText() {
     Fetch();
     return text.view();
   }
   explicit operator bool();
-  explicit operator long long() { return NumberToString::truncate(numericValue()); }
-  explicit operator unsigned long long();
+  explicit operator long long() { return NumberToString::truncate<long long>(numericValue()); }
+  explicit operator unsigned long long() {
+    return NumberToString::truncate<unsigned long long>(numericValue());
+  }
   explicit operator long double() { return numericValue(); }
 
   /// Same type, name and value, and equal children in the same order. Numbers
@@ -173,7 +167,6 @@ class internalJSONNode {
   void becomeContainer(unsigned char newType);
 
   void FetchNow();
-  void FetchString();
   void NewNode(std::string_view childName, std::string_view childValue, std::string_view comments);
   template <typename Split>
   void split(std::string_view whole, char open, char close, Split splitBy);
@@ -190,8 +183,7 @@ class internalJSONNode {
   internalJSONNode* nextEnded = nullptr;  // among those whose children are still to be released
 };
 
-/// A body in memory of its own, with room for the usual name and the usual
-/// text.
+/// A body in memory of its own, with room for the usual name and the usual text.
 struct internalJSONNode::Standalone : internalJSONNode {
   Standalone(unsigned char bodyType, bool isFetched, std::string_view bodyName = {},
              std::string_view bodyText = {}, json_detail::JSONSource from = {}) noexcept

@@ -1,5 +1,4 @@
-// Fetching: how a body that the parser made turns its source text into children
-// or characters.
+// Fetching: how a body that the parser made turns its source text into children or characters.
 
 #include "json/_internal/Source/JSONEscapes.h"
 #include "json/_internal/Source/JSONStructure.h"
@@ -25,25 +24,19 @@ namespace {
 
 }  // namespace
 
-inline void internalJSONNode::FetchString() {
-  text.dropEnds();  // the quotes
-  textEncoded = source.facts().mayHoldEscapes && unescape(text);
-}
-
 void internalJSONNode::FetchNow() {
   switch (type) {
     case JSON_STRING:
-      FetchString();
+      text.dropEnds();  // the quotes
+      textEncoded = source.facts().mayHoldEscapes && unescape(text);
       break;
     case JSON_NUMBER:
       value = NumberToString::_atof(text.view());
       break;
     case JSON_ARRAY:
-      FetchArray(text.view());
-      break;
+      return FetchArray(text.view());
     default:
-      FetchNode(text.view());
-      break;
+      return FetchNode(text.view());
   }
   fetched = true;
 }
@@ -70,7 +63,9 @@ void internalJSONNode::FetchNow() {
 
 template <typename Split>
 void internalJSONNode::split(std::string_view whole, char open, char close, Split splitBy) {
-  children->releaseAll();  // of an earlier attempt that ran out of memory
+  if (children->size != 0) {
+    children->releaseAll();  // of an earlier attempt that ran out of memory
+  }
   if (!json_detail::isEnclosed(whole, open, close)) {
     Nullify();
     return;
@@ -82,6 +77,7 @@ void internalJSONNode::split(std::string_view whole, char open, char close, Spli
                                 : splitBy(json_detail::ScannedStructure(afterOpening)));
   if (isWhole) {
     text.clear();
+    fetched = true;
   } else {
     Nullify();
   }

@@ -11,7 +11,7 @@ JSONNode** internalJSONNode::at(std::string_view key) {
     return nullptr;
   }
   for (JSONNode*& child : *children) {
-    if (json_detail::equalBytes(JSONNodeAccess::body(*child).name.view(), key)) {
+    if (JSONNodeAccess::body(*child).name.view() == key) {
       return &child;
     }
   }
@@ -55,10 +55,6 @@ internalJSONNode::operator bool() {
     default:
       return value != 0;
   }
-}
-
-internalJSONNode::operator unsigned long long() {
-  return NumberToString::truncateUnsigned(numericValue());
 }
 
 bool internalJSONNode::AreEqualNoCase(std::string_view left, std::string_view right) {
