@@ -5,11 +5,14 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "json/_internal/Source/internalJSONNode.h"
 #include "json/json.h"
 
 namespace {
+
+using namespace std::string_literals;
 
 JSONNode numbers(int first, int last) {
   JSONNode list(JSON_ARRAY);
@@ -77,81 +80,128 @@ TEST(Iterators, WalkBothWays) {
   EXPECT_TRUE(scalar.begin() == scalar.end());
 }
 
-TEST(Erase, LeavesTheFollowingChildAtThePlace) {
-  JSONNode list = numbers(0, 9);
-  const auto told = [&list](auto place) { return place->as_string() + " in " + list.write(); };
-  EXPECT_EQ(told(list.erase(list.begin() + 2)), "3 in [0,1,3,4,5,6,7,8,9]");
-  EXPECT_EQ(told(list.erase(list.begin() + 1, list.begin() + 4)), "5 in [0,5,6,7,8,9]");
-  EXPECT_EQ(told(list.erase(list.rbegin())), "8 in [0,5,6,7,8]");
-  EXPECT_EQ(told(list.erase(list.rbegin() + 1, list.rbegin() + 3)), "5 in [0,5,8]");
-  EXPECT_EQ(list.erase(list.end(), list.end()), list.end());
-  auto behind = list.erase(list.end() - 1);
-  EXPECT_EQ(behind, list.end());
-  JSONNode other = numbers(1, 2);
-  EXPECT_THROW(list.erase(list.end()), std::out_of_range);
-  EXPECT_THROW(list.erase(list.rend()), std::out_of_range);
-  EXPECT_THROW(list.erase(list.end(), list.begin()), std::out_of_range);
-  EXPECT_THROW(list.erase(other.begin()), std::out_of_range);
-  // A place found before the body was shared still names the same child.
-  const auto place = list.begin() + 1;
-  const JSONNode copy = list;
-  behind = list.erase(place);
-  EXPECT_EQ(behind, list.end());
-  EXPECT_EQ(copy.write() + list.write(), "[0,5][0]");
+template <typename Place>
+std::string told(Place place) {
+  return place->name() + place->as_string() + ' ';
 }
 
-TEST(Insert, PutsRangesInTheOrderOfThePlace) {
-  const JSONNode from = numbers(1, 3);
-  JSONNode list;
-  const auto fresh = [&list]() -> JSONNode& { return list = numbers(7, 8); };
-  const auto told = [&list](auto place) { return place->as_string() + " in " + list.write(); };
-  EXPECT_EQ(told(fresh().insert(list.begin() + 1, from.begin(), from.end())), "1 in [7,1,2,3,8]");
-  EXPECT_EQ(told(fresh().insert(list.begin() + 1, from.rbegin(), from.rend())), "3 in [7,3,2,1,8]");
-  EXPECT_EQ(told(fresh().insert(list.rbegin() + 1, from.begin(), from.end())), "1 in [7,3,2,1,8]");
-  EXPECT_EQ(told(fresh().insert(list.rbegin() + 1, from.rbegin(), from.rend())),
-            "3 in [7,1,2,3,8]");
-  EXPECT_EQ(told(fresh().insert(list.rbegin() + 1, from[1U])), "2 in [7,2,8]");
-  EXPECT_EQ(told(fresh().insert(list.rend(), from[0U])), "1 in [1,7,8]");
-  EXPECT_EQ(told(fresh().insert(list.begin() + 1, list.begin(), list.end())), "7 in [7,7,8,8]");
-  EXPECT_THROW(list.insert(list.begin(), from.end(), from.begin()), std::out_of_range);
-  JSONNode scalar("n", 1);
-  EXPECT_THROW(scalar.insert(scalar.begin(), from[0U]), std::out_of_range);
+std::size_t shares(const JSONNode& node) { return JSONNodeAccess::body(node).refcount; }
+
+// What an operation does to a node, the place it returns in front, and that the other handle of the
+// same body sees nothing of it.
+TEST(Operations, ChangeThisHandleOnly) {
+  using N = JSONNode;
+  static const N from = numbers(7, 9);
+  const std::string text = R"({"a":1,"B":2,"b":3,"l":[true]})";
+  struct Row {
+    std::string (*change)(N&);
+    std::string result;
+  };
+  const Row rows[] = {
+      {[](N& n) { return n.push_back(N("x", 4)), ""s; }, R"({"a":1,"B":2,"b":3,"l":[true],"x":4})"},
+      {[](N& n) { return n.push_front(N("x/", "y/")), ""s; },
+       R"({"x\/":"y\/","a":1,"B":2,"b":3,"l":[true]})"},
+      {[](N& n) { return n.set_name("x"), n.name(); }, "x" + text},
+      {[](N& n) { return n.set_comment("x"), n.get_comment(); }, "x" + text},
+      {[](N& n) { return n.reserve(100), ""s; }, text},
+      {[](N& n) { return n.cast(JSON_ARRAY), ""s; }, "[1,2,3,[true]]"},
+      {[](N& n) { return n.pop_back("b").as_string(); }, R"(3{"a":1,"B":2,"l":[true]})"},
+      {[](N& n) { return n.pop_back_nocase("b").as_string(); }, R"(2{"a":1,"b":3,"l":[true]})"},
+      {[](N& n) { return n.pop_back(3U).name(); }, R"(l{"a":1,"B":2,"b":3})"},
+      {[](N& n) { return n["a"].set_name("x"), ""s; }, R"({"x":1,"B":2,"b":3,"l":[true]})"},
+      {[](N& n) { return n[0U].set_name("x"), ""s; }, R"({"x":1,"B":2,"b":3,"l":[true]})"},
+      {[](N& n) { return n.at("a").set_name("x"), ""s; }, R"({"x":1,"B":2,"b":3,"l":[true]})"},
+      {[](N& n) { return n.at(0U).set_name("x"), ""s; }, R"({"x":1,"B":2,"b":3,"l":[true]})"},
+      {[](N& n) { return n.at_nocase("b").set_name("x"), ""s; },
+       R"({"a":1,"x":2,"b":3,"l":[true]})"},
+      {[](N& n) { return n.find("b")->set_name("x"), ""s; }, R"({"a":1,"B":2,"x":3,"l":[true]})"},
+      {[](N& n) { return n.find_nocase("b")->cast(JSON_NULL), ""s; },
+       R"({"a":1,"B":null,"b":3,"l":[true]})"},
+      {[](N& n) { return n.rbegin()->cast(JSON_NULL), ""s; }, R"({"a":1,"B":2,"b":3,"l":null})"},
+      {[](N& n) { return told(n.erase(n.begin())); }, R"(B2 {"B":2,"b":3,"l":[true]})"},
+      {[](N& n) { return told(n.erase(n.begin() + 1, n.begin() + 3)); }, R"(l {"a":1,"l":[true]})"},
+      {[](N& n) { return told(n.erase(n.rbegin())); }, R"(b3 {"a":1,"B":2,"b":3})"},
+      {[](N& n) { return told(n.erase(n.rbegin() + 1, n.rbegin() + 3)); },
+       R"(a1 {"a":1,"l":[true]})"},
+      {[](N& n) {
+         const auto after = n.erase(n.end() - 1);
+         return after == n.end() ? ""s : "not the end";
+       },
+       R"({"a":1,"B":2,"b":3})"},
+      {[](N& n) { return n.erase(n.end(), n.end()) == n.end() ? ""s : "not the end"; }, text},
+      {[](N& n) { return told(n.insert(n.begin() + 1, from.begin(), from.end())); },
+       R"(7 {"a":1,"":7,"":8,"":9,"B":2,"b":3,"l":[true]})"},
+      {[](N& n) { return told(n.insert(n.begin() + 1, from.rbegin(), from.rend())); },
+       R"(9 {"a":1,"":9,"":8,"":7,"B":2,"b":3,"l":[true]})"},
+      {[](N& n) { return told(n.insert(n.rbegin() + 1, from.begin(), from.end())); },
+       R"(7 {"a":1,"B":2,"b":3,"":9,"":8,"":7,"l":[true]})"},
+      {[](N& n) { return told(n.insert(n.rbegin() + 1, from.rbegin(), from.rend())); },
+       R"(9 {"a":1,"B":2,"b":3,"":7,"":8,"":9,"l":[true]})"},
+      {[](N& n) { return told(n.insert(n.end(), N("x", 4))); },
+       R"(x4 {"a":1,"B":2,"b":3,"l":[true],"x":4})"},
+      {[](N& n) { return told(n.insert(n.rend(), N("x", 4))); },
+       R"(x4 {"x":4,"a":1,"B":2,"b":3,"l":[true]})"},
+      {[](N& n) { return told(n.insert(n.begin() + 1, n.begin(), n.begin() + 2)); },
+       R"(a1 {"a":1,"a":1,"B":2,"B":2,"b":3,"l":[true]})"},
+      {[](N& n) {
+         N others[] = {numbers(5, 6), N("n", 1), N(JSON_NODE)};
+         const N sharer = others[0];
+         N* const list[] = {&others[0], nullptr, &others[1], &others[2], &n};
+         n.merge(5, list);
+         return others[0].write() + sharer.write() + others[1].as_string();
+       },
+       R"([][5,6]1{"a":1,"B":2,"b":3,"l":[true],"":5,"":6})"},
+      {[](N& n) {
+         N other = numbers(5, 6);
+         other.merge(&n);
+         return other.write();
+       },
+       "[5,6,1,2,3,[true]]{}"},
+  };
+  for (const Row& row : rows) {
+    JSONNode node = JSONWorker::parse(text);
+    const JSONNode copy = node;
+    EXPECT_EQ(node.size() + shares(node), 4U + 2U);  // reading shares on
+    const std::string place = row.change(node);
+    EXPECT_EQ(place + node.write(), row.result) << &row - rows;
+    EXPECT_EQ(copy.write() + copy.name() + copy.get_comment(), text) << &row - rows;
+    EXPECT_EQ(shares(copy) + shares(std::as_const(copy)[3U]), 2U) << &row - rows;  // a deep copy
+  }
+  // A node may be appended to a copy of itself.
+  JSONNode node = numbers(1, 2);
+  node.push_back(node);
+  EXPECT_EQ(node.write(), "[1,2,[1,2]]");
 }
 
-TEST(TakingOut, ReturnsTheChild) {
-  JSONNode node = JSONWorker::parse(R"({"a":1,"B":2,"b":3,"c":4})");
-  EXPECT_EQ(node.pop_back("b").as_int(), 3);
-  EXPECT_EQ(node.pop_back_nocase("b").as_int(), 2);
-  EXPECT_EQ(node.pop_back(1U).name(), "c");
-  EXPECT_THROW(node.pop_back(1U), std::out_of_range);
-  EXPECT_THROW(node.pop_back("b"), std::out_of_range);
-  EXPECT_THROW(node.pop_back_nocase("b"), std::out_of_range);
-  node.push_front(JSONNode("z", 0));
-  EXPECT_EQ(node.write(), R"({"z":0,"a":1})");
+TEST(Operations, RefusePlacesThatAreNotTheirs) {
+  using N = JSONNode;
+  static N other = numbers(1, 2);
+  void (*const refused[])(N&) = {
+      [](N& n) { n.erase(n.end()); },
+      [](N& n) { n.erase(n.rend()); },
+      [](N& n) { n.erase(n.end(), n.begin()); },
+      [](N& n) { n.erase(other.begin()); },
+      [](N& n) { n.insert(n.begin(), other.end(), other.begin()); },
+      [](N& n) { n[0U].insert(n[0U].begin(), other[0U]); },
+      [](N& n) { n.pop_back(2U); },
+      [](N& n) { n.pop_back("x"); },
+      [](N& n) { n.pop_back_nocase("x"); },
+  };
+  for (const auto& change : refused) {
+    JSONNode list = numbers(1, 2);
+    EXPECT_THROW(change(list), std::out_of_range) << &change - refused;
+    EXPECT_EQ(list.write(), "[1,2]");
+  }
   JSONNode scalar("n", 1);
-  scalar.push_back(node);
-  scalar.push_front(node);
+  scalar.push_back(other);
+  scalar.push_front(other);
   EXPECT_EQ(scalar.as_string(), "1");
-}
-
-TEST(Merge, MovesTheChildrenAndSparesWhoSharesThem) {
-  JSONNode target = JSONWorker::parse(R"({"a":1})");
-  JSONNode one = JSONWorker::parse(R"({"a":2,"b":3})");
-  const JSONNode sharer = one;
-  target.merge(one);
-  EXPECT_EQ(target.write(), R"({"a":1,"a":2,"b":3})");
-  EXPECT_EQ(one.write(), "{}");
-  EXPECT_EQ(sharer.write(), R"({"a":2,"b":3})");
-  JSONNode two = numbers(5, 6);
-  JSONNode scalar("n", 1);
-  JSONNode* const list[] = {&two, nullptr, &scalar, &target};
-  target.merge(4, list);
-  EXPECT_EQ(target.write(), R"({"a":1,"a":2,"b":3,"":5,"":6})");
-  EXPECT_EQ(scalar.as_int(), 1);
-  JSONNode twin = numbers(1, 2);
-  JSONNode other = twin;
-  twin.merge(&other);
-  EXPECT_EQ(twin.write() + other.write(), "[1,2,1,2][]");
+  // A place found before the body was shared still names the same child.
+  const auto place = other.begin() + 1;
+  const JSONNode copy = other;
+  const auto after = other.erase(place);
+  EXPECT_EQ(after, other.end());
+  EXPECT_EQ(copy.write() + other.write(), "[1,2][1]");
 }
 
 }  // namespace

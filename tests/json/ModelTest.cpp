@@ -12,23 +12,6 @@
 
 namespace {
 
-std::size_t shares(const JSONNode& node) { return JSONNodeAccess::body(node).refcount; }
-
-TEST(CopyOnWrite, CountsSharesAndCopiesOnTheFirstChange) {
-  JSONNode first = JSONWorker::parse(R"({"a":{"b":1},"c":[2]})");
-  JSONNode second = first;
-  EXPECT_EQ(&JSONNodeAccess::body(first), &JSONNodeAccess::body(second));
-  EXPECT_EQ(first.size(), 2U);  // reading shares on
-  EXPECT_EQ(shares(second), 2U);
-
-  second["a"].push_back(JSONNode("x", 9));
-  EXPECT_EQ(shares(first), 1U);
-  EXPECT_EQ(shares(second), 1U);
-  EXPECT_EQ(first.write(), R"({"a":{"b":1},"c":[2]})");
-  EXPECT_EQ(second.write(), R"({"a":{"b":1,"x":9},"c":[2]})");
-  EXPECT_EQ(shares(std::as_const(first)["c"]), 1U);  // the copy is deep
-}
-
 TEST(CopyOnWrite, TakesEveryFieldOfEveryBody) {
   JSONNode tree = JSONWorker::parse(R"({"n":12.5, /*why*/ "s":"a\u00e9/"})");
   EXPECT_EQ(tree["n"].as_int() + static_cast<long>(tree["s"].as_string().size()), 15);
@@ -51,52 +34,6 @@ TEST(Moves, LeaveTreesThatCanBeDestroyed) {
     return left.as_int() < right.as_int();
   });
   EXPECT_EQ(taken.write(), "[1,2,3]");
-}
-
-TEST(CopyOnWrite, ProtectsTheParentFromTheFirstHandle) {
-  JSONNode child(JSON_NODE);
-  JSONNode parent(JSON_NODE);
-  parent.push_back(child);
-  EXPECT_EQ(shares(child), 2U);
-  child.push_back(JSONNode("late", 1));
-  EXPECT_EQ(parent.write(), R"({"":{}})");
-  EXPECT_EQ(shares(child), 1U);
-  // A node may be appended to a copy of itself.
-  child.push_back(child);
-  EXPECT_EQ(child.write(), R"({"late":1,"":{"late":1}})");
-}
-
-TEST(CopyOnWrite, HoldsForEveryOperationThatCanChange) {
-  using Change = void (*)(JSONNode&);
-  const Change changes[] = {
-      [](JSONNode& n) { n.push_back(JSONNode("x", 1)); },
-      [](JSONNode& n) { n.push_front(JSONNode("x", 1)); },
-      [](JSONNode& n) { n.set_name("x"); },
-      [](JSONNode& n) { n.set_comment("x"); },
-      [](JSONNode& n) { n.cast(JSON_ARRAY); },
-      [](JSONNode& n) { n.pop_back("b"); },
-      [](JSONNode& n) { n.pop_back_nocase("B"); },
-      [](JSONNode& n) { n.pop_back(0U); },
-      [](JSONNode& n) { n.erase(n.begin()); },
-      [](JSONNode& n) { n.erase(n.rbegin(), n.rend()); },
-      [](JSONNode& n) { n.insert(n.end(), JSONNode("x", 1)); },
-      [](JSONNode& n) { n.reserve(100); },
-      [](JSONNode& n) { n["a"].set_name("x"); },
-      [](JSONNode& n) { n[0U].set_name("x"); },
-      [](JSONNode& n) { n.at("a").set_name("x"); },
-      [](JSONNode& n) { n.at_nocase("A").set_name("x"); },
-      [](JSONNode& n) { n.find("a")->set_name("x"); },
-      [](JSONNode& n) { n.begin()->set_name("x"); },
-      [](JSONNode& n) { JSONNode(JSON_NODE).merge(n); },
-  };
-  for (const Change change : changes) {
-    JSONNode node = JSONWorker::parse(R"({"a":1,"b":[true]})");
-    const JSONNode copy = node;
-    change(node);
-    EXPECT_EQ(copy.write(), R"({"a":1,"b":[true]})") << &change - changes;
-    EXPECT_EQ(copy.name() + copy.get_comment(), "");
-    EXPECT_EQ(shares(copy), 1U) << &change - changes;
-  }
 }
 
 TEST(Lifetime, OfAMemberIsItsOwn) {
