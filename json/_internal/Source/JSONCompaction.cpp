@@ -1,7 +1,6 @@
 #include "json/_internal/Source/JSONCompaction.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "json/_internal/Source/ByteScan.h"
 #include "json/_internal/Source/CharacterClass.h"

@@ -33,7 +33,7 @@ char Hex(std::string_view text, std::size_t& position) {
 
 // One byte, on purpose: no UTF-8 is made of the code, and the first two digits are ignored. The
 // writer escapes byte by byte, so what it wrote comes back as it was.
-char UTF8(std::string_view text, std::size_t& position) {
+char lowByte(std::string_view text, std::size_t& position) {
   position += 2;
   return Hex(text, position);
 }
@@ -42,7 +42,7 @@ char SpecialChar(std::string_view text, std::size_t& position) {
   const std::size_t left = text.size() - position;
   const char letter = text[position];
   if (letter == 'u') {
-    return left < 5 ? '\0' : UTF8(text, position);
+    return left < 5 ? '\0' : lowByte(text, position);
   }
   // One byte more than the escape needs, on purpose, here and for octal: at the very end of a
   // string these forms give a zero byte, and their digits stay as characters.

@@ -13,17 +13,20 @@
 
 class internalJSONNode;
 
-/// A JSON value (RFC 8259) with its name: a handle on a shared body.
+/// A JSON value (RFC 8259) with its name: a handle on a shared body. Strings are bytes: "\u20ac"
+/// gives its low byte, and each byte is escaped alone.
 ///
-/// Copying a node copies a pointer. The first change through a handle whose body others share gives
-/// this handle a deep copy of its own (copy-on-write), so a copy never sees a change made through
-/// another. Members and elements keep the order in which they were added; a name may occur more
-/// than once, and lookup finds the first.
+/// Copying a node copies a pointer. The first use through a handle that can change a body which
+/// others share (also non-const [], at, find, begin and end) gives this handle a deep copy of its
+/// own (copy-on-write), so a copy never sees a change made through another. Members and elements
+/// keep the order in which they were added; a name may occur more than once, and lookup finds the
+/// first.
 ///
 /// A parsed tree is decoded lazily: an object is split into members when it is first searched, a
 /// value is decoded when it is first read. A value that turns out to be malformed then reads as
-/// null. So reading may change the tree inside, also through a const node: a tree, and all that
-/// shares bodies with it, belongs to one thread at a time.
+/// null. So reading may change the tree inside, also through a const node: all that comes from one
+/// text (copies, duplicates, children taken out) shares its memory and belongs to one thread at a
+/// time.
 ///
 /// Nodes that were moved from may only be assigned to or destroyed, and so may a tree with such a
 /// child: take children out with pop_back(). A node must not be put below itself. References and
@@ -56,7 +59,7 @@ class JSONNode {
   template <JSONInteger T>
   JSONNode(std::string_view name, T value)
       : JSONNode(name, static_cast<double>(value), NumberToString::Digits(value).view()) {}
-  /// A named number; its text has six decimals.
+  /// A named number, which must be finite; its text has six decimals.
   JSONNode(std::string_view name, long double value);
   JSONNode(std::string_view name, double value) : JSONNode(name, static_cast<long double>(value)) {}
   JSONNode(std::string_view name, float value) : JSONNode(name, static_cast<long double>(value)) {}
@@ -80,7 +83,7 @@ class JSONNode {
     }
   }
 
-  /// Handles that trees keep one by one; a pair.
+  /// A handle in memory of its own, as containers keep them; each needs one deleteJSONNode().
   static JSONNode* newJSONNode(JSONNode&& node) {
     return json_detail::FreeList<JSONNode>::make(std::move(node));
   }
@@ -88,7 +91,7 @@ class JSONNode {
     json_detail::FreeList<JSONNode>::destroy(node);
   }
 
-  /// A deep copy that shares nothing with this tree, made now rather than at the first change.
+  /// A deep copy that shares no body with this tree, made now rather than at the first change.
   [[nodiscard]] JSONNode duplicate() const;
 
   // --- what it is --------------------------------------------------------------------------------
@@ -96,10 +99,11 @@ class JSONNode {
   /// The type code, JSON_NULL to JSON_NODE. A parsed value tells its type
   /// without being decoded and may become JSON_NULL then.
   [[nodiscard]] char type() const;
-  /// The member name; empty for elements and roots.
+  /// The member name; empty for parsed elements and roots. What is pushed into an array keeps its
+  /// name: it counts in ==, but is not written.
   [[nodiscard]] std::string name() const;
   void set_name(std::string_view name);
-  /// The comment that stood in front of the value, its lines joined by "\n".
+  /// The comment that stood in front of the member, element or root, its lines joined by "\n".
   [[nodiscard]] std::string get_comment() const;
   void set_comment(std::string_view comment);
   /// The number of children; 0 for anything but arrays and objects.
@@ -116,7 +120,7 @@ class JSONNode {
   /// "true", "false", "null"; empty for arrays and objects.
   [[nodiscard]] std::string as_string() const;
   /// The value as an integer: numbers and numeric strings truncated toward zero ("12abc" is 12),
-  /// true 1, everything else 0. What 64 bits cannot hold becomes the nearest limit, NaN 0.
+  /// true 1, else 0. What 64 bits cannot hold becomes the nearest limit, NaN 0. Exact up to 2^53.
   [[nodiscard]] long as_int() const;
   /// The value as a number: as as_int(), not truncated.
   [[nodiscard]] double as_float() const;
@@ -232,7 +236,8 @@ class JSONNode {
 
   /// The tree as one line of JSON without white space; empty for anything but an array or object.
   /// Parts of a parsed tree that were never read come out as they came in, without white space and
-  /// comments. Every byte of a string outside printable ASCII is written as "\u00XX".
+  /// comments. Every byte outside printable ASCII of a string that was set, or read and had
+  /// escapes, is written as "\u00XX".
   /// @param reserve  the expected length in bytes; not a limit
   [[nodiscard]] std::string write(std::size_t reserve = 0) const;
   /// The same with line breaks ("\n") and one tab of indentation per level.

@@ -2,7 +2,7 @@
 
 #include <concepts>
 
-/// The type codes of a value.
+/// The type codes of a value: containers last, objects highest.
 inline constexpr char JSON_NULL = 0;
 inline constexpr char JSON_STRING = 1;
 inline constexpr char JSON_NUMBER = 2;

@@ -2,10 +2,10 @@
 
 #include <string_view>
 
-/// Strict checks of compacted text (see JSONWorker::RemoveWhiteSpace()), which JSONWorker::parse()
-/// does not apply: values are strings, numbers (as NumberToString::isNumeric() has it), "true",
-/// "false", "null", objects and arrays; names are strings; escapes are complete. Comment runs may
-/// stand where the parser looks for them.
+/// Stricter checks of compacted text (see JSONWorker::RemoveWhiteSpace()), which
+/// JSONWorker::parse() does not apply: values are strings, numbers (as NumberToString::isNumeric()
+/// has it, so not quite RFC 8259), "true", "false", "null", objects and arrays; names are strings;
+/// escapes are complete. Comment runs may stand where the parser looks for them.
 ///
 /// Each check takes its part from the front of `text` and returns true, or returns false and leaves
 /// `text` somewhere before the fault. `depth` counts the containers around the part; text nested

@@ -1,6 +1,5 @@
 #include "json/_internal/Source/JSONWorker.h"
 
-#include <cstring>
 #include <stdexcept>
 
 #include "json/_internal/Source/JSONCompaction.h"

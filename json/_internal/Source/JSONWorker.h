@@ -12,26 +12,27 @@
 ///
 /// Parsing is lenient. One pass compacts the text (white space dropped, comments turned into
 /// "#...#" runs, an escaped quote hidden as backslash and 0x01); then only the shape of the root is
-/// checked. Members and elements are split out when the container is first searched, and what is
-/// malformed below the root becomes null when it is read.
+/// checked. Members and elements are split out when the container is first searched, by position:
+/// what is malformed below the root mostly becomes null when it is read, and a comment anywhere but
+/// in front of a member, an element or the root is part of what stands beside it.
 class JSONWorker {
  public:
   /// The root of a text. Throws std::invalid_argument (no message) unless the text, without white
   /// space and leading comments, is enclosed in {} or []. Bytes that cannot be part of JSON cut the
   /// text off before that check. Zero bytes within strings are ordinary bytes.
   static JSONNode parse(std::string_view text);
-  /// The same for text that is compact already.
+  /// The same for a text as RemoveWhiteSpace(text, true) gives it.
   static JSONNode parse_unformatted(std::string_view text);
 
-  /// The compacted text. With `escapeQuotes`, an escaped quote is hidden, so
-  /// that every double quote left is a delimiter.
+  /// The compacted text. With `escapeQuotes`, an escaped quote is hidden, so that every double
+  /// quote left outside comments is a delimiter.
   static json_detail::JSONSource RemoveWhiteSpace(std::string_view text, bool escapeQuotes);
   /// The root of the compacted bytes [begin, end) of `source`.
   static JSONNode _parse_unformatted(const char* begin, const char* end,
                                      const json_detail::JSONSource& source);
 
   /// Splits the compacted text of an object or array, a slice of the parent's source, into children
-  /// of `parent`; nullifies the parent when the text has no such parts.
+  /// of `parent`, a parsed container of that type; nullifies it when the text has no such parts.
   static void DoNode(internalJSONNode& parent, std::string_view text);
   static void DoArray(internalJSONNode& parent, std::string_view text);
 

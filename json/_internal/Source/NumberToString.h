@@ -10,7 +10,7 @@
 #include <string_view>
 #include <type_traits>
 
-/// Numbers as text, and text as numbers.
+/// Numbers as text, and text as numbers, in the "C" numeric locale, which the process must keep.
 class NumberToString {
  public:
   /// Decimal digits of a signed integer, "-" in front when negative. Also right
@@ -30,7 +30,7 @@ class NumberToString {
   static std::string _ftoa(long double value);
 
   /// Whether a bare value is a number. Wider than the standard on purpose: a
-  /// leading "+", octal- and hexadecimal-looking texts, ".5" and "1." pass.
+  /// leading "+", octal- and hexadecimal-looking texts, ".5", "1.", "." and "0e+" pass.
   static bool isNumeric(std::string_view text) {
     return isExactInteger(text) || isNumericOther(text);
   }

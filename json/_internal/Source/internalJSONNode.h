@@ -98,6 +98,7 @@ class internalJSONNode {
   /// The child's handle slot, or null when there is none or this is no container.
   JSONNode** at(std::string_view key);
   JSONNode** at_nocase(std::string_view key);
+  /// The child's handle, or null.
   JSONNode* at(unsigned int index);
 
   /// Appends a handle that shares the child's body. Does nothing on a body that is no container.

@@ -6,14 +6,13 @@
 
 namespace {
 
-/// Undoes the escapes of a text, which is only copied when there are some.
-/// Returns whether there were. Seldom needed, and kept out of what is.
-[[gnu::noinline]] bool unescape(json_detail::JSONText& text) {
-  if (text.view().find('\\') == std::string_view::npos) {
-    return false;
-  }
+bool hasEscape(std::string_view text) { return text.find('\\') != std::string_view::npos; }
+
+/// Makes a text the characters of an escaped one. Returns whether there were escapes. Seldom
+/// needed, and kept out of what is.
+[[gnu::noinline]] bool unescape(json_detail::JSONText& text, std::string_view escaped) {
   bool hadEscape = false;
-  const std::string characters = json_detail::unescaped(text.view(), hadEscape);
+  const std::string characters = json_detail::unescaped(escaped, hadEscape);
   text.assign(characters);
   return hadEscape;
 }
@@ -27,8 +26,12 @@ namespace {
 void internalJSONNode::FetchNow() {
   switch (type) {
     case JSON_STRING:
-      text.dropEnds();  // the quotes
-      textEncoded = source.facts().mayHoldEscapes && unescape(text);
+      // The quotes go last: where memory runs out, the next attempt meets them again.
+      if (source.facts().mayHoldEscapes && hasEscape(text.view())) {
+        textEncoded = unescape(text, text.view().substr(1, text.view().size() - 2));
+      } else {
+        text.dropEnds();
+      }
       break;
     case JSON_NUMBER:
       value = NumberToString::_atof(text.view());
@@ -51,9 +54,9 @@ void internalJSONNode::FetchNow() {
   // any number of times while the document lives.
   JSONNode child = newParsed(json_detail::typeOf(childValue), childName, childValue, source, home);
   internalJSONNode& body = JSONNodeAccess::body(child);
-  if (source.facts().mayHoldEscapes) {
-    unescape(body.name);  // nameEncoded stays false: a parsed name is written
-                          // back as it is
+  if (source.facts().mayHoldEscapes && hasEscape(body.name.view())) {
+    // nameEncoded stays false: a name that had escapes is written without them from now on.
+    unescape(body.name, body.name.view());
   }
   if (!comments.empty()) {
     setComment(body.comment, comments);
