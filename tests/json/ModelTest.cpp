@@ -2,9 +2,8 @@
 #include <malloc.h>
 
 #include <algorithm>
-#include <functional>
+#include <future>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include "json/_internal/Source/internalJSONNode.h"
@@ -16,19 +15,17 @@ TEST(CopyOnWrite, TakesEveryFieldOfEveryBody) {
   JSONNode tree = JSONWorker::parse(R"({"n":12.5, /*why*/ "s":"a\u00e9/"})");
   EXPECT_EQ(tree["n"].as_int() + static_cast<long>(tree["s"].as_string().size()), 15);
   tree.push_back(JSONNode("q/", "x/y"));
-  const std::string text = tree.write_formatted();
   JSONNode copy = tree;
   copy.set_name("other");
-  EXPECT_EQ(copy.write_formatted(), text);
-  EXPECT_NE(text.find("//why"), std::string::npos) << text;
-  EXPECT_NE(text.find(R"("q\/" : "x\/y")"), std::string::npos) << text;
+  EXPECT_EQ(copy.write_formatted(),
+            "{\n\t\"n\" : 12.5,\n\t\n\t//why\n\t\"s\" : \"a\\u00E9\\/\",\n"
+            "\t\"q\\/\" : \"x\\/y\"\n}");
   EXPECT_EQ(copy["n"].as_float(), 12.5);
 }
 
 TEST(Moves, LeaveTreesThatCanBeDestroyed) {
   JSONNode tree = JSONWorker::parse(R"({"a":{"b":[3,1,2]},"c":2})");
   JSONNode taken = std::move(tree["a"]);
-  EXPECT_EQ(taken.write(), R"({"b":[3,1,2]})");
   taken = std::move(taken["b"]);
   std::sort(taken.begin(), taken.end(), [](const JSONNode& left, const JSONNode& right) {
     return left.as_int() < right.as_int();
@@ -80,18 +77,16 @@ TEST(Equality, IsAboutTypesNamesValuesAndOrder) {
 }
 
 TEST(Threads, MayEachHaveTheirOwnTrees) {
-  const auto work = [](std::string& written) {
+  const auto work = [] {
+    std::string written;
     for (int i = 0; i != 100; ++i) {
       JSONNode tree = JSONWorker::parse(R"([{"q":"\""},[4,[5]]])");
       written = tree[0U].duplicate().write() + tree.write_formatted();
     }
+    return written;
   };
-  std::string here;
-  std::string there;
-  std::thread other(work, std::ref(there));
-  work(here);
-  other.join();
-  EXPECT_EQ(here, there);
+  auto there = std::async(std::launch::async, work);
+  EXPECT_EQ(work(), there.get());
 }
 
 // What is split out of copies must not pile up in the memory of the document they came from.

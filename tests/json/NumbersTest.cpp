@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "json/json.h"
@@ -97,11 +98,7 @@ TEST(Constructors, GiveEveryValueItsText) {
 }
 
 TEST(Casts, GoByWhatTheValueReadsAs) {
-  struct Case {
-    char type;
-    std::vector<std::string> rows;
-  };
-  const std::vector<Case> cases{
+  const std::vector<std::pair<char, std::vector<std::string>>> cases{
       {JSON_STRING, {R"(1.50 -> "1.50")", R"(true -> "true")"}},
       {JSON_NUMBER, {R"("12abc" -> 12)", R"("2.5" -> 2.500000)", "true -> 1"}},
       {JSON_NUMBER, {R"("nan" -> null)", R"("inf" -> null)"}},
@@ -111,12 +108,12 @@ TEST(Casts, GoByWhatTheValueReadsAs) {
       {JSON_NULL, {"[1] -> null"}},
       {char{77}, {"5 -> null"}},
   };
-  for (const Case& c : cases) {
-    for (const std::string& row : c.rows) {
+  for (const auto& [type, rows] : cases) {
+    for (const std::string& row : rows) {
       const std::string text = "[" + textOf(row) + "]";
       JSONNode node = JSONWorker::parse(text);
       const JSONNode untouched = node;
-      node[0U].cast(c.type);
+      node[0U].cast(type);
       EXPECT_EQ(node.write(), "[" + row.substr(row.find(kTo) + kTo.size()) + "]") << row;
       EXPECT_EQ(untouched.write(), JSONWorker::parse(text).duplicate().write());
     }

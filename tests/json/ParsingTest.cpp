@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "json/json.h"
@@ -30,45 +31,36 @@ std::string told(const JSONNode& node) {
   return (comment.empty() ? "" : '<' + comment + '>') + text;
 }
 
-std::string refusal(JSONNode (*parse)(std::string_view), const std::string& text) {
+template <JSONNode (*Parse)(std::string_view)>
+std::string parsed(const std::string& text) {
   try {
-    return told(parse(text));
+    return told(Parse(text));
   } catch (const std::invalid_argument& fault) {
     return "refused"s + fault.what();
   }
 }
 
-/// Texts that all tell the same.
+/// Texts of which a function makes the same.
 struct Case {
   std::vector<std::string> texts;
-  std::string told;
+  std::string result;
 };
 
-void expectTold(const std::vector<Case>& cases) {
+template <typename Function>
+void expectEach(Function function, const std::vector<Case>& cases) {
   for (const Case& c : cases) {
     for (const std::string& text : c.texts) {
-      EXPECT_EQ(told(JSONWorker::parse(text)), c.told) << text;
+      EXPECT_EQ(function(text), c.result) << text;
     }
   }
 }
 
-TEST(Root, MustBeEnclosedInMatchingBrackets) {
-  for (const char* text : {"", " ", "\"x\"", "42", "null", "{", "[", "}", "{]", "[}", "{}{"}) {
-    EXPECT_EQ(refusal(JSONWorker::parse, text), "refused") << text;
-  }
-  for (const char* text : {"{\"a\":1} trailing", "x{}", "#only a comment", "/*c*/", "/*open {}",
-                           "#a#b{}", "{}//c", "{\"a\":1}/*c*/", "\xEF{}", "[\"a]\\"}) {
-    EXPECT_EQ(refusal(JSONWorker::parse, text), "refused") << text;
-  }
-  for (const char* text : {" {}", "#", ""}) {
-    EXPECT_EQ(refusal(JSONWorker::parse_unformatted, text), "refused") << text;
-  }
-  EXPECT_EQ(told(JSONWorker::parse_unformatted(R"({"a":"b\n"})")), "{a=\"b\n\"}");
-}
-
-// The quotes of names are removed by position, whatever stands there.
-TEST(Objects, AreSplitByPositionAndLeniently) {
-  expectTold({
+TEST(Parsing, RefusesARootWithoutMatchingBracketsAndIsLenientBelow) {
+  const std::vector<Case> cases{
+      {{"", " ", "\"x\"", "42", "null", "{", "[", "}", "{]", "[}", "{}{"}, "refused"},
+      {{"{\"a\":1} trailing", "x{}", "\xEF{}", "[\"a]\\"}, "refused"},
+      {{"#only a comment", "/*c*/", "/*open {}", "#a#b{}", "{}//c", "{\"a\":1}/*c*/"}, "refused"},
+      // Objects: the quotes of names are removed by position, whatever stands there.
       {{"{}", "{ }"}, "{}"},
       {{"  {\"a\" : 1}  ", "{\"a\":1}\xC3\xB1", "{xay:1}"}, "{a=1}"},
       {{R"({"a":1,"a":2})"}, "{a=1,a=2}"},
@@ -82,11 +74,7 @@ TEST(Objects, AreSplitByPositionAndLeniently) {
       {{R"({,"a":1})"}, "{\"a=1}"},
       {{R"({"a"\:1})"}, "{a\"=1}"},
       {{"{\"a\":\"x\0y\"}"s}, "{a=\"x\0y\"}"s},
-  });
-}
-
-TEST(Arrays, AreSplitLeniently) {
-  expectTold({
+      // Arrays.
       {{"[]", "[ ]"}, "[]"},
       {{"[1,,2]"}, "[1,null,2]"},
       {{"[1,]"}, "[1,null]"},
@@ -95,23 +83,15 @@ TEST(Arrays, AreSplitLeniently) {
       {{R"(["a,b","a:b",[1,[2]]])"}, R"(["a,b","a:b",[1,[2]]])"},
       {{"[1:2]", R"([1,"a":2])"}, "null"},
       {{"[1]2]", "[1]:2]", "[[1}]", "[\"]", "[\"a]", "[{]", "[[]"}, "[null]"},
-  });
-}
-
-TEST(Values, TellTheirTypeByTheirFirstByte) {
-  expectTold({
+      // Values tell their type by their first byte.
       {{"[null,Null,nul,NULL,n]", "[1a,x,-,08,~]"}, "[null,null,null,null,null]"},
       {{"[true,True,tru,truex]"}, "[true,null,null,null]"},
       {{"[false,False,fals,falsex]"}, "[false,null,null,null]"},
       {{"[1.50,007,-0,+5,0x1F,.5,1e5]"}, "[1.50,007,-0,+5,0x1F,.5,1e5]"},
       {{R"(["a"b,"a""b"])"}, "[null,\"a\"\"b\"]"},
       {{"[[1]x,{}x]"}, "[null,null]"},
-  });
-}
-
-// A colon or a "#" in a comment is not told from one outside.
-TEST(Comments, AreKeptInFrontOfValuesOnly) {
-  expectTold({
+      // Comments stay in front of values only; a colon or a "#" in one is not told from
+      // one outside.
       {{"/*c*/{\"a\":1}", "#c\n{\"a\":1}"}, "<c>{a=1}"},
       {{"//a\n#b\n/*c\nd*/[]"}, "<a\nb\nc\nd>[]"},
       {{"/**//*b*/[]"}, "<\nb>[]"},
@@ -120,7 +100,21 @@ TEST(Comments, AreKeptInFrontOfValuesOnly) {
       {{"{/*a:b*/\"k\":1}"}, "{=null}"},
       {{"{\"k\":1,/*c*/}", "[/*a:b*/1]"}, "null"},
       {{"[/*a#b*/1]"}, "[<a>null]"},
-  });
+      // Strings.
+      {{R"({"a":"\u00e9","b":"x\"y"})"}, "{a=\"\xE9\",b=\"x\"y\"}"},
+      {{R"({"a\"\u0041":"\u20AC"})"}, "{a\"A=\"\xAC\"}"},
+      {{"{/*c#a\\b*/x:1}"}, "{\b#=<c>1}"},  // an escape in a comment that ends too early
+  };
+  expectEach(parsed<JSONWorker::parse>, cases);
+  expectEach(parsed<JSONWorker::parse_unformatted>,
+             {{{" {}", "#", ""}, "refused"}, {{R"({"a":"b\n"})"}, "{a=\"b\n\"}"}});
+}
+
+std::string unescaped(const std::string& text) {
+  bool hadEscape = true;
+  std::string result = JSONWorker::FixString(text, hadEscape);
+  EXPECT_EQ(hadEscape, !text.empty()) << text;
+  return result;
 }
 
 TEST(Strings, AreUnescapedByteByByte) {
@@ -140,43 +134,99 @@ TEST(Strings, AreUnescapedByteByByte) {
       {{"\\\\\\n\\\\n"}, "\\\n\\n"},
       {{""}, ""},
   };
-  for (const Case& c : cases) {
-    for (const std::string& text : c.texts) {
-      bool hadEscape = true;
-      EXPECT_EQ(JSONWorker::FixString(text, hadEscape), c.told) << text;
-      EXPECT_EQ(hadEscape, !text.empty()) << text;
+  expectEach(unescaped, cases);
+}
+
+std::string compacted(const std::string& text) {
+  return std::string(JSONWorker::RemoveWhiteSpace(text, true).view());
+}
+
+TEST(Compaction, KeepsWhatMattersAndCutsTheTextAtWhatCannotBeJson) {
+  const std::vector<Case> cases{
+      {{"", " \t\r\n"}, ""},
+      {{" \t\r\n{ \"a b\" : [~ !\\] }\n"}, "{\"a b\":[~!\\]}"},
+      // Strings: nothing is filtered, a quote behind a backslash is hidden.
+      {{"[\"\", \"\x01\x1F\x7F\xC3\xB1 \t\n#/*\"]"}, "[\"\",\"\x01\x1F\x7F\xC3\xB1 \t\n#/*\"]"},
+      {{"[\"a\0b\" ]"s}, "[\"a\0b\"]"s},
+      {{R"( ["x\"y\\"])"}, "[\"x\\\x01y\\\\\"]"},
+      {{R"(["\\\"\n"])"}, "[\"\\\\\\\x01\\n\"]"},
+      // Comments become marked runs.
+      {{"{/* a * b /c*/}"}, "{# a * b /c#}"},
+      {{"[1,//x y\n2]", "[1,#x y\n2]"}, "[1,#x y#2]"},
+      {{"[ #x\r\n /*\xC3\xB1 \" */ ]"}, "[#x\r##\xC3\xB1 \" #]"},
+      {{"/**//***/[]//end"}, "###*#[]#end#"},
+      {{"[]#", "[]//", "[]/*"}, "[]##"},
+      // Cut off.
+      {{"[1]\x01[2]", "[1]\0[2]"s, "[1]\xC3\xB1", "[1]/", "[1]/2"}, "[1]"},
+      {{"[1\x7F]", "[1/2]"}, "[1"},
+      {{"[\"open ]"}, "[\"open ]"},
+      {{"[\"open\\"}, "[\"open\\"},
+      {{"[\"open\\\""}, "[\"open\\\x01"},
+      {{"[1]/* open"}, "[1]# open#"},
+      {{"[1]/* open *"}, "[1]# open *#"},
+  };
+  expectEach(compacted, cases);
+  EXPECT_EQ(JSONWorker::RemoveWhiteSpace(R"([ "a\"b" ])", false).view(), R"(["a\"b"])");
+}
+
+// Strings are copied sixteen bytes at a time: every length and place of the end must come out.
+TEST(Compaction, CopiesStringsOfEveryLength) {
+  for (std::size_t length = 0; length < 70; ++length) {
+    for (const std::string tail : {"", "\\n", "\\\""}) {
+      const std::string content = std::string(length, 'x') + tail;
+      const std::string text = "{ \"" + content + "\" : [ \"" + content + "\" ] }";
+      JSONNode root = JSONWorker::parse(text);
+      EXPECT_EQ(root.write(), "{\"" + content + "\":[\"" + content + "\"]}");
+      EXPECT_EQ(root[0U][0U].as_string().size(), length + tail.size() / 2);
     }
   }
-  expectTold({
-      {{R"({"a":"\u00e9","b":"x\"y"})"}, "{a=\"\xE9\",b=\"x\"y\"}"},
-      {{R"({"a\"\u0041":"\u20AC"})"}, "{a\"A=\"\xAC\"}"},
-      {{"{/*c#a\\b*/x:1}"}, "{\b#=<c>1}"},  // an escape in a comment that ends too early
-  });
+}
+
+TEST(Compaction, RemembersThatAQuoteWasHidden) {
+  JSONWorker::used_ascii_one = false;
+  compacted("[\"\x01\"]");
+  EXPECT_FALSE(JSONWorker::used_ascii_one);
+  EXPECT_EQ(JSONWorker::parse("[\"a\x01\"]").write(), "[\"a\x01\"]");
+  compacted(R"(["\""])");
+  EXPECT_TRUE(JSONWorker::used_ascii_one);
+  compacted("[]");
+  EXPECT_TRUE(JSONWorker::used_ascii_one);
+  // From then on the writer takes every 0x01 in source text for a hidden quote.
+  EXPECT_EQ(JSONWorker::parse("[\"a\x01\"]").write(), "[\"a\"\"]");
+}
+
+/// Where the first comma and the first colon are, -1 for nowhere.
+std::string separators(const std::string& text) {
+  return std::to_string(static_cast<long>(JSONWorker::FindNextRelevant<','>(text, 0))) + ' ' +
+         std::to_string(static_cast<long>(JSONWorker::FindNextRelevant<':'>(text, 0)));
+}
+
+// Brackets of the other kind do not count within a group.
+TEST(Separators, AreFoundAtTheTopLevelOnly) {
+  const std::vector<Case> cases{
+      {{"a,b:c"}, "1 3"},
+      {{"\",:\",:", "[,:],:", "{,:},:", "[}{],:"}, "4 5"},
+      {{"[[,]:],:", "{{,}:},:", "[\"]\",],:"}, "6 7"},
+      {{"{]},:"}, "3 4"},
+      {{"\"a\0b\":,"s}, "6 5"},
+      {{"12345678901234567890\"123456789012345678\",[123456789012345678901]:"}, "40 64"},
+      {{"", "\"open,:", "[,:", "[\",:]", "{{},:", "],:", "},:"}, "-1 -1"},
+  };
+  expectEach(separators, cases);
+  EXPECT_EQ(JSONWorker::FindNextRelevant<','>("a,b:c", 2), std::string_view::npos);
+  EXPECT_EQ(JSONWorker::FindNextRelevant<':'>("a,b:c", 3), 3U);
 }
 
 TEST(Lookup, IsExactAndTakesTheFirst) {
-  JSONNode root = JSONWorker::parse(R"({"certificate":1,"A":2,"a":3,"a":4,"l":[5]})");
+  JSONNode root = JSONWorker::parse(R"({"certificate":1,"ab":0,"A":2,"a":3,"a":4,"l":[5]})");
   EXPECT_EQ(root["a"].as_int(), 3);
   EXPECT_EQ(root.at_nocase("CERTIFICATE").as_int(), 1);
   EXPECT_EQ(root.at_nocase("a").as_int(), 2);
   EXPECT_EQ(root["l"].as_string(), "");
   EXPECT_EQ(root["l"][""].as_int(), 5);  // elements have empty names
   EXPECT_EQ(root.find("x"), root.end());
-  EXPECT_EQ(root.find("a") - root.begin(), 2);
-  EXPECT_EQ(root.find_nocase("a") - root.begin(), 1);
-  using Search = const JSONNode& (*)(const JSONNode&);
-  for (const Search search :
-       {Search([](const JSONNode& n) -> auto& { return n.at("Certificate"); }),
-        Search([](const JSONNode& n) -> auto& { return n.at("certificat"); }),
-        Search([](const JSONNode& n) -> auto& { return n.at_nocase("certificat"); }),
-        Search([](const JSONNode& n) -> auto& { return n.at("a").at("x"); }),
-        Search([](const JSONNode& n) -> auto& { return n.at(5U); })}) {
-    try {
-      ADD_FAILURE() << search(root).write();
-    } catch (const std::out_of_range& fault) {
-      EXPECT_STREQ(fault.what(), "");
-    }
-  }
+  EXPECT_EQ(root.find("a") - root.begin(), 3);
+  EXPECT_EQ(root.find_nocase("a") - root.begin(), 2);
 }
 
 TEST(LookupDeathTest, OfAMissingMemberEndsTheProcess) {
