@@ -17,7 +17,7 @@ import time
 import unittest
 from pathlib import Path
 
-from tpm import Tpm
+from tpm import tpm
 
 TOP = Path(__file__).resolve().parents[2]
 sys.path += [str(TOP / "demo"), str(TOP / "demo/card")]
@@ -27,6 +27,7 @@ from reader import CardService, opensc_module  # noqa: E402
 
 BUILD = TOP / os.environ.get("SIGNING_HOST_BUILD", "build/test")
 SIGNING = BUILD / "test-token/signing"  # its .der and -key.pem
+CERTIFICATE = SIGNING.with_suffix(".der").read_bytes()
 PIN, WRONG_PINS = "123456", ("111111", "222222", "333333")
 DIGEST = base64.b64encode(hashlib.sha256(TEXT.encode()).digest()).decode()
 NO_TOKEN = '12 "No se encontro ningun slot"'
@@ -52,8 +53,7 @@ class Module:
 
     def host(self, pin=None, **environment):
         host = Host(BUILD / "host/signing-host", False,
-                    {**os.environ, "SIGNING_HOST_PKCS11_MODULE": self.module, **self.environment,
-                     **environment})
+                    {**os.environ, "SIGNING_HOST_PKCS11_MODULE": self.module, **self.environment, **environment})
         for end in host.process.stdout.close, host.process.wait, host.process.stdin.close:
             self.addCleanup(end)
         host.ask(**page())
@@ -76,8 +76,7 @@ class Module:
 
     def judged(self, answer):
         if answer["pkcs1"]:
-            certificate = base64.b64encode(SIGNING.with_suffix(".der").read_bytes())
-            verdict = verify(certificate, answer["pkcs1"])
+            verdict = verify(base64.b64encode(CERTIFICATE), answer["pkcs1"])
             self.assertEqual(verdict.returncode, 0, verdict.stdout)
         return answer
 
@@ -89,8 +88,7 @@ class Module:
         listing = host.ask(command=2)
         for certId in self.ids:
             fetched = host.ask(command=4, certId=certId)
-            self.assertEqual(base64.b64decode(fetched["certificate"]),
-                             SIGNING.with_suffix(".der").read_bytes())
+            self.assertEqual(base64.b64decode(fetched["certificate"]), CERTIFICATE)
         for key in 0, 1, 1, 0, 1:
             signed = self.sign(host, key)
             self.assertTrue(signed["pkcs1"], (key, signed))
@@ -149,12 +147,17 @@ class PivCardTest(Module, unittest.TestCase):
         self.assertTrue(self.sign(host, 1)["pkcs1"])
         self.assertEqual(self.card.tries_left, 3)
 
-    def test_removed_between_commands(self):
+    def test_without_card_service_or_reader(self):
         host = self.host(PIN)
         self.slot.take_out()
         for request in {"command": 2}, {"command": 4, "certId": self.ids[0]}:
             self.assertEqual(outcome(host.ask(**request)), NO_TOKEN)
         self.saw(removal=self.sign(host))
+        self.service.stop()
+        self.assertEqual(outcome(self.sign(host)), NO_TOKEN)
+        with CardService(readers=0):
+            self.assertEqual(outcome(self.sign(host)), NO_TOKEN)
+        self.service.start()
         self.slot.put_in()
         self.wait_for_certificates(host)
         self.assertTrue(self.sign(host)["pkcs1"])
@@ -178,17 +181,6 @@ class PivCardTest(Module, unittest.TestCase):
         # OpenSC does not tell that the card went while it read the certificates.
         self.assertLessEqual({NO_TOKEN, "less", '12 "C_Login"', '12 "sign final"'}, seen)
 
-    def test_without_reader_or_service(self):
-        host = self.host(PIN)
-        self.service.stop()
-        self.assertEqual(outcome(self.sign(host)), NO_TOKEN)
-        with CardService(readers=0):
-            self.assertEqual(outcome(self.sign(host)), NO_TOKEN)
-        self.service.start()
-        self.slot.put_in()
-        self.wait_for_certificates(host)
-        self.assertTrue(self.sign(host)["pkcs1"])
-
     def test_with_another_program(self):
         settings = self.service.folder / "opensc.conf"
         settings.write_text("app default { reader_driver pcsc { disconnect_action = reset; } }\n")
@@ -198,9 +190,8 @@ class PivCardTest(Module, unittest.TestCase):
         pcsc.SCardEstablishContext(number(2), None, None, ctypes.byref(context))
 
         def connect(mode):
-            self.assertEqual(0, pcsc.SCardConnect(
-                context, b"Virtual 00 00", number(mode), number(3), ctypes.byref(card),
-                ctypes.byref(protocol)))
+            self.assertEqual(0, pcsc.SCardConnect(context, b"Virtual 00 00", number(mode), number(3),
+                                                  ctypes.byref(card), ctypes.byref(protocol)))
 
         connect(2)  # shared
         self.assertTrue(self.sign(host)["pkcs1"])
@@ -219,8 +210,7 @@ class TpmTest(Module, unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.tpm = cls.enterClassContext(Tpm(SIGNING, PIN))
-        cls.module, cls.environment = cls.tpm.module, cls.tpm.environment
+        cls.module, cls.environment = cls.enterClassContext(tpm(SIGNING, PIN))
 
 
 if __name__ == "__main__":

@@ -1,5 +1,6 @@
 """A TPM made of software with a token of libtpm2-pkcs11, for inside `demo/card/private` only."""
 
+import contextlib
 import glob
 import os
 import subprocess
@@ -8,62 +9,49 @@ import time
 from pathlib import Path
 
 BUS = "unix:path=/run/tpm-bus"
+MANAGER = "tabrmd:bus_type=session"
 PORT = 2321
-MANAGER = "tpm2-abrmd"  # ends where the TPM or the bus is not up yet
 
 
-class Tpm:
-    """Two keys with one certificate, the second of which wants the PIN for each signature."""
+@contextlib.contextmanager
+def tpm(key_and_certificate, pin):
+    """The module, and the environment in which it has two keys with one certificate. The second key
+    wants the PIN for each signature."""
+    with contextlib.ExitStack() as ends:
+        store = ends.enter_context(tempfile.TemporaryDirectory())
+        own = {"DBUS_SESSION_BUS_ADDRESS": BUS, "TPM2_PKCS11_STORE": store, "TPM2_PKCS11_TCTI": MANAGER,
+               "TPM2TOOLS_TCTI": MANAGER, "TPM2_PKCS11_BACKEND": "esysdb", "TSS2_LOG": "all+none"}
+        options = {"env": {**os.environ, **own}, "text": True, "stderr": subprocess.STDOUT}
 
-    def __init__(self, key_and_certificate, pin):
-        self.folder = tempfile.TemporaryDirectory()
-        self.name, self.pin, self.processes = key_and_certificate, pin, []
-        self.module = glob.glob("/usr/lib/*/pkcs11/libtpm2_pkcs11.so")[0]
-        manager = "tabrmd:bus_type=session"
-        self.environment = {"DBUS_SESSION_BUS_ADDRESS": BUS, "TPM2_PKCS11_STORE": self.folder.name,
-                            "TPM2_PKCS11_TCTI": manager, "TPM2TOOLS_TCTI": manager,
-                            "TPM2_PKCS11_BACKEND": "esysdb", "TSS2_LOG": "all+none"}
+        def start(*command):
+            process = ends.enter_context(subprocess.Popen(command, stdout=subprocess.DEVNULL, **options))
+            ends.callback(process.terminate)
+            return process
 
-    def start(self, *command):
-        self.processes.append(subprocess.Popen(
-            command, env={**os.environ, **self.environment}, stdout=subprocess.DEVNULL,
-            stderr=subprocess.DEVNULL))
+        def run(*command):
+            return subprocess.run(command, stdout=subprocess.PIPE, **options)
 
-    def run(self, *command):
-        return subprocess.run(command, env={**os.environ, **self.environment}, text=True,
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        def make(*command):
+            if (outcome := run("tpm2_ptool", *command)).returncode:
+                raise RuntimeError(f"tpm2_ptool {command[0]}: {outcome.stdout}")
 
-    def __enter__(self):
-        state = Path(self.folder.name, "state")
+        state = Path(store, "state")
         state.mkdir()
-        self.start("swtpm", "socket", "--tpm2", "--tpmstate", f"dir={state}", "--server",
-                   f"type=tcp,port={PORT}", "--ctrl", f"type=tcp,port={PORT + 1}", "--flags",
-                   "not-need-init,startup-clear")
-        self.start("dbus-daemon", "--session", "--nofork", f"--address={BUS}")
-        deadline = time.monotonic() + 20
-        while self.run("tpm2_getcap", "properties-fixed").returncode:
+        start("swtpm", "socket", "--tpm2", "--tpmstate", f"dir={state}", "--server", f"type=tcp,port={PORT}",
+              "--ctrl", f"type=tcp,port={PORT + 1}", "--flags", "not-need-init,startup-clear")
+        start("dbus-daemon", "--session", "--nofork", f"--address={BUS}")
+        manager, deadline = None, time.monotonic() + 20
+        while run("tpm2_getcap", "properties-fixed").returncode:
             if time.monotonic() > deadline:
                 raise TimeoutError("The TPM does not answer.")
-            if self.processes[-1].args[0] != MANAGER or self.processes[-1].poll() is not None:
-                self.start(MANAGER, "--session", "--allow-root",
-                           f"--tcti=swtpm:host=127.0.0.1,port={PORT}")
+            if not manager or manager.poll() is not None:  # it ends where the TPM or the bus is not up yet
+                manager = start("tpm2-abrmd", "--session", "--allow-root", f"--tcti=swtpm:host=127.0.0.1,port={PORT}")
             time.sleep(0.1)
-        label, pin = ["--label", "token"], ["--userpin", self.pin]
-        self.make("init")
-        self.make("addtoken", "--pid", "1", *label, *pin, "--sopin", self.pin)
+        label, user = ["--label", "token"], ["--userpin", pin]
+        make("init")
+        make("addtoken", "--pid", "1", *label, *user, "--sopin", pin)
         for key, more in ("1", []), ("2", ["--attr-always-authenticate"]):
-            self.make("import", *label, *pin, "--key-label", key, "--id", key, "--algorithm", "rsa",
-                      "--privkey", f"{self.name}-key.pem", *more)
-            self.make("addcert", *label, "--key-label", key, f"{self.name}.pem")
-        return self
-
-    def make(self, *command):
-        outcome = self.run("tpm2_ptool", *command)
-        if outcome.returncode:
-            raise RuntimeError(f"tpm2_ptool {command[0]}: {outcome.stdout}")
-
-    def __exit__(self, *_):
-        for process in reversed(self.processes):
-            process.terminate()
-            process.wait()
-        self.folder.cleanup()
+            make("import", *label, *user, "--key-label", key, "--id", key, "--algorithm", "rsa",
+                 "--privkey", f"{key_and_certificate}-key.pem", *more)
+            make("addcert", *label, "--key-label", key, f"{key_and_certificate}.pem")
+        yield glob.glob("/usr/lib/*/pkcs11/libtpm2_pkcs11.so")[0], own
