@@ -74,6 +74,19 @@ void give(CK_ATTRIBUTE& attribute) {
   if (const CK_ULONG lie = number(); lie != 0) attribute.ulValueLen = lie;
 }
 
+/// A row of whole messages, each an object.
+void requireConversation(std::string_view bytes, bool websocketMode) {
+  while (!bytes.empty()) {
+    std::size_t length = websocketMode ? bytes.find('\n') : 0;
+    if (!websocketMode) {
+      bytes.copy(reinterpret_cast<char*>(&length), 4);
+      bytes.remove_prefix(std::min<std::size_t>(bytes.size(), 4));
+    }
+    require(length > 1 && length <= bytes.size() && bytes[0] == '{' && bytes[length - 1] == '}');
+    bytes.remove_prefix(length + (websocketMode ? 1 : 0));
+  }
+}
+
 }  // namespace
 
 extern "C" {
@@ -120,32 +133,11 @@ CK_RV C_Sign(CK_SESSION_HANDLE, CK_BYTE_PTR, CK_ULONG, CK_BYTE_PTR signature, CK
 }
 }  // extern "C"
 
-namespace {
-
-std::string initializeRequest() {
-  return R"({"command":0,"signature":")" + test_support::signDomains("a.test|") +
-         R"(","domains":"a.test|","currentDomain":"a.test","caSubjectNames":""})";
-}
-
-/// A row of whole messages, each an object.
-void requireConversation(std::string_view bytes, bool websocketMode) {
-  while (!bytes.empty()) {
-    std::size_t length = bytes.find('\n');
-    if (!websocketMode) {
-      length = 0;
-      bytes.copy(reinterpret_cast<char*>(&length), 4);
-      bytes.remove_prefix(std::min<std::size_t>(bytes.size(), 4));
-    }
-    require(length > 1 && length <= bytes.size() && bytes[0] == '{' && bytes[length - 1] == '}');
-    bytes.remove_prefix(length + (websocketMode ? 1 : 0));
-  }
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const bool started = NSS_NoDB_Init(nullptr) == SECSuccess;
-  static const std::string initialize = initializeRequest();
+  static const std::string initialize =
+      R"({"command":0,"signature":")" + test_support::signDomains("a.test|") +
+      R"(","domains":"a.test|","currentDomain":"a.test","caSubjectNames":""})";
   // Files in memory that are written and read again for every input.
   static const int input = memfd_create("input", MFD_CLOEXEC);
   static const int output = memfd_create("output", MFD_CLOEXEC);

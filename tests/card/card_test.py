@@ -7,7 +7,6 @@ document has that row, it must say the same.
 
 import base64
 import ctypes
-import functools
 import hashlib
 import os
 import re
@@ -30,13 +29,9 @@ SIGNING = BUILD / "test-token/signing"  # its .der and -key.pem
 CERTIFICATE = SIGNING.with_suffix(".der").read_bytes()
 PIN, WRONG_PINS = "123456", ("111111", "222222", "333333")
 DIGEST = base64.b64encode(hashlib.sha256(TEXT.encode()).digest()).decode()
+PAGE = introduction(sign_domains(BUILD / "development-key/domains-private.pem"))
 NO_TOKEN = '12 "No se encontro ningun slot"'
 COLUMNS = "list", "fetch", "sign", "PIN each time", "wrong PIN", "lock", "two hosts", "removal"
-
-
-@functools.cache
-def page():
-    return introduction(sign_domains(BUILD / "development-key/domains-private.pem"))
 
 
 def outcome(answer):
@@ -56,7 +51,7 @@ class Module:
                     {**os.environ, "SIGNING_HOST_PKCS11_MODULE": self.module, **self.environment, **environment})
         for end in host.process.stdout.close, host.process.wait, host.process.stdin.close:
             self.addCleanup(end)
-        host.ask(**page())
+        host.ask(**PAGE)
         self.wait_for_certificates(host)
         if pin:
             self.assertEqual(self.sign(host)["lastError"], 11)
