@@ -2,15 +2,14 @@
 // loaded unpacked. Runs as root in a system of its own (./own-system), under ../browser/run.
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
-import { createSign, generateKeyPairSync } from "node:crypto";
+import { createPublicKey, generateKeyPairSync } from "node:crypto";
 import { cpSync, mkdirSync, readdirSync, readFileSync, readlinkSync, writeFileSync } from "node:fs";
 import path from "node:path";
 import { test } from "node:test";
-import { call, connect, kPin, makeHome, operator as example, root, servePages, startChromium, startFirefox, startServer, temporaryFolder, until } from "../browser/support.mjs";
+import { call, connect, domainList, kDomainsKey, kPin, makeHome, operator as example, root, servePages, startChromium, startFirefox, startServer, temporaryFolder, until } from "../browser/support.mjs";
 
 const run = (program, ...args) => execFileSync(program, args, { stdio: ["ignore", "ignore", "inherit"] });
-const domainsKey = generateKeyPairSync("rsa", { modulusLength: 1024 });
-const signature = createSign("sha1").update("localhost").sign(domainsKey.privateKey, "base64");
+const domainsKey = createPublicKey(readFileSync(kDomainsKey)).export({ type: "pkcs1", format: "pem" });
 const kPolicies = "/etc/firefox/policies/policies.json";
 // Debian's Firefox takes an extension that Mozilla has not signed, and one that asks a server without https
 // for updates, only where the administrator's policies say so.
@@ -22,7 +21,7 @@ function makeProduct(folder, name, server) {
   const extensionKey = generateKeyPairSync("rsa", { modulusLength: 2048 });
   const own = path.join(folder, `operator-${name}`), out = path.join(folder, name);
   cpSync(path.join(root, "operator/example"), own, { recursive: true });
-  writeFileSync(path.join(own, "domains.pem"), domainsKey.publicKey.export({ type: "pkcs1", format: "pem" }));
+  writeFileSync(path.join(own, "domains.pem"), domainsKey);
   writeFileSync(path.join(own, "operator.json"), JSON.stringify({ ...example, hostName: `test.${name}.host`, package: `${name}-sign`,
     sites: [`http://${name}.localhost/*`], firefoxId: `${name}@example.test`, updateUrl: `${server}${name}/`, domainsPublicKey: "domains.pem",
     chromiumKey: extensionKey.publicKey.export({ type: "spki", format: "der" }).toString("base64"), pinEntry: "page" }));
@@ -40,7 +39,7 @@ async function open(browser, url) {
   const page = await browser.newPage();
   await until(`an extension on ${url}`, async () => {
     await page.goto(url);
-    return connect(page, { domains: "localhost", signature }).then(() => true, (error) => { if (error.kind !== "no-extension") throw error; });
+    return connect(page, domainList("localhost")).then(() => true, (error) => { if (error.kind !== "no-extension") throw error; });
   }, 60);
   return page;
 }
@@ -60,10 +59,8 @@ const hostFiles = () => readdirSync("/proc").flatMap((pid) => {
 
 const browsers = {
   // The driver would switch off extensions and their updater.
-  Chromium: (t, home) => startChromium(t, home, null, {
-    args: ["--headless=new", "--no-sandbox", "--disable-gpu", "--no-first-run"],
-    ignoreDefaultArgs: ["--disable-extensions", "--disable-background-networking", "--disable-component-update"],
-  }),
+  Chromium: (t, home) => startChromium(t, home, null,
+    { ignoreDefaultArgs: ["--disable-extensions", "--disable-background-networking", "--disable-component-update"] }),
   Firefox: startFirefox,
 };
 
@@ -82,32 +79,28 @@ test("two products side by side, by policy", { timeout: 900_000 }, async (t) => 
   run("sed", "-i", "s/^Version: .*/Version: 99/", `${folder}/next/DEBIAN/control`);
   run("dpkg-deb", "--build", `${folder}/next`);
 
-  const homes = {};
-  for (const [name, start] of Object.entries(browsers)) {
-    await t.test(`${name}: both sign, and an upgrade lets an open page go on`, async (t2) => {
-      homes[name] = makeHome(t);
-      const browser = await start(t2, homes[name]);
-      await sign(await open(browser, address("second")));
-      const page = await open(browser, address("first"));
-      run("dpkg", "--install", `${folder}/next.deb`);
-      assert.deepEqual(hostFiles(), ["/usr/bin/first-sign (deleted)"]);
-      await sign(page);
-      const next = await open(browser, address("first"));
-      assert.deepEqual(hostFiles(), ["/usr/bin/first-sign", "/usr/bin/first-sign (deleted)"]);
-      await sign(next);
-    });
-  }
+  const homes = { Chromium: makeHome(t), Firefox: makeHome(t) };
+  const inEach = async (what, road) => {
+    for (const [name, start] of Object.entries(browsers)) await t.test(`${name}: ${what}`, async (t2) => road(await start(t2, homes[name]), name));
+  };
+  await inEach("both sign, and an upgrade lets an open page go on", async (browser) => {
+    await sign(await open(browser, address("second")));
+    const page = await open(browser, address("first"));
+    run("dpkg", "--install", `${folder}/next.deb`);
+    assert.deepEqual(hostFiles(), ["/usr/bin/first-sign (deleted)"]);
+    await sign(page);
+    const next = await open(browser, address("first"));
+    assert.deepEqual(hostFiles(), ["/usr/bin/first-sign", "/usr/bin/first-sign (deleted)"]);
+    await sign(next);
+  });
 
   run("dpkg", "--purge", "second-sign-policies", "second-sign");
   assert.deepEqual(JSON.parse(readFileSync(kPolicies)).policies.Preferences, kOwnPolicies.Preferences);
-  for (const [name, start] of Object.entries(browsers)) {
-    await t.test(`${name}: the other signs after one was removed`, async (t2) => {
-      const browser = await start(t2, homes[name]);
-      await sign(await open(browser, address("first")));
-      const page = await browser.newPage();
-      await page.goto(address("second"));
-      // Chromium takes the extension away, Firefox leaves it to the person.
-      await assert.rejects(connect(page, { domains: "localhost", signature }), { kind: name === "Chromium" ? "no-extension" : "host-not-found" });
-    });
-  }
+  await inEach("the other signs after one was removed", async (browser, name) => {
+    await sign(await open(browser, address("first")));
+    const page = await browser.newPage();
+    await page.goto(address("second"));
+    // Chromium takes the extension away, Firefox leaves it to the person.
+    await assert.rejects(connect(page, domainList("localhost")), { kind: name === "Chromium" ? "no-extension" : "host-not-found" });
+  });
 });

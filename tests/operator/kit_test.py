@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import tempfile
 import unittest
 import zipfile
@@ -11,8 +12,8 @@ from support import TOP, make_operator, run, sign_domains
 import finished
 import operator_file
 
-SITES = ["https://sign.example.test/*", "https://*.pages.example.test/*"]
-NAMES = {"hostName": "test.example.other_host", "package": "other-sign", "firefoxId": "{12345678-1234-1234-1234-123456789abc}"}
+MEMBERS = {"hostName": "test.example.other_host", "package": "other-sign", "firefoxId": "{12345678-1234-1234-1234-123456789abc}",
+           "sites": ["https://sign.example.test/*", "https://*.pages.example.test/*"], "pkcs11Module": "/opt/card/x.so"}
 
 
 def make(operator, out, *options, umask=0o022):
@@ -23,14 +24,13 @@ class Kit(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.folder = Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
-        cls.operator = make_operator(cls.folder / "operator", sites=SITES, pkcs11Module="/opt/card/x.so", **NAMES)
+        cls.operator = make_operator(cls.folder / "operator", **MEMBERS)
         cls.key = cls.operator / "private.pem"
         cls.list = cls.folder / "list.json"
         cls.list.write_text(sign_domains(cls.key, "sign.example.test\n.pages.example.test", "--also-bare").stdout, encoding="utf-8")
         cls.out = cls.folder / "out"
         cls.made = make(cls.operator, cls.out, "--domains", cls.list)
-        if cls.made.returncode != 0:
-            raise AssertionError(cls.made.stderr)
+        assert cls.made.returncode == 0, cls.made.stderr
 
     def test_twice_the_same_whatever_the_mask(self):
         again = make(self.operator, self.folder / "again", umask=0o077)
@@ -44,28 +44,25 @@ class Kit(unittest.TestCase):
             self.assertNotRegex(file.read_bytes(), foreign, file)
 
     def test_packages(self):
-        packages = sorted(self.out.glob("*.deb"))
-        self.assertEqual(len(packages), 3)
-        linted = run("lintian", *(["--allow-root"] if os.getuid() == 0 else []), *packages)
+        linted = run("lintian", *(["--allow-root"] if os.getuid() == 0 else []), *self.out.glob("*.deb"))
         self.assertEqual((linted.returncode, linted.stdout), (0, ""))
-        root = self.folder / "rpm"
+        run("tar", "-xf", next(self.out.glob("*.tar.gz")), "-C", self.folder, "--one-top-level=tarball", "--strip-components=1")
+        root = self.folder / "root"
         root.mkdir()
-        # Its dependencies are other systems'; the files and the removal are tried.
-        rpm = ("rpm", "--root", root, "--dbpath", "/db", "--noscripts")
-        done = run(*rpm, "--install", "--nodeps", *self.out.glob("*.rpm"))
-        self.assertEqual(done.returncode, 0, done.stderr)
-        self.assertTrue((root / "usr/bin/other-sign").exists())
-        run(*rpm, "--erase", "other-sign", "other-sign-policies", "other-sign-sign-domains")
-        self.assertEqual([file for file in root.rglob("*other*") if "db" not in file.parts], [])
-        archive = next(self.out.glob("*.tar.gz"))
-        run("tar", "-xf", archive, "-C", self.folder, "--one-top-level=tarball", "--strip-components=1")
-        for options, there in [((), True), (("--remove",), False)]:
-            done = run(self.folder / "tarball/install", *options, env={**os.environ, "DESTDIR": str(self.folder / "other")}, umask=0o077)
-            self.assertEqual((done.returncode, done.stderr, (self.folder / "other/usr/bin/other-sign").exists()), (0, "", there))
+        # The dependencies of the rpm are other systems'; the files and the removal are tried.
+        rpm, tarball = ("rpm", "--root", root, "--dbpath", "/db", "--noscripts"), self.folder / "tarball/install"
+        for command, there in [((*rpm, "--install", "--nodeps", *self.out.glob("*.rpm")), True),
+                               ((*rpm, "--erase", *(f"other-sign{kind}" for kind in ("", "-policies", "-sign-domains"))), False),
+                               ((tarball,), True), ((tarball, "--remove"), False)]:
+            done = run(*command, env={**os.environ, "DESTDIR": str(root)}, umask=0o077)
+            # Debian's rpm warns of itself.
+            self.assertEqual((done.returncode, re.sub(r"rpm: .*\n", "", done.stderr)), (0, ""), command)
+            self.assertEqual((root / "usr/bin/other-sign").exists(), there)
+            self.assertEqual(any("db" not in file.parts for file in root.rglob("*other*")), there, command)
 
     def test_extensions_and_page(self):
         for name, keyed in [("chromium", False), ("chromium-self-hosted", True)]:
-            self.assertEqual("key" in json.loads(zipfile.ZipFile(self.out / f"extension-{name}.zip").read("manifest.json")), keyed)
+            self.assertEqual(b'"key"' in zipfile.ZipFile(self.out / f"extension-{name}.zip").read("manifest.json"), keyed)
         page = (self.out / "INSTALL.html").read_text(encoding="utf-8")
         for text in ("Installing Signing host", "Cómo instalar Firma con tarjeta", f"other-sign_{operator_file.project_version()}_*.deb"):
             self.assertIn(text, page)

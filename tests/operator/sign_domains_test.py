@@ -60,13 +60,10 @@ class SignDomains(unittest.TestCase):
     def test_key_in_a_token(self):
         (self.folder / "conf").write_text(f"directories.tokendir = {self.folder}\n", encoding="utf-8")
         self.enterContext(unittest.mock.patch.dict("os.environ", SOFTHSM2_CONF=str(self.folder / "conf")))
-        run("openssl", "pkcs8", "-topk8", "-nocrypt", "-in", self.key, "-out", self.folder / "p8.pem")
         run("softhsm2-util", "--init-token", "--free", "--label", "keys", "--pin", "1234", "--so-pin", "1234")
-        run("softhsm2-util", "--import", self.folder / "p8.pem", "--token", "keys", "--label", "domains", "--id", "01", "--pin", "1234")
-        module = next(path for path in Path("/usr/lib").rglob("libsofthsm2.so"))
-        uri = "pkcs11:token=keys;object=domains;type=private?pin-value=1234"
-        told = sign_domains(uri, ".a.example.test", "--module", module, *self.public)
+        run("softhsm2-util", "--import", self.key, "--token", "keys", "--label", "domains", "--id", "01", "--pin", "1234")
+        uri, module = "pkcs11:token=keys;object={};type=private?pin-value=1234", next(Path("/usr/lib").rglob("libsofthsm2.so"))
+        told, absent = (sign_domains(uri.format(label), ".a.example.test", "--module", module, *self.public) for label in ("domains", "absent"))
         self.assertEqual((told.returncode, told.stdout), (0, sign_domains(self.key, ".a.example.test", *self.public).stdout), told.stderr)
-        absent = sign_domains(uri.replace("domains", "absent"), ".a.example.test", "--module", module, *self.public)
         self.assertEqual(absent.returncode, 1)
         self.assertNotIn("1234", absent.stderr, "a PIN is not shown")

@@ -8,7 +8,7 @@ from pathlib import Path
 
 TOP = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(TOP / "operator"))
-EXAMPLE = TOP / "operator/example"
+from operator_file import EXAMPLE  # noqa: E402
 
 
 def run(*command, **options):
@@ -17,7 +17,7 @@ def run(*command, **options):
 
 def make_key(folder, bits=1024):
     """A key pair for domain lists; returns the private half."""
-    run("openssl", "genrsa", "-traditional", "-out", folder / "private.pem", bits)
+    run("openssl", "genrsa", "-out", folder / "private.pem", bits)
     run("openssl", "rsa", "-in", folder / "private.pem", "-RSAPublicKey_out", "-out", folder / "domains-public.pem")
     return folder / "private.pem"
 
