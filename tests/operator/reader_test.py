@@ -5,7 +5,7 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from support import EXAMPLE, make_operator
+from support import EXAMPLE, make_operator, run
 import operator_file
 
 #: Member, values that are refused, and what is told of each.
@@ -31,7 +31,7 @@ WRONG = [
     ("firefoxId", ["nothing"], r"must be in the form"),
     ("pkcs11Module", ["libcard.so", "/opt/a card.so"], r"must be the absolute path"),
     ("domainsPublicKey", ["absent.pem"], r"names .*/absent\.pem: No such file"),
-    ("domainsPublicKey", ["private.pem", "icon.png"], r"names .*, which is not a public RSA key of 1024 bits"),
+    ("domainsPublicKey", ["private.pem", "spki.pem", "icon.png"], r"names .*, which is not a public RSA key of 1024 bits"),
     ("icon", ["operator.json"], r"names .* not a PNG picture of 128 by 128"),
     ("pinEntry", ["window"], r'must be "extension" or "page"'),
     ("oneConsentForBatch", ["true", 1], r"must be true or false"),
@@ -42,6 +42,8 @@ class Reader(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.folder = make_operator(Path(cls.enterClassContext(tempfile.TemporaryDirectory()), "operator"))
+        # The other form of a public key, which OpenSSL takes where the right one is asked for.
+        run("openssl", "rsa", "-in", cls.folder / "private.pem", "-pubout", "-out", cls.folder / "spki.pem")
         cls.whole = json.loads((cls.folder / "operator.json").read_text(encoding="utf-8"))
 
     def refused(self, text):
