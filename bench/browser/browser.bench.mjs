@@ -7,7 +7,7 @@ import { appendFileSync, cpSync, mkdirSync, writeFileSync } from "node:fs";
 import path from "node:path";
 import { test } from "node:test";
 import {
-  build, domainList, extensionFor, inPage, kPin, makeHome, root, servePages, startChromium, startFirefox,
+  build, domainList, extensionOf, inPage, kPin, makeHome, root, servePages, startChromium, startFirefox,
 } from "../../tests/browser/support.mjs";
 
 const isQuick = Boolean(process.env.BENCH_QUICK);
@@ -99,7 +99,7 @@ for (const [browserName, start] of [["chromium", startChromium], ["firefox", sta
   test(browserName, { timeout: 600_000 }, async (t) => {
     const home = makeHome(t);
     const address = await servePages(t);
-    const ours = extensionFor(home.home, ["http://signer.localhost/*"]);
+    const ours = extensionOf(home.home, { sites: ["http://signer.localhost/*"], pinEntry: "page" });
     const minimal = addMinimal(home);
     // Chromium takes several folders, separated by commas; Firefox is given them one by one.
     const browser = await start(t, home, browserName === "chromium" ? `${minimal}/chromium,${ours}` : ours);
