@@ -52,8 +52,8 @@ class NumberToString {
   template <std::integral T>
   static T truncate(double value) {
     using Limits = std::numeric_limits<T>;
-    // Halved, because a double cannot be one more than the largest value.
-    if (value / 2 >= static_cast<double>(Limits::max() / 2 + 1)) {
+    constexpr T kHalf = Limits::max() / 2 + 1;  // of one more than the largest, which T cannot hold
+    if (value / 2 >= static_cast<double>(kHalf)) {
       return Limits::max();
     }
     if (value < static_cast<double>(Limits::min())) {

@@ -213,7 +213,7 @@ void internalJSONNode::Cast(char newType) {
       break;
     case JSON_NUMBER: {
       const double number = numericValue();
-      const long long whole = NumberToString::truncate<long long>(number);
+      const auto whole = NumberToString::truncate<long long>(number);
       if (!std::isfinite(number)) {
         Cast(JSON_NULL);  // JSON has no number for it
       } else if (static_cast<double>(whole) == number) {
