@@ -52,7 +52,7 @@ class SignDomains(unittest.TestCase):
         told = sign_domains(self.key, "a.test\nb.a.test.a.test", "--also-bare", *self.public)
         self.assertIn('"b.a.test.a.test" contains "a.test" twice', told.stderr)
         self.assertEqual(json.loads(told.stdout)["domains"], "a.test|b.a.test.a.test")
-        self.assertIn("is not a public key", sign_domains(self.key, ".a.example.test", "--public-key", self.key).stderr)
+        self.assertIn("is not a public key", sign_domains(self.key, ".a.example.test", "--public-key", __file__).stderr)
         (self.folder / "other").mkdir()
         for bits, told in [(1024, "does not verify"), (2048, "not an RSA key of 1024 bits")]:
             self.assertIn(told, sign_domains(make_key(self.folder / "other", bits), ".a.example.test", *self.public).stderr)
