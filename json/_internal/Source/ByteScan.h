@@ -12,7 +12,7 @@
 namespace json_detail {
 
 // Scans look for bytes of a kind: a class with matches(byte) and, where there
-// are vectors, matches(sixteen bytes), which gives one bit per byte.
+// are vectors, matches(sixteen bytes), which sets the bytes that match.
 
 #ifdef __SSE2__
 inline constexpr std::ptrdiff_t kStride = sizeof(__m128i);
@@ -25,8 +25,12 @@ inline void storeStride(char* to, __m128i bytes) {
   _mm_storeu_si128(reinterpret_cast<__m128i*>(to), bytes);
 }
 
-inline unsigned int equalTo(__m128i bytes, char wanted) {
-  const __m128i hits = _mm_cmpeq_epi8(bytes, _mm_set1_epi8(wanted));
+inline __m128i equalTo(__m128i bytes, char wanted) {
+  return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(wanted));
+}
+
+/// One bit per byte.
+inline unsigned int bitsOf(__m128i hits) {
   return static_cast<unsigned int>(_mm_movemask_epi8(hits));
 }
 #endif
@@ -35,7 +39,7 @@ inline unsigned int equalTo(__m128i bytes, char wanted) {
 struct QuoteOrBackslash {
   static bool matches(char byte) { return byte == '"' || byte == '\\'; }
 #ifdef __SSE2__
-  static unsigned int matches(__m128i bytes) { return equalTo(bytes, '"') | equalTo(bytes, '\\'); }
+  static __m128i matches(__m128i bytes) { return equalTo(bytes, '"') | equalTo(bytes, '\\'); }
 #endif
 };
 
@@ -46,11 +50,11 @@ struct NeedsEscape {
     return byte < 0x20 || byte >= 0x7F || byte == '"' || byte == '\\' || byte == '/';
   }
 #ifdef __SSE2__
-  static unsigned int matches(__m128i bytes) {
-    // Compared as signed numbers, the bytes from 0x80 on are below 0x20 too.
-    const __m128i outside = _mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20));
-    return equalTo(bytes, 0x7F) | equalTo(bytes, '"') | equalTo(bytes, '\\') | equalTo(bytes, '/') |
-           static_cast<unsigned int>(_mm_movemask_epi8(outside));
+  static __m128i matches(__m128i bytes) {
+    // One higher and as signed numbers, the bytes from 0x7F on are below 0x21 too.
+    const __m128i higher = _mm_add_epi8(bytes, _mm_set1_epi8(1));
+    return _mm_cmplt_epi8(higher, _mm_set1_epi8(0x21)) | equalTo(bytes, '"') |
+           equalTo(bytes, '\\') | equalTo(bytes, '/');
   }
 #endif
 };
@@ -63,7 +67,7 @@ template <typename Kind>
   for (; end - from >= kStride; from += kStride, out += kStride) {
     const __m128i bytes = loadStride(from);
     storeStride(out, bytes);
-    if (const unsigned int hits = Kind::matches(bytes); hits != 0) {
+    if (const unsigned int hits = bitsOf(Kind::matches(bytes)); hits != 0) {
       out += std::countr_zero(hits);
       return from + std::countr_zero(hits);
     }
@@ -124,7 +128,7 @@ template <typename Kind>
     const __m128i last = loadStride(from + size - kStride);
     storeStride(to, first);
     storeStride(to + size - kStride, last);
-    return (Kind::matches(first) | Kind::matches(last)) == 0;
+    return bitsOf(Kind::matches(first) | Kind::matches(last)) == 0;
   }
   const auto copyWords = [=](auto word) {
     using Word = decltype(word);
@@ -135,7 +139,7 @@ template <typename Kind>
     constexpr unsigned int kBits = (1U << sizeof word) - 1;
     const __m128i both =
         _mm_set_epi64x(static_cast<long long>(last), static_cast<long long>(first));
-    return (Kind::matches(both) & (kBits | kBits << sizeof(std::uint64_t))) == 0;
+    return (bitsOf(Kind::matches(both)) & (kBits | kBits << sizeof(std::uint64_t))) == 0;
   };
   if (size >= sizeof(std::uint64_t)) {
     return copyWords(std::uint64_t{});

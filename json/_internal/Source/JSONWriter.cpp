@@ -1,7 +1,7 @@
 // Writing: nodes to text, compact or indented.
 
 #include <algorithm>
-#include <array>
+#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -14,38 +14,19 @@ using json_detail::JSONOutput;
 
 namespace {
 
-/// Eight ready-made indentations, from a level on.
-template <unsigned int First>
-const std::string& cachedIndent(unsigned int level) {
-  static const std::array<std::string, 8> cache = [] {
-    std::array<std::string, 8> indents;
-    for (unsigned int i = 0; i < indents.size(); ++i) {
-      indents[i].assign(First + i, '\t');
-    }
-    return indents;
-  }();
-  return cache[level - First];
+/// Appends that many tabs.
+void makeIndent(unsigned int level, JSONOutput& output) {
+  char* const out = output.room(level);
+  std::memset(out, '\t', level);
+  output.advance(out + level);
 }
 
-/// That many tabs; the empty text for the compact form.
-std::string makeIndent(unsigned int level) {
-  switch (level / 8) {
-    case 0:
-      return cachedIndent<0>(level);
-    case 1:
-      return cachedIndent<8>(level);
-    case 2:
-      return cachedIndent<16>(level);
-    default:
-      std::string tabs(level == internalJSONNode::kNotFormatted ? 0 : level, '\t');
-      return tabs;
+/// Appends a line break and the indentation after it; nothing in the compact form.
+void startLine(unsigned int level, JSONOutput& output) {
+  if (level != internalJSONNode::kNotFormatted) {
+    output.append('\n');
+    makeIndent(level, output);
   }
-}
-
-/// A line break and the indentation after it; nothing in the compact form.
-std::string lineStart(unsigned int level) {
-  return level == internalJSONNode::kNotFormatted ? ""
-                                                  : jsonSingletonNEW_LINE() + makeIndent(level);
 }
 
 void appendComment(std::string_view text, JSONOutput& output) {
@@ -100,7 +81,7 @@ void internalJSONNode::WriteComment(unsigned int level, JSONOutput& output) cons
   if (level == kNotFormatted || lines.empty()) {
     return;
   }
-  output.append(lineStart(level));
+  startLine(level, output);
   if (lines.find('\n') == std::string_view::npos) {
     output.append(jsonSingletonSINGLELINE_COMMENT());
     output.append(lines);
@@ -108,15 +89,15 @@ void internalJSONNode::WriteComment(unsigned int level, JSONOutput& output) cons
     output.append("/*");
     for (bool more = true; more;) {
       const std::size_t length = std::min(lines.find('\n'), lines.size());
-      output.append(lineStart(level + 1));
+      startLine(level + 1, output);
       appendComment(lines.substr(0, length), output);
       more = length < lines.size();
       lines.remove_prefix(more ? length + 1 : length);
     }
-    output.append(lineStart(level));
+    startLine(level, output);
     output.append("*/");
   }
-  output.append(lineStart(level));  // the value stands on a line of its own
+  startLine(level, output);  // the value stands on a line of its own
 }
 
 void internalJSONNode::DumpRawString(JSONOutput& output) const {
@@ -183,11 +164,10 @@ void internalJSONNode::WriteChildren(unsigned int level, JSONOutput& output) {
   std::vector<Open> outer;
   Open current{this, 0};
   unsigned int childLevel = formatted ? level + 1 : kNotFormatted;
-  std::string separator = "," + lineStart(childLevel);
   for (;;) {
     jsonChildren& siblings = *current.body->children;
     if (current.next == siblings.size) {
-      output.append(lineStart(formatted ? childLevel - 1 : kNotFormatted));
+      startLine(formatted ? childLevel - 1 : kNotFormatted, output);
       if (outer.empty()) {
         return;
       }
@@ -195,18 +175,18 @@ void internalJSONNode::WriteChildren(unsigned int level, JSONOutput& output) {
       current = outer.back();
       outer.pop_back();
       childLevel -= formatted ? 1 : 0;
-      separator = "," + lineStart(childLevel);
       continue;
     }
-    // The first child has no comma in front.
-    output.append(std::string_view(separator).substr(current.next == 0 ? 1 : 0));
+    if (current.next != 0) {
+      output.append(',');
+    }
+    startLine(childLevel, output);
     internalJSONNode& child = JSONNodeAccess::body(*siblings.array[current.next]);
     ++current.next;
     if (child.WriteValue(childLevel, current.body->type == JSON_ARRAY, output)) {
       outer.push_back(current);
       current = {&child, 0};
       childLevel += formatted ? 1 : 0;
-      separator = "," + lineStart(childLevel);
     }
   }
 }
