@@ -1,6 +1,7 @@
 #include "json/_internal/Source/JSONCompaction.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "json/_internal/Source/ByteScan.h"
 #include "json/_internal/Source/CharacterClass.h"
@@ -121,11 +122,12 @@ class Compactor {
 }  // namespace
 
 JSONSource compacted(std::string_view text, bool hideQuotes) {
-  JSONSource source(text.size() + 1);
+  JSONSource source(text.size() + kIndexBlockBytes);
   char* const out = source.data();
   copyBytes(out, text.data(), text.size());
+  std::memset(out + text.size(), '0', kIndexBlockBytes);  // plain, as the index wants it
   // A machine's JSON is mostly compact already, which is found out faster than compacting takes.
-  const PlainFront plain = indexPlainFront(text.data(), text.size(), source.index());
+  const PlainFront plain = indexPlainFront(out, text.size(), source.index());
   if (plain.size == text.size()) {
     source.setText(text.size(),
                    {.isIndexed = true, .mayHoldEscapes = false, .mayHoldComments = false});

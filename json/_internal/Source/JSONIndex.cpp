@@ -1,8 +1,5 @@
 #include "json/_internal/Source/JSONIndex.h"
 
-#include <algorithm>
-#include <array>
-
 #include "json/_internal/Source/CharacterClass.h"
 
 #if defined(__x86_64__)
@@ -45,24 +42,14 @@ std::uint64_t paritiesPortably(std::uint64_t bits) {
 template <BlockBits (*classify)(const char*), std::uint64_t (*parities)(std::uint64_t)>
 [[gnu::always_inline]] inline PlainFront indexPlain(const char* text, std::size_t size,
                                                     IndexBlock* index) {
-  // A text that does not end with a block is looked at once more from a block before its end; a
-  // short one is looked at in a copy.
-  std::array<char, kIndexBlockBytes> copy{};
-  const bool isShort = size < kIndexBlockBytes;
-  if (isShort) {
-    std::copy_n(text, size, copy.end() - size);
-  }
-  const char* const lastBlock = isShort ? copy.data() : text + size - kIndexBlockBytes;
   std::uint64_t carry = 0;  // all ones when the block begins in a string
   for (std::size_t from = 0; from < size; from += kIndexBlockBytes) {
-    const std::size_t left = size - from;
-    const std::size_t before = left < kIndexBlockBytes ? kIndexBlockBytes - left : 0;
-    const BlockBits bits = classify(before == 0 ? text + from : lastBlock);
-    const std::uint64_t inStrings = parities(bits.quotes >> before) ^ carry;
-    if ((bits.backslashes >> before | (bits.others >> before & ~inStrings)) != 0) {
+    const BlockBits bits = classify(text + from);
+    const std::uint64_t inStrings = parities(bits.quotes) ^ carry;
+    if ((bits.backslashes | (bits.others & ~inStrings)) != 0) {
       return {from, carry != 0};
     }
-    index[from / kIndexBlockBytes] = bits.structure >> before & ~inStrings;
+    *index++ = bits.structure & ~inStrings;
     carry = 0 - (inStrings >> (kIndexBlockBytes - 1));
   }
   return {size, carry != 0};
@@ -75,9 +62,7 @@ PlainFront indexPortably(const char* text, std::size_t size, IndexBlock* index) 
 #if defined(__x86_64__)
 
 // The brackets of both kinds are one bit apart, so that setting it joins them.
-// Compared as signed numbers, the bytes from 0x80 on are below the space too.
 constexpr char kBracketBit = 0x20;
-constexpr char kAfterSpace = 0x21;
 
 [[gnu::target("avx2")]] inline __m256i equal(__m256i bytes, char wanted) {
   return _mm256_cmpeq_epi8(bytes, _mm256_set1_epi8(wanted));
@@ -95,9 +80,10 @@ constexpr char kAfterSpace = 0x21;
 }
 
 [[gnu::target("avx2")]] inline __m256i othersOf(__m256i bytes) {
-  return _mm256_or_si256(
-      _mm256_or_si256(equal(bytes, '/'), equal(bytes, '#')),
-      _mm256_or_si256(equal(bytes, 0x7F), _mm256_cmpgt_epi8(_mm256_set1_epi8(kAfterSpace), bytes)));
+  // One higher and as signed numbers, the bytes from 0x7F on are below the one after the space too.
+  const __m256i higher = _mm256_add_epi8(bytes, _mm256_set1_epi8(1));
+  return _mm256_or_si256(_mm256_or_si256(equal(bytes, '/'), equal(bytes, '#')),
+                         _mm256_cmpgt_epi8(_mm256_set1_epi8(' ' + 2), higher));
 }
 
 [[gnu::target("avx2,bmi")]] inline BlockBits classifyAvx2(const char* block) {

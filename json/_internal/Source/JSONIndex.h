@@ -24,7 +24,9 @@ struct PlainFront {
   bool endsInString;
 };
 
-/// Indexes a text that is yet to be compacted as far as it is plain.
+/// Indexes a text that is yet to be compacted as far as it is plain. Looks at whole blocks: the
+/// memory goes on after the text for the length of one, with bytes that are plain in a string and
+/// outside.
 PlainFront indexPlainFront(const char* text, std::size_t size, IndexBlock* index);
 
 /// The implementations of indexPlainFront() that this processor can run, the

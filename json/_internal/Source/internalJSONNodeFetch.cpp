@@ -8,11 +8,12 @@ namespace {
 
 bool hasEscape(std::string_view text) { return text.find('\\') != std::string_view::npos; }
 
-/// Makes a text the characters of an escaped one. Returns whether there were escapes. Seldom
-/// needed, and kept out of what is.
-[[gnu::noinline]] bool unescape(json_detail::JSONText& text, std::string_view escaped) {
+/// Makes an escaped text its characters, without the bytes at its ends. Returns whether there were
+/// escapes. Seldom needed, and kept out of what is.
+[[gnu::noinline]] bool unescape(json_detail::JSONText& text, std::size_t ends) {
   bool hadEscape = false;
-  const std::string characters = json_detail::unescaped(escaped, hadEscape);
+  const std::string_view inner = text.view().substr(ends, text.view().size() - 2 * ends);
+  const std::string characters = json_detail::unescaped(inner, hadEscape);
   text.assign(characters);
   return hadEscape;
 }
@@ -28,7 +29,7 @@ void internalJSONNode::FetchNow() {
     case JSON_STRING:
       // The quotes go last: where memory runs out, the next attempt meets them again.
       if (source.facts().mayHoldEscapes && hasEscape(text.view())) {
-        textEncoded = unescape(text, text.view().substr(1, text.view().size() - 2));
+        textEncoded = unescape(text, 1);
       } else {
         text.dropEnds();
       }
@@ -56,7 +57,7 @@ void internalJSONNode::FetchNow() {
   internalJSONNode& body = JSONNodeAccess::body(child);
   if (source.facts().mayHoldEscapes && hasEscape(body.name.view())) {
     // nameEncoded stays false: a name that had escapes is written without them from now on.
-    unescape(body.name, body.name.view());
+    unescape(body.name, 0);
   }
   if (!comments.empty()) {
     setComment(body.comment, comments);
@@ -86,7 +87,8 @@ void internalJSONNode::split(std::string_view whole, char open, char close, Spli
   }
 }
 
-void internalJSONNode::FetchNode(std::string_view whole) {
+// Not inlined: reading a value then needs no large stack frame.
+[[gnu::noinline]] void internalJSONNode::FetchNode(std::string_view whole) {
   split(whole, '{', '}', [&](auto structure) {
     return json_detail::splitNode(
         whole, structure, [this](std::string_view named, std::string_view valued) {
@@ -99,7 +101,7 @@ void internalJSONNode::FetchNode(std::string_view whole) {
   });
 }
 
-void internalJSONNode::FetchArray(std::string_view whole) {
+[[gnu::noinline]] void internalJSONNode::FetchArray(std::string_view whole) {
   split(whole, '[', ']', [&](auto structure) {
     return json_detail::splitArray(
         whole, structure, [this](std::string_view, std::string_view valued) {
