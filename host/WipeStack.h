@@ -6,10 +6,10 @@
 #include <cstddef>
 
 /// Bytes of stack that receiving a request, reading its members and answering may use. They take
-/// one kilobyte, and nothing on that way recurses; the first call of a library's function takes
-/// some more, when the loader looks it up and saves the vector registers, 11 kB of them at the
-/// widest.
-inline constexpr std::size_t kMessageStackDepth = 16384;
+/// one kilobyte, refusing a text by an exception takes two, and nothing on that way recurses; the
+/// first call of a library's function takes three more, when the loader looks it up and saves the
+/// vector registers.
+inline constexpr std::size_t kMessageStackDepth = 8192;
 
 /// Bytes of stack that an operation on the token may use: three times what the first one takes with
 /// a token of software, since nothing bounds what a vendor's module uses.
