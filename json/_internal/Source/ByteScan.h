@@ -9,6 +9,8 @@
 #include <emmintrin.h>
 #endif
 
+#include "json/_internal/Source/CharacterClass.h"
+
 namespace json_detail {
 
 // Scans look for bytes of a kind: a class with matches(byte) and, where there
@@ -46,9 +48,7 @@ struct QuoteOrBackslash {
 /// The bytes that a string cannot be written with as they are: outside
 /// printable ASCII, and three characters.
 struct NeedsEscape {
-  static bool matches(char byte) {
-    return byte < 0x20 || byte >= 0x7F || byte == '"' || byte == '\\' || byte == '/';
-  }
+  static bool matches(char byte) { return escapeOf(byte) != 0; }
 #ifdef __SSE2__
   static __m128i matches(__m128i bytes) {
     // One higher and as signed numbers, the bytes from 0x7F on are below 0x21 too.

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <string_view>
 
 namespace json_detail {
 
@@ -34,6 +35,22 @@ inline constexpr std::array<CharacterClass, 256> kCharacterClasses = [] {
 inline CharacterClass classOf(char byte) {
   return kCharacterClasses[static_cast<unsigned char>(byte)];
 }
+
+/// How a byte is written in a string: 0 as it is, 'u' as "\u00XX", anything else as a backslash and
+/// that letter.
+inline constexpr std::array<char, 256> kEscapes = [] {
+  std::array<char, 256> escapes{};
+  for (std::size_t byte = 0; byte != escapes.size(); ++byte) {
+    escapes[byte] = byte < 0x20 || byte > 0x7E ? 'u' : '\0';
+  }
+  constexpr std::string_view kPairs = "\\\\//\"\"\bb\tt\nn\ff\rr";  // a byte and its letter
+  for (std::size_t i = 0; i != kPairs.size(); i += 2) {
+    escapes[static_cast<unsigned char>(kPairs[i])] = kPairs[i + 1];
+  }
+  return escapes;
+}();
+
+inline char escapeOf(char byte) { return kEscapes[static_cast<unsigned char>(byte)]; }
 
 /// What gives a text its structure, outside strings.
 constexpr bool isStructure(char c) {

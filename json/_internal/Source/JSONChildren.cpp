@@ -14,7 +14,7 @@ unsigned int jsonChildren::doubled(unsigned int slots) {
 }
 
 void jsonChildren::resize(unsigned int slots) {
-  if (array == nullptr && slots <= kFirstCapacity) {
+  if (slots <= firstSlots.size()) {
     array = firstSlots.data();
   } else {
     auto larger = std::make_unique_for_overwrite<JSONNode*[]>(slots);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <memory>
 
 class JSONNode;
@@ -61,7 +62,7 @@ class jsonChildren {
   static unsigned int doubled(unsigned int slots);
   void resize(unsigned int slots);
 
-  // The usual capacity comes with the container, without an allocation of its own.
-  std::array<JSONNode*, kFirstCapacity> firstSlots{};
+  // The usual capacities come with the container, without an allocation of their own.
+  std::array<JSONNode*, std::size_t{2} * kFirstCapacity> firstSlots{};
   std::unique_ptr<JSONNode*[]> block;
 };

@@ -1,7 +1,5 @@
 #include "json/_internal/Source/JSONEscapes.h"
 
-#include <array>
-
 #include "json/_internal/Source/CharacterClass.h"
 
 namespace json_detail {
@@ -64,18 +62,6 @@ char SpecialChar(std::string_view text, std::size_t& position) {
   return static_cast<char>(code & 0xFFU);
 }
 
-/// How a byte that needs an escape is written: 'u' as "\u00XX", anything else
-/// as a backslash and that letter.
-constexpr std::array<char, 256> kEscapes = [] {
-  std::array<char, 256> escapes{};
-  escapes.fill('u');
-  constexpr std::string_view kPairs = "\\\\//\"\"\bb\tt\nn\ff\rr";  // a byte and its letter
-  for (std::size_t i = 0; i != kPairs.size(); i += 2) {
-    escapes[static_cast<unsigned char>(kPairs[i])] = kPairs[i + 1];
-  }
-  return escapes;
-}();
-
 /// Writes a byte as a six-character escape and returns the end.
 char* unicodeEscapeInto(char* out, unsigned char byte) {
   constexpr std::string_view kHex = "0123456789ABCDEF";
@@ -87,7 +73,7 @@ char* unicodeEscapeInto(char* out, unsigned char byte) {
 
 /// Writes a byte that needs an escape and returns the end.
 char* escapeInto(char* out, char byte) {
-  const char letter = kEscapes[static_cast<unsigned char>(byte)];
+  const char letter = escapeOf(byte);
   if (letter == 'u') {
     return unicodeEscapeInto(out, static_cast<unsigned char>(byte));
   }

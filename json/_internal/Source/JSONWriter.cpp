@@ -115,7 +115,8 @@ void internalJSONNode::DumpRawString(JSONOutput& output) const {
 
 // Writes a value as far as it goes without its children. True when there are
 // children to write, and the closing bracket after them.
-bool internalJSONNode::WriteValue(unsigned int level, bool arrayChild, JSONOutput& output) {
+[[gnu::always_inline]] inline bool internalJSONNode::WriteValue(unsigned int level, bool arrayChild,
+                                                                JSONOutput& output) {
   const bool formatted = level != kNotFormatted;
   if (!comment.view().empty()) {
     WriteComment(level, output);

@@ -69,7 +69,7 @@ internalJSONNode* internalJSONNode::newScalar(char type, std::string_view name,
   JSONNode owner = JSONNodeAccess::adopt(newStandalone(static_cast<unsigned char>(type), true));
   internalJSONNode& body = JSONNodeAccess::body(owner);
   body.SetName(name);
-  body.text.assign(text, body.textRoom());
+  type == JSON_BOOL ? body.text.borrow(text) : body.text.assign(text, body.textRoom());
   body.textEncoded = type == JSON_STRING;
   body.value = value;
   return JSONNodeAccess::release(std::move(owner));
@@ -239,14 +239,6 @@ void internalJSONNode::Cast(char newType) {
       becomeScalar(JSON_NULL);
       Nullify();
       break;
-  }
-}
-
-void internalJSONNode::push_back(JSONNode&& child) {
-  Fetch();
-  if (isContainer()) {
-    children->inc();
-    children->append(JSONNode::newJSONNode(std::move(child)));
   }
 }
 

@@ -35,7 +35,8 @@ class internalJSONNode {
 
   /// A new, empty body of a type, with one share.
   static internalJSONNode* newInternal(char type);
-  /// A named scalar. The text is copied; it is escaped when it is written if this is a string.
+  /// A named scalar. The text is copied, but for a bool's, which is constant; it is escaped when it
+  /// is written if this is a string.
   static internalJSONNode* newScalar(char type, std::string_view name, std::string_view text,
                                      double value);
   /// A value of a type that a parser found: name and value are slices of the text of `source`.
@@ -226,6 +227,14 @@ struct JSONNodeAccess {
     body.value = value.front() == 't' ? 1 : 0;
   }
   return node;
+}
+
+inline void internalJSONNode::push_back(JSONNode&& child) {
+  Fetch();
+  if (isContainer()) {
+    children->inc();
+    children->append(JSONNode::newJSONNode(std::move(child)));
+  }
 }
 
 inline internalJSONNode& JSONNode::own() {
