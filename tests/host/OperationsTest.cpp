@@ -88,11 +88,10 @@ TEST_F(Operations, AskTheTokenExactly) {
 }
 
 TEST_F(Operations, BadInputIsRefusedAfterTheTokenWasOpened) {
-  const std::string opening = " Initialize GetSlotList GetSlotList OpenSession";
   // Intended: the session stays open and the library initialised, only here.
   for (const std::string certId : {"!", ""}) {
     EXPECT_EQ(told(ask("", retrieveRequest(certId))), "12 0 Invalid cert id base64|");
-    EXPECT_EQ(host.takeCalls(), opening);
+    EXPECT_EQ(host.takeCalls(), kOpening);
   }
   std::vector<std::string> requests{signRequest("", digestOf(20)), signRequest("oQ==", ""),
                                     signRequest("!", digestOf(20)), signRequest("oQ==", "!")};
@@ -106,7 +105,7 @@ TEST_F(Operations, BadInputIsRefusedAfterTheTokenWasOpened) {
     host.takeCalls();
     // NSS itself faults only what is empty; its error then stays.
     EXPECT_EQ(told(host.ask(request)), "3 -8187 |");
-    EXPECT_EQ(host.takeCalls(), opening + " Login Logout CloseSession Finalize");
+    EXPECT_EQ(host.takeCalls(), kOpening + " Login Logout CloseSession Finalize");
   }
 }
 
