@@ -17,9 +17,7 @@ using namespace std::string_literals;
 
 JSONNode numbers(int first, int last) {
   JSONNode list(JSON_ARRAY);
-  for (int i = first; i <= last; ++i) {
-    list.push_back(JSONNode("", i));
-  }
+  for (int i = first; i <= last; ++i) list.push_back(JSONNode("", i));
   return list;
 }
 

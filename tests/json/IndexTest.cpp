@@ -51,9 +51,7 @@ TEST(Index, IsMadeAndUsed) {
 TEST(Source, GrowsByPieces) {
   for (const std::size_t count : {20U, 30U, 50U, 250U, 5000U}) {
     std::string text = "[0";
-    for (std::size_t i = 1; i != count; ++i) {
-      text += "," + std::to_string(i);
-    }
+    for (std::size_t i = 1; i != count; ++i) text += "," + std::to_string(i);
     text += "]";
     const JSONNode root = JSONWorker::parse(text);
     EXPECT_EQ(root.size(), count);
@@ -78,9 +76,7 @@ TEST(Index, IsTheSameHoweverItIsMadeAndChangesNothingInWhatIsRead) {
       return index;
     };
     const auto indexers = json_detail::indexers();
-    for (const auto indexer : indexers) {
-      ASSERT_EQ(told(indexer), told(indexers.front())) << text;
-    }
+    for (const auto one : indexers) ASSERT_EQ(told(one), told(indexers.front())) << text;
     try {
       const JSONNode scanned = JSONWorker::parse(' ' + text);
       const JSONNode indexed = JSONWorker::parse(text);

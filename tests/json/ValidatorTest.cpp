@@ -52,9 +52,7 @@ TEST(Validator, StopsAtADepthThatTheStackStands) {
   EXPECT_TRUE(JSONValidator::isValidRoot(nested(JSONValidator::kMaxDepth)));
   EXPECT_FALSE(JSONValidator::isValidRoot(nested(JSONValidator::kMaxDepth + 1)));
   std::string objects;
-  for (int i = 0; i < 100'000; ++i) {
-    objects += "{\"a\":";
-  }
+  for (int i = 0; i < 100'000; ++i) objects += "{\"a\":";
   EXPECT_FALSE(JSONValidator::isValidRoot(objects));
 }
 

@@ -25,9 +25,15 @@ TEST(Escapes, AreMadeForEveryByteOutsidePrintableAscii) {
     } else if (code < 0x20 || code > 0x7E) {
       expected = JSONWorker::toUTF8(static_cast<unsigned char>(code));
     }
-    const std::string text{'a', byte, 'z'};
-    EXPECT_EQ(written(text), "[\"a" + expected + "z\"]");
-    EXPECT_EQ(JSONWorker::parse(written(text))[0U].as_string(), text);
+    // Sixteen bytes are looked at and copied at a time: every length comes, and every place.
+    const std::string before(code % 71, 'a');
+    const std::string after(code % 29, 'z');
+    const std::string text = before + byte + after;
+    EXPECT_EQ(written(text), "[\"" + before + expected + after + "\"]");
+    for (const char* space : {"", " "}) {  // with a space in front it is compacted
+      JSONNode root = JSONWorker::parse(space + written(text));
+      EXPECT_EQ(root.write() + root[0U].as_string(), written(text) + text);
+    }
   }
   EXPECT_EQ(written("\xC3\xB1\x0B\x7F\x01"), R"(["\u00C3\u00B1\u000B\u007F\u0001"])");
 }
@@ -67,12 +73,9 @@ TEST(Writing, FixesEveryByteOfBothForms) {
 TEST(Writing, IndentsByOneTabPerLevelHoweverDeep) {
   constexpr std::size_t kDepth = 30;  // beyond the three caches of eight
   JSONNode root = JSONWorker::parse(std::string(kDepth, '[') + "1" + std::string(kDepth, ']'));
-  std::string expected = "[";
-  for (std::size_t level = 1; level <= kDepth; ++level) {
-    expected += "\n" + std::string(level, '\t') + (level < kDepth ? "[" : "1");
-  }
-  for (std::size_t level = kDepth; level-- > 0;) {
-    expected += "\n" + std::string(level, '\t') + "]";
+  std::string expected = "1";
+  for (std::string tabs(kDepth, '\t'); !tabs.empty(); tabs.pop_back()) {
+    expected = "[\n" + tabs + expected + "\n" + tabs.substr(1) + "]";
   }
   EXPECT_EQ(root.write_formatted(), expected);
 }
