@@ -127,20 +127,67 @@ TEST(End, ComesWhenNobodyReadsOrWritesAnyMore) {
 
 // Whatever the starter left closed, the host serves what it can and ends with its input.
 TEST(Descriptors, LeftClosedByTheStarter) {
-  for (const std::string input : {"", " <&-"}) {
-    for (const std::string output : {"", " >&-"}) {
-      for (const std::string error : {"", " 2>&-"}) {
-        HostProcess host({}, {"sh", "-c", "exec \"$0\"" + input + output + error});
-        for (const std::string& text : {kVersionRequest, initializeRequest(), kListRequest}) {
-          host.say(text);
-        }
-        host.closeInput();
-        EXPECT_EQ(host.hear(), (input + output).empty() ? indented(kFreshVersion) : "");
-        host.hearAll();
-        EXPECT_EQ(host.wait(), 0) << input << output << error;
-      }
+  for (const std::string closed :
+       {"", "2>&-", "<&-", ">&-", "<&- >&-", "<&- 2>&-", ">&- 2>&-", "<&- >&- 2>&-"}) {
+    HostProcess host({}, {"sh", "-c", "exec \"$0\" " + closed});
+    for (const std::string& text : {kVersionRequest, initializeRequest(), kListRequest}) {
+      host.say(text);
     }
+    host.closeInput();
+    const bool canAnswer = closed.empty() || closed == "2>&-";
+    EXPECT_EQ(host.hear(), canAnswer ? indented(kFreshVersion) : "") << closed;
+    host.hearAll();
+    EXPECT_EQ(host.wait(), 0) << closed;
   }
+}
+
+// A long conversation leaves the process as it was after its first rounds.
+constexpr int kRounds = kSanitized ? 300 : 6'000;  // A sanitized process is far slower.
+constexpr int kWarmUp = 50;
+// What a hundred bytes, lost once a round, would come to.
+constexpr long kToleranceKilobytes = kSanitized ? 1'000'000 : kRounds * 100 / 1000;
+
+TEST(Endurance, AHundredThousandMixedRequests) {
+  std::string round;
+  for (const std::string& request :
+       {kVersionRequest, initializeRequest(""), kListRequest, initializeRequest(), kListRequest,
+        setPinRequest("1234567890123456789012345678901234567890"), pinCharRequest("1"),
+        std::string(R"({"command":7})"), kRetrieveRequest, kSignRequest, kSignRequest,
+        std::string(R"({"command":5,"certId":"oQ==","digest":"AAEC"})"),
+        std::string(R"({"command":4,"certId":"!"})")}) {  // leaves its session open
+    round += frame(request);
+  }
+  const int answers = 13 + 2;
+  for (const char* dropped : {"not json", "{\"command\":8", "{\"command\" 8}",
+                              R"({"command":99,"deep":[[[[{"a":[1,2,{"b":"\u00e9"}]}]]]]})"}) {
+    round += frame(dropped);
+  }
+  round += lengthBytes(1000) + lengthBytes(1000);  // too long, each
+  TokenHost token;
+  token.script("key a1\ncertificate a1 hex 3003020101\n");
+  HostProcess& host = token.process;
+  // Threads, and in steps of 64 the room for descriptors.
+  const auto held = [&] {
+    return statusOf(host.pid(), "Threads") + statusOf(host.pid(), "FDSize");
+  };
+  const auto kilobytes = [&] { return std::stol(statusOf(host.pid(), "VmRSS")); };
+  const auto converse = [&](int rounds) {
+    for (int heard = 0; heard < rounds * answers; ++heard) {
+      if (heard % answers == 0) host.send(round);
+      ASSERT_TRUE(host.hear().starts_with("{\n\t\"command\" : ")) << heard;
+    }
+  };
+  converse(kWarmUp);
+  const std::string early = held();
+  const long before = kilobytes();
+  converse(kRounds);
+  EXPECT_GT(told(nlohmann::json::parse(host.ask(kSignRequest))).size(), 256U);
+  EXPECT_EQ(held(), early);
+  EXPECT_LT(kilobytes(), before + kToleranceKilobytes);
+  host.say(kEndRequest);
+  EXPECT_EQ(host.hearAll(), "");
+  EXPECT_EQ(host.wait(), 0);
+  EXPECT_EQ(host.standardError(), "");
 }
 
 }  // namespace

@@ -14,10 +14,6 @@
 #include <iterator>
 #include <stdexcept>
 
-namespace {
-constexpr int kAnswerLimitMilliseconds = 60'000;
-}  // namespace
-
 HostProcess::HostProcess(const Texts& arguments, const Texts& launcher)
     : isRelay(!arguments.empty() && arguments.front() == "ws") {
   Texts command = launcher;
@@ -64,6 +60,7 @@ void HostProcess::send(std::string_view bytes) {
 void HostProcess::say(const std::string& text) { send(isRelay ? text + "\n" : frame(text)); }
 
 std::string HostProcess::hear() {
+  constexpr int kAnswerLimitMilliseconds = 60'000;
   pollfd ready{fromChild.fd(), POLLIN, 0};
   if (fromChild.in_avail() <= 0 && poll(&ready, 1, kAnswerLimitMilliseconds) <= 0) return "";
   std::istream output(&fromChild);

@@ -21,14 +21,6 @@ std::string initializeRequest(const std::string& domains) {
       .dump();
 }
 
-std::string setPinRequest(const std::string& pin) {
-  return json{{"command", 3}, {"pin", pin}}.dump();
-}
-
-std::string pinCharRequest(const std::string& character) {
-  return json{{"command", 6}, {"pinChar", character}}.dump();
-}
-
 std::string fullAnswer(int command, int pinLength, const std::string& rest,
                        const std::string& state) {
   return R"({"command":)" + std::to_string(command) + "," + state + R"(,"pinLength":)" +

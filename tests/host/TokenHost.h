@@ -18,8 +18,12 @@ inline const std::string kSignRequest =
 inline const std::string kEndRequest = R"({"command":1})";
 /// Initialize of the page https://a.test/ with a list that the development key has signed.
 std::string initializeRequest(const std::string& domains = "a.test|");
-std::string setPinRequest(const std::string& pin);
-std::string pinCharRequest(const std::string& character);
+inline std::string setPinRequest(const std::string& pin) {
+  return R"({"command":3,"pin":")" + pin + "\"}";
+}
+inline std::string pinCharRequest(const std::string& character) {
+  return R"({"command":6,"pinChar":")" + character + "\"}";
+}
 
 /// The answers in their compact form.
 inline const std::string kTooLong = R"({"command":-1,"error":true,"message":"Message too long"})";
