@@ -14,41 +14,7 @@ const std::string kOk = R"("ok":true)";
 const std::string kInitialize =
     R"({"command":0,"signature":"s","domains":"d","currentDomain":"c","caSubjectNames":""})";
 
-/// Holds a conversation in both framings; an answer for each request, in the compact form.
-void expectConversation(const std::vector<std::pair<std::string, std::string>>& conversation,
-                        const HostProcess::Texts& launcher = {"env"}) {
-  HostProcess native({}, launcher);
-  HostProcess relay({"ws"}, launcher);
-  for (const auto& [request, answer] : conversation) {
-    relay.say(request);
-    EXPECT_EQ(native.ask(request), indented(answer)) << request;
-    EXPECT_EQ(relay.hear(), answer) << request;  // Late: a long answer has filled its pipe by now.
-  }
-}
-
-TEST(Outcomes, EveryAnswerWithoutATokenInBothFramings) {
-  expectConversation({
-      {kVersionRequest, kFreshVersion},
-      {kListRequest, kNotInitialized},
-      // Intended: the refusal names command 2 whichever was asked; the members are not even read.
-      {R"({"command":4})", kNotInitialized},
-      {R"({"command":5})", kNotInitialized},
-      {R"({"command":3,"pin":"123456"})", fullAnswer(3, 6, kOk)},
-      {R"({"command":3,"pin":12.50})", fullAnswer(3, 5, kOk)},
-      {R"({"command":3,"pin":""})", fullAnswer(3, 0, kOk)},
-      {R"({"command":7})", fullAnswer(7, 0, kOk)},
-      {pinCharRequest("1"), fullAnswer(6, 1, kOk)},
-      {pinCharRequest("56"), fullAnswer(6, 2, kOk)},
-      // Intended: an empty text lengthens the PIN by its terminating zero byte.
-      {pinCharRequest(""), fullAnswer(6, 3, kOk)},
-      {R"({"command":7})", fullAnswer(7, 2, kOk)},
-      {kInitialize, kInitialized},
-      {kInitialize, kInitialized},
-      {R"({"command":7})", fullAnswer(7, 1, kOk)},  // Initialize keeps the pending PIN.
-  });
-}
-
-TEST(Outcomes, EveryAnswerOfAConversationWithATokenInBothFramings) {
+TEST(Outcomes, EveryAnswerOfAConversationInBothFramings) {
   const std::string noPinKnown =
       R"("error":true,"errorMessage":"No se ha definido el pin para Certificado ZORAL",)"
       R"("lastError":11,"lastLowLevelError":0,"pinModuleName":"Certificado ZORAL",)"
@@ -66,35 +32,56 @@ TEST(Outcomes, EveryAnswerOfAConversationWithATokenInBothFramings) {
   escapedBase64 = std::regex_replace(escapedBase64, std::regex("\r\n"), "\\r\\n");
   const std::string listing =
       R"("pinRetryCount":0,"certificates":"CN=Test Authority|CN=Mar\u00C3\u00ADa,C=CR|oQ==")";
+  const std::pair<std::string, std::string> conversation[]{
+      {kVersionRequest, kFreshVersion},
+      {kListRequest, kNotInitialized},
+      // Intended: the refusal names command 2 whichever was asked; the members are not even read.
+      {R"({"command":4})", kNotInitialized},
+      {R"({"command":5})", kNotInitialized},
+      {setPinRequest("123456"), fullAnswer(3, 6, kOk)},
+      {R"({"command":3,"pin":12.50})", fullAnswer(3, 5, kOk)},
+      {setPinRequest(""), fullAnswer(3, 0, kOk)},
+      {R"({"command":7})", fullAnswer(7, 0, kOk)},
+      {pinCharRequest("1"), fullAnswer(6, 1, kOk)},
+      {pinCharRequest("56"), fullAnswer(6, 2, kOk)},
+      // Intended: an empty text lengthens the PIN by its terminating zero byte.
+      {pinCharRequest(""), fullAnswer(6, 3, kOk)},
+      {R"({"command":7})", fullAnswer(7, 2, kOk)},
+      {kInitialize, kInitialized},
+      {initializeRequest(), kInitialized},
+      {R"({"command":7})", fullAnswer(7, 1, kOk)},  // Initialize keeps the pending PIN.
+      // No module is named yet: what is typed stays pending through the token command.
+      {kListRequest, fullAnswer(2, 1, listing)},
+      {kRetrieveRequest,
+       fullAnswer(4, 1, R"("pinRetryCount":0,"certificate":")" + escapedBase64 + "\"")},
+      {kSignRequest, fullAnswer(5, 1, R"("pinRetryCount":0,"pkcs1":"")", noPinKnown)},
+      // Intended: commands that do not reach the token repeat the last token command's state, and
+      // Initialize does not clear it.
+      {R"({"command":7})", fullAnswer(7, 0, kOk, noPinKnown)},
+      {setPinRequest("1"), fullAnswer(3, 1, kOk, noPinKnown)},
+      {initializeRequest(), kInitialized},
+      {pinCharRequest("2"), fullAnswer(6, 2, kOk, noPinKnown)},
+      {kVersionRequest, fullAnswer(8, 2, R"("version":"1.1")", noPinKnown)},
+      {kListRequest, fullAnswer(2, 0, listing)},
+      {kSignRequest, fullAnswer(5, 0, R"("pinRetryCount":0,"pkcs1":"MCAy")")},
+      {R"({"command":4,"certId":"!"})",
+       fullAnswer(4, 0, R"("pinRetryCount":0,"certificate":"")", afterABadId(true))},
+      // Intended: a success keeps the last failure's message.
+      {kListRequest, fullAnswer(2, 0, listing, afterABadId(false))},
+  };
   const TemporaryFolder folder;
   folder.write("script",
                "pin 12\nkey a1\nsignature 3\nprint C_Initialize * noise\ncertificate a1 hex " +
                    test_support::hex(der));
-  expectConversation(
-      {
-          {initializeRequest(), kInitialized},
-          // No module is named yet: what is typed stays pending through the token command.
-          {pinCharRequest("1"), fullAnswer(6, 1, kOk)},
-          {kListRequest, fullAnswer(2, 1, listing)},
-          {kRetrieveRequest,
-           fullAnswer(4, 1, R"("pinRetryCount":0,"certificate":")" + escapedBase64 + "\"")},
-          {kSignRequest, fullAnswer(5, 1, R"("pinRetryCount":0,"pkcs1":"")", noPinKnown)},
-          // Intended: commands that do not reach the token repeat the last token command's state,
-          // and Initialize does not clear it.
-          {R"({"command":7})", fullAnswer(7, 0, kOk, noPinKnown)},
-          {setPinRequest("1"), fullAnswer(3, 1, kOk, noPinKnown)},
-          {initializeRequest(), kInitialized},
-          {pinCharRequest("2"), fullAnswer(6, 2, kOk, noPinKnown)},
-          {kVersionRequest, fullAnswer(8, 2, R"("version":"1.1")", noPinKnown)},
-          {kListRequest, fullAnswer(2, 0, listing)},
-          {kSignRequest, fullAnswer(5, 0, R"("pinRetryCount":0,"pkcs1":"MCAy")")},
-          {R"({"command":4,"certId":"!"})",
-           fullAnswer(4, 0, R"("pinRetryCount":0,"certificate":"")", afterABadId(true))},
-          // Intended: a success keeps the last failure's message.
-          {kListRequest, fullAnswer(2, 0, listing, afterABadId(false))},
-      },
-      {"env", "SIGNING_HOST_PKCS11_MODULE=" FAKE_TOKEN,
-       "FAKE_TOKEN_SCRIPT=" + folder.file("script")});
+  const HostProcess::Texts launcher{"env", "SIGNING_HOST_PKCS11_MODULE=" FAKE_TOKEN,
+                                    "FAKE_TOKEN_SCRIPT=" + folder.file("script")};
+  HostProcess native({}, launcher);
+  HostProcess relay({"ws"}, launcher);
+  for (const auto& [request, answer] : conversation) {
+    relay.say(request);
+    EXPECT_EQ(native.ask(request), indented(answer)) << request;
+    EXPECT_EQ(relay.hear(), answer) << request;  // Late: a long answer has filled its pipe by now.
+  }
 }
 
 TEST(CommandCode, IsTheFirstPlainCommandMemberTruncatedToItsLow32Bits) {
