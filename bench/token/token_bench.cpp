@@ -1,7 +1,7 @@
 // The token commands through the host against the bare PKCS#11 calls, and as whole processes
 // against pkcs11-tool and p11tool, in turns.
 //
-//   token_bench HOST BARE_TOKEN TOKENS PIN INITIALIZE [--quick]
+//   token_bench HOST BARE_TOKEN GUARDED_TOKEN TOKENS PIN INITIALIZE [--quick]
 //
 // TOKENS holds one token folder for each number of certificates, named by that number.
 #include <algorithm>
@@ -23,6 +23,7 @@ constexpr std::size_t kUsualCount = 10;
 struct Programs {
   std::string host;
   std::string bare;
+  std::string guarded;
   std::string tokens;
   std::string pin;
   std::string initialize;
@@ -45,11 +46,12 @@ int repetitions(const Programs& programs, std::size_t count) {
   return programs.quick ? std::max(3, wanted / 20) : wanted;
 }
 
-/// One host and one bare program, both started and logged in, on a token with `count` certificates.
+/// One host and both bare programs, started and logged in, on a token with `count` certificates.
 void againstBareCalls(const Programs& programs, std::size_t count) {
   const BenchToken token = programs.token(count);
   TokenConversation host(programs.host, token);
   Child bare({programs.bare, BENCH_PKCS11_MODULE, programs.pin}, token.environment);
+  Child guarded({programs.guarded, BENCH_PKCS11_MODULE, programs.pin}, token.environment);
   if (host.list() != count) {
     fail("the host did not list every certificate");
   }
@@ -63,7 +65,10 @@ void againstBareCalls(const Programs& programs, std::size_t count) {
   }
   host.enterPin();
   host.sign();
-  bare.ask("sign");
+  for (Child* program : {&bare, &guarded}) {
+    program->ask("names");
+    program->ask("sign");
+  }
 
   struct Subject {
     const char* job;
@@ -78,15 +83,19 @@ void againstBareCalls(const Programs& programs, std::size_t count) {
                      return time;
                    }};
   };
-  const auto bareSubject = [&](const char* job, const char* name, const char* request) {
-    return Subject{job, name, [&bare, request] { return timed([&] { bare.ask(request); }); }};
+  const auto bareSubject = [](Child& program, const char* job, const char* name,
+                              const char* request) {
+    return Subject{job, name, [&program, request] { return timed([&] { program.ask(request); }); }};
   };
   std::vector<std::vector<Subject>> jobs{{hostSubject("list", kList),
-                                          bareSubject("list", "bare_listing", "names"),
-                                          bareSubject("list", "bare_calls", "list")}};
+                                          bareSubject(guarded, "list", "guarded_listing", "names"),
+                                          bareSubject(bare, "list", "bare_listing", "names"),
+                                          bareSubject(bare, "list", "bare_calls", "list")}};
   if (count == kUsualCount) {
-    jobs.push_back({hostSubject("get", kRetrieve), bareSubject("get", "bare_calls", "get")});
-    jobs.push_back({hostSubject("sign", kSign), bareSubject("sign", "bare_calls", "sign")});
+    for (const auto& [job, request] : {std::pair{"get", kRetrieve}, {"sign", kSign}}) {
+      jobs.push_back({hostSubject(job, request), bareSubject(guarded, job, "guarded_calls", job),
+                      bareSubject(bare, job, "bare_calls", job)});
+    }
   }
   for (int repetition = 0; repetition < repetitions(programs, count); ++repetition) {
     for (std::vector<Subject>& subjects : jobs) {
@@ -171,10 +180,11 @@ void asWholeProcesses(const Programs& programs, std::size_t count) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 6) {
+  if (argc < 7) {
     return EXIT_FAILURE;
   }
-  const Programs programs{argv[1], argv[2], argv[3], argv[4], argv[5], quickRun(argc, argv)};
+  const Programs programs{
+      argv[1], argv[2], argv[3], argv[4], argv[5], argv[6], quickRun(argc, argv)};
   for (const std::size_t count : kCertificateCounts) {
     againstBareCalls(programs, count);
     asWholeProcesses(programs, count);
