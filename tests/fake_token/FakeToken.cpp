@@ -1,37 +1,5 @@
-// A PKCS#11 module that does what a script says and logs every call.
-//
-// The script is the file that FAKE_TOKEN_SCRIPT names, read at every C_Initialize; occurrences are
-// counted on while its text stays the same. One statement a line, words separated by spaces,
-// numbers as in C with -1 for all ones; an occurrence N counts from 1, `*` is every one of them.
-//
-//     slots 7 9                         slots with a token, or none; default: slot 1
-//     pin 1234                          the right PIN; default: any
-//     certificate 01ab hex 3082...      id and value; either may be `-` (empty)
-//     key 01ab                          private key, found after a login; its signatures are a
-//                                       pattern over the data; `key 01ab own-login`: each needs a
-//                                       login for it
-//     signature 4096                    length of signatures; default 256
-//     fail C_Sign N 0x30                returns this and does nothing
-//     throw C_Sign N                    lets an exception out
-//     exhaust C_Sign N                  allocates too much, catches that: CKR_HOST_MEMORY
-//     hang C_Sign N                     never returns
-//     fork C_Sign N                     goes on in this process and in a child
-//     print C_Login N word              on standard output during the call, and reads from input
-//     exit C_Sign N 3                   ends the process with this status
-//     crash C_Sign N                    ends it by a signal; `print` and `crash` know `load 1`, too
-//     lie slots N 1000                  count that the Nth C_GetSlotList gives; so `lie found` of
-//                                       C_FindObjects' and `lie signature` of C_Sign's length
-//     lie search 1000                   a search goes on until so many objects were given
-//     lie length 17 asked 0             length of this attribute of the object listed first, when
-//                                       `asked` (null buffer), `read` (buffer) or `both`
-//
-// The log is appended to the file that FAKE_TOKEN_LOG names. A line is the function, its arguments
-// in their order, "->", the return value and what was given back. Of a pointer only tells "set" or
-// "null"; bytes that go in are told in hexadecimal:
-//
-//     C_GetSlotList 1 null 10 -> 0 1
-//     C_FindObjectsInit 5 0=0100000000000000 128=0000000000000000 -> 0
-//     C_GetAttributeValue 5 2 258=null:0 17=set:811 -> 0 258:1 17:811
+// A PKCS#11 module that does what a script says and logs every call; README.md tells the script's
+// statements and the log's lines.
 #include <pkcs11.h>
 #include <unistd.h>
 
@@ -139,9 +107,7 @@ CK_ULONG countToTell(const std::string& what, CK_ULONG count) {
 
 std::vector<CK_SLOT_ID> slots() {
   std::vector<CK_SLOT_ID> numbers;
-  for (const std::string& word : said({"slots"}).value_or(Words{"1"})) {
-    numbers.push_back(number(word));
-  }
+  for (const auto& word : said({"slots"}).value_or(Words{"1"})) numbers.push_back(number(word));
   return numbers;
 }
 
@@ -200,6 +166,11 @@ CK_RV onSession(const char* function, CK_SESSION_HANDLE session, const std::stri
   });
 }
 
+CK_RV endSession(std::string& /*given*/) {
+  sessionOpen = loggedIn = false;
+  return CKR_OK;
+}
+
 /// Gives one attribute as the standard's C_GetAttributeValue does, or as the script's lies want.
 CK_RV giveAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE& wanted) {
   const auto own = objects[object - 1].find(wanted.type);
@@ -230,10 +201,7 @@ CK_RV C_Initialize(CK_VOID_PTR arguments) {
 }
 
 CK_RV C_Finalize(CK_VOID_PTR reserved) {
-  return call("C_Finalize", listed(set(reserved)), [](auto&) {
-    sessionOpen = loggedIn = false;
-    return CKR_OK;
-  });
+  return call("C_Finalize", listed(set(reserved)), endSession);
 }
 
 CK_RV C_GetSlotList(CK_BBOOL tokenPresent, CK_SLOT_ID_PTR list, CK_ULONG_PTR count) {
@@ -252,8 +220,7 @@ CK_RV C_OpenSession(CK_SLOT_ID slot, CK_FLAGS flags, CK_VOID_PTR application, CK
                     CK_SESSION_HANDLE_PTR session) {
   const std::string text = listed(slot, flags, set(application), set(notify));
   return call("C_OpenSession", text, [&](auto& given) {
-    const std::vector<CK_SLOT_ID> own = slots();
-    if (std::find(own.begin(), own.end(), slot) == own.end()) return CKR_SLOT_ID_INVALID;
+    if (std::ranges::count(slots(), slot) == 0) return CKR_SLOT_ID_INVALID;
     *session = kSession;
     sessionOpen = true;
     given = listed(kSession);
@@ -262,10 +229,7 @@ CK_RV C_OpenSession(CK_SLOT_ID slot, CK_FLAGS flags, CK_VOID_PTR application, CK
 }
 
 CK_RV C_CloseSession(CK_SESSION_HANDLE session) {
-  return onSession("C_CloseSession", session, "", [](auto&) {
-    sessionOpen = loggedIn = false;
-    return CKR_OK;
-  });
+  return onSession("C_CloseSession", session, "", endSession);
 }
 
 CK_RV C_Login(CK_SESSION_HANDLE session, CK_USER_TYPE user, CK_UTF8CHAR_PTR pin, CK_ULONG length) {

@@ -228,9 +228,11 @@ TEST_F(FaultSweep, AModuleThatLies) {
   while (unit.size() < 64) unit += "\xC3\xA9";
   const test_support::NameFields name(300, {"OU", unit});
   const std::string wide = test_support::makeCertificate({.subject = name});
-  for (const auto& [found, tooLong] : {std::pair("8", false), {"11", true}}) {
-    host.script("certificate a1 hex " + hex(wide) + "\nlie search " + found);
-    const json answer = host.ask(kListRequest);
+  for (const auto& [mode, found, tooLong] :
+       {std::tuple("native", "8", false), {"native", "11", true}, {"ws", "11", false}}) {
+    TokenHost listing(FAKE_TOKEN, "env", mode);
+    listing.script("certificate a1 hex " + hex(wide) + "\nlie search " + found);
+    const json answer = json::parse(listing.process.ask(kListRequest));
     EXPECT_EQ(answer.value("certificates", "?").empty(), tooLong);
     EXPECT_EQ(answer.value("errorMessage", "") == "listing too long", tooLong);
     EXPECT_EQ(answer.value("lastError", -1), tooLong ? 12 : 0);
