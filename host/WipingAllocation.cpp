@@ -12,7 +12,7 @@
 void* operator new(std::size_t size) {
   // As operator new must: retry while the new-handler may free something, then throw.
   for (;;) {
-    if (void* block = std::malloc(size != 0 ? size : 1)) {
+    if (void* block = std::malloc(size)) {  // glibc has one for no bytes, too
       return block;
     }
     if (const std::new_handler handler = std::get_new_handler()) {
