@@ -149,7 +149,6 @@ internalJSONNode* internalJSONNode::detachedCopy() {
 void internalJSONNode::Nullify() {
   type = JSON_NULL;
   text.borrow(jsonSingletonCONST_NULL());
-  textEncoded = false;
   fetched = true;
 }
 
@@ -170,7 +169,6 @@ void internalJSONNode::becomeContainer(unsigned char newType) {
     children->releaseAll();  // left over from before the body became null
   }
   text.clear();
-  textEncoded = false;
   value = 0;
   type = newType;
   fetched = true;
