@@ -5,6 +5,7 @@
 #include <map>
 #include <random>
 #include <regex>
+#include <thread>
 
 #include "tests/host/TokenHost.h"
 #include "tests/support/TestCertificate.h"
@@ -279,6 +280,18 @@ TEST(BadModule, NeverDisturbsAByteOfTheConversation) {
     EXPECT_EQ(host.process.wait(), 0);
     const std::string said = host.process.standardError();
     EXPECT_TRUE(std::regex_match(said, std::regex(says))) << said;
+  }
+  // What a module forks has no conversation of its own, and ends.
+  for (const char* mode : {"native", "ws"}) {
+    TokenHost host(FAKE_TOKEN, "env", mode);
+    host.script("fork C_Initialize 1");
+    host.process.ask(kListRequest);
+    const std::string id = std::to_string(host.process.pid());
+    const pid_t forked = std::stoi(procText(host.process.pid(), "task/" + id + "/children"));
+    for (int tries = 0; tries < 600 && statusOf(forked, "State")[0] != 'Z'; ++tries) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    EXPECT_EQ(statusOf(forked, "State"), "Z (zombie)") << mode;
   }
   for (const std::string script : {"crash load 1", "crash C_Login 1", "exit C_Sign 1 3"}) {
     SCOPED_TRACE(script);
