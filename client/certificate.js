@@ -3,7 +3,7 @@
 /**
  * @typedef {object} Certificate
  * @property {Uint8Array} der
- * @property {Uint8Array} publicKey SubjectPublicKeyInfo, as WebCrypto's "spki" import takes it.
+ * @property {Uint8Array[] | null} rsaKey Modulus and exponent, big-endian without a zero in front; null for another key.
  * @property {Date} notBefore
  * @property {Date} notAfter
  * @property {Record<string, string>} subject First value of each attribute: CN, O, OU, C …
@@ -14,6 +14,8 @@ const kAttribute = {
   "2.5.4.3": "CN", "2.5.4.4": "SN", "2.5.4.5": "serialNumber", "2.5.4.6": "C", "2.5.4.7": "L",
   "2.5.4.10": "O", "2.5.4.11": "OU", "2.5.4.42": "GN",
 };
+
+const kRsaKey = "1.2.840.113549.1.1.1";
 
 /** @param {string} base64 @returns {Uint8Array} */
 export function bytesOfBase64(base64) {
@@ -81,6 +83,14 @@ function name(content) {
   return attributes;
 }
 
+/** Of a SubjectPublicKeyInfo; the numbers as RFC 8017, appendix A.1.1, has them. */
+function rsaKey(content) {
+  const [algorithm, bits] = children(content);
+  if (oidText(children(algorithm.content)[0].content) !== kRsaKey) return null;
+  // Before the bits stands how many of the last ones are unused: none.
+  return children(element(bits.content, 1).content).map(({ content }) => content.subarray(content[0] === 0 ? 1 : 0));
+}
+
 /** @param {Uint8Array} der @returns {Certificate} @throws when it is not a certificate */
 export function parseCertificate(der) {
   const [toBeSigned] = children(element(der, 0).content);
@@ -88,5 +98,5 @@ export function parseCertificate(der) {
   if (fields[0].tag === 0xa0) fields.shift(); // the version, absent in version 1
   const [, , issuer, validity, subject, publicKey] = fields;
   const [notBefore, notAfter] = children(validity.content).map(time);
-  return { der, publicKey: publicKey.whole, notBefore, notAfter, subject: name(subject.content), issuer: name(issuer.content) };
+  return { der, rsaKey: rsaKey(publicKey.content), notBefore, notAfter, subject: name(subject.content), issuer: name(issuer.content) };
 }

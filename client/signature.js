@@ -26,24 +26,14 @@ function power(base, exponent, modulus) {
  * @param {string} signature Base64.
  * @param {string} digest Base64 of 16, 20 or 32 bytes.
  * @param {import("./certificate.js").Certificate} certificate
- * @returns {Promise<boolean>} false also for a key that is not RSA.
+ * @returns {boolean} false also for a key that is not RSA.
  */
-export async function fits(signature, digest, certificate) {
+export function fits(signature, digest, { rsaKey }) {
   const digestBytes = bytesOfBase64(digest);
   const info = kDigestInfo[digestBytes.length] + hexOf(digestBytes);
-  let jwk;
-  try {
-    const key = await crypto.subtle.importKey("spki", /** @type {BufferSource} */ (certificate.publicKey),
-      { name: "RSASSA-PKCS1-v1_5", hash: "SHA-256" }, true, ["verify"]);
-    jwk = await crypto.subtle.exportKey("jwk", key);
-  } catch {
-    return false;
-  }
-  const bytesOf = (/** @type {any} */ text) => bytesOfBase64(text.replaceAll("-", "+").replaceAll("_", "/"));
-  const modulus = bytesOf(jwk.n);
   const signed = bytesOfBase64(signature);
-  if (signed.length !== modulus.length) return false;
-  const expected = `0001${"ff".repeat(modulus.length - 3 - info.length / 2)}00${info}`;
-  const [n, e, s] = [modulus, bytesOf(jwk.e), signed].map((bytes) => BigInt(`0x${hexOf(bytes)}`));
+  if (signed.length !== rsaKey?.[0].length) return false;
+  const [n, e, s] = [...rsaKey, signed].map((bytes) => BigInt(`0x${hexOf(bytes)}`));
+  const expected = `0001${`00${info}`.padStart(signed.length * 2 - 4, "f")}`;
   return s < n && power(s, e, n) === BigInt(`0x${expected}`);
 }

@@ -202,7 +202,7 @@ export class SigningClient {
     const certificate = await this.#certificateToFit(id, options);
     const signature = await this.#namedResult(kCommand.sign, { certId: id, ...document }, "pkcs1", options);
     this.#isPinKnown = true;
-    await this.#checkFit(id, certificate, [signature], [document]);
+    this.#checkFit(id, certificate, [signature], [document]);
     return signature;
   }
 
@@ -235,7 +235,7 @@ export class SigningClient {
       throw error;
     }
     this.#isPinKnown = true;
-    await this.#checkFit(id, certificate, signatures, all);
+    this.#checkFit(id, certificate, signatures, all);
     return signatures;
   }
 
@@ -254,11 +254,11 @@ export class SigningClient {
   }
 
   /** @param {string} id @param {string | null} certificate @param {string[]} signatures @param {{digest: string}[]} documents */
-  async #checkFit(id, certificate, signatures, documents) {
+  #checkFit(id, certificate, signatures, documents) {
     if (certificate === null) return;
     const parsed = parseCertificate(bytesOfBase64(certificate));
     for (const [index, signature] of signatures.entries()) {
-      if (await fits(signature, documents[index].digest, parsed)) continue;
+      if (fits(signature, documents[index].digest, parsed)) continue;
       this.#fetched.delete(id);
       throw new HostError("signature-misfit", { code: 0 });
     }

@@ -218,7 +218,7 @@ export class Broker {
         answer = await Promise.race([window.cancelled, this.#tryPin(requests[signatures.length], pin)])
           .catch((error) => { if (error instanceof Cancelled) this.#forget(); throw error; });
         if (answer.error || !answer.pkcs1) break;
-        if (!await fits(answer.pkcs1, requests[signatures.length].digest, shown)) {
+        if (!fits(answer.pkcs1, requests[signatures.length].digest, shown)) {
           rememberFailure(this.#origin, "signature-misfit");
           throw new RefusedRequest("the signature does not fit the certificate that was shown.", "signature-misfit");
         }

@@ -191,7 +191,7 @@ async function checkAgain() {
   if ($("result").hidden) return;
   const { base64, certificate, size } = signed;
   const digest = chosenSize() === size ? (await readDocument()).digest : null;
-  if (digest && await fits(base64, btoa(String.fromCharCode(...digest)), certificate)) showSigned();
+  if (digest && fits(base64, btoa(String.fromCharCode(...digest)), certificate)) showSigned();
   else showVerdict(false, "demo.result.changed", "demo.result.changed-advice");
 }
 
