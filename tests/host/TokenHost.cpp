@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
-#include <thread>
 
 #include "tests/support/TestCertificate.h"
 
@@ -63,15 +62,7 @@ TemporaryFolder::TemporaryFolder() {
   if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("mkdtemp");
 }
 
-TemporaryFolder::~TemporaryFolder() {
-  // A child that a module has forked may still be writing here.
-  std::error_code busy;
-  for (int tries = 0; tries < 600; ++tries) {
-    std::filesystem::remove_all(path, busy);
-    if (!busy) return;
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
-}
+TemporaryFolder::~TemporaryFolder() { std::filesystem::remove_all(path); }
 
 void TemporaryFolder::write(const std::string& name, std::string_view bytes) const {
   std::ofstream(file(name), std::ios::binary) << bytes;
