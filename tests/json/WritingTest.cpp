@@ -71,7 +71,7 @@ TEST(Writing, FixesEveryByteOfBothForms) {
 }
 
 TEST(Writing, IndentsByOneTabPerLevelHoweverDeep) {
-  constexpr std::size_t kDepth = 30;  // beyond the three caches of eight
+  constexpr std::size_t kDepth = 300;  // more tabs than the first memory has room for
   JSONNode root = JSONWorker::parse(std::string(kDepth, '[') + "1" + std::string(kDepth, ']'));
   std::string expected = "1";
   for (std::string tabs(kDepth, '\t'); !tabs.empty(); tabs.pop_back()) {
