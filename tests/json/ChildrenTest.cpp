@@ -148,11 +148,11 @@ TEST(Operations, ChangeThisHandleOnly) {
        },
        R"([][5,6]1{"a":1,"B":2,"b":3,"l":[true],"":5,"":6})"},
       {[](N& n) {
-         N other = numbers(5, 6);
+         N other = numbers(5, 11);
          other.merge(&n);
-         return other.write();
+         return std::to_string(capacity(other)) + other.write();
        },
-       "[5,6,1,2,3,[true]]{}"},
+       "16[5,6,7,8,9,10,11,1,2,3,[true]]{}"},
   };
   for (const Row& row : rows) {
     JSONNode node = JSONWorker::parse(text);
