@@ -19,7 +19,8 @@ using json_detail::PlainFront;
 std::string randomText() {
   static std::minstd_rand random{1};  // NOLINT(cert-msc32-c,cert-msc51-cpp): repeatable on purpose
   constexpr std::size_t kPlainPieces = 14;
-  static const std::vector<std::string> kPieces{// clang-format off
+  // clang-format off
+  static const std::vector<std::string> kPieces{
       "\"", "\"a\":", "\"bc\":[", "{", "}", "[", "]", ",", ":", "12", "\"text\"", "true",
       "\"a longer text, with /, # and {[:,]} in it\":", "\"\xC3\xB1 \x7F\x01\"",
       " ", "\\", "/", "#", "\x7F", "\x80", "\xFF", "\0"s};
