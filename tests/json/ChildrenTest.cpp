@@ -136,13 +136,13 @@ TEST(Operations, ChangeThisHandleOnly) {
       {[](N& n) { return told(n.insert(n.begin() + 1, n.begin(), n.begin() + 2)); },
        R"(a1 {"a":1,"a":1,"B":2,"B":2,"b":3,"l":[true]})"},
       {[](N& n) {
-         N others[] = {numbers(5, 6), N("n", 1), N(JSON_NODE)};
+         N others[] = {numbers(5, 6), N("n", 1), numbers(7, 7)};
          const N sharer = others[0];
          N* const list[] = {&others[0], nullptr, &others[1], &others[2], &n};
          n.merge(5, list);
          return others[0].write() + sharer.write() + others[1].as_string();
        },
-       R"([][5,6]1{"a":1,"B":2,"b":3,"l":[true],"":5,"":6})"},
+       R"([][5,6]1{"a":1,"B":2,"b":3,"l":[true],"":5,"":6,"":7})"},
       {[](N& n) {
          N other = numbers(5, 11);
          other.merge(&n);
