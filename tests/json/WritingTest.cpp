@@ -3,6 +3,7 @@
 #include <string>
 #include <string_view>
 
+#include "json/_internal/Source/JSONPage.h"
 #include "json/json.h"
 
 namespace {
@@ -78,6 +79,14 @@ TEST(Writing, IndentsByOneTabPerLevelHoweverDeep) {
     expected = "[\n" + tabs + expected + "\n" + tabs.substr(1) + "]";
   }
   EXPECT_EQ(root.write_formatted(), expected);
+}
+
+TEST(Writing, LeavesNothingOfATextInThePageItWasWrittenOn) {
+  if (!json_detail::kMemoryIsReused) GTEST_SKIP() << "the sanitizers get every block back";
+  EXPECT_EQ(written(std::string(200, 'x')).size(), 204U);
+  void* const page = json_detail::JSONPage::List::take();  // the last that was given back
+  EXPECT_EQ(std::string_view(static_cast<char*>(page), 204).find('x'), std::string_view::npos);
+  json_detail::JSONPage::List::give(page);
 }
 
 TEST(Writing, GivesBackWhatWasNotReadAsItCameIn) {
