@@ -127,8 +127,7 @@ def machine(compiler, json_context):
         ("Processor", f"{cpu[1] if cpu else platform.machine()}, {cores} cores"),
         ("System", f"{system[1] if system else 'Linux'}, kernel {platform.release()}"),
         ("Compiler", output_of(compiler, "--version").splitlines()[0] + ", the release preset"),
-        ("simdjson", f"kernel {json_context.get('simdjson_kernel', '-')}; on-demand compiled for "
-                     f"{json_context.get('simdjson_on_demand_kernel', '-')}"),
+        ("simdjson", f"kernel {json_context.get('simdjson_kernel', '-')}"),
         ("Packages", versions.rstrip(", "))])
 
 

@@ -83,7 +83,8 @@ class DigitalSignatureUtilPkcs11 : public DigitalSignatureUtil {
   void visitCertificates(CK_SESSION_HANDLE session,
                          const std::function<void(CertificateObject&)>& visit);
 
-  /// The first entry of the domain list that covers the page's host name, or null.
+  /// The first entry of the domain list that covers the page's host name, or null:
+  /// PageAuthorization.cpp.
   [[nodiscard]] const std::string* coveringEntry() const;
 
   // Where a failure becomes error state.

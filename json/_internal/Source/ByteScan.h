@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 #ifdef __SSE2__
 #include <emmintrin.h>
@@ -51,9 +52,8 @@ struct NeedsEscape {
   static bool matches(char byte) { return escapeOf(byte) != 0; }
 #ifdef __SSE2__
   static __m128i matches(__m128i bytes) {
-    // One higher and as signed numbers, the bytes from 0x7F on are below 0x21 too.
-    const __m128i higher = _mm_add_epi8(bytes, _mm_set1_epi8(1));
-    return _mm_cmplt_epi8(higher, _mm_set1_epi8(0x21)) | equalTo(bytes, '"') |
+    // Compared as signed numbers, the bytes from 0x80 on are below 0x20 too.
+    return _mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)) | equalTo(bytes, 0x7F) | equalTo(bytes, '"') |
            equalTo(bytes, '\\') | equalTo(bytes, '/');
   }
 #endif
@@ -96,7 +96,7 @@ void copyEnds(char* to, const char* from, std::size_t size) {
   std::memcpy(to + size - sizeof last, &last, sizeof(Word));
 }
 
-/// memcpy().
+/// memcpy(), without a call for up to 32 bytes.
 inline void copyBytes(char* to, const char* from, std::size_t size) {
   struct Sixteen {
     std::uint64_t low;
@@ -117,6 +117,23 @@ inline void copyBytes(char* to, const char* from, std::size_t size) {
   }
 }
 
+template <typename Word>
+bool equalEnds(const char* left, const char* right, std::size_t size) {
+  const std::size_t last = size - sizeof(Word);
+  return loadWord<Word>(left) == loadWord<Word>(right) &&
+         loadWord<Word>(left + last) == loadWord<Word>(right + last);
+}
+
+/// Equality, without a call for the usual lengths of names.
+inline bool equalNames(std::string_view left, std::string_view right) {
+  const std::size_t size = left.size();
+  if (size != right.size() || size < sizeof(std::uint32_t) || size > 2 * sizeof(std::uint64_t)) {
+    return left == right;
+  }
+  return size < sizeof(std::uint64_t) ? equalEnds<std::uint32_t>(left.data(), right.data(), size)
+                                      : equalEnds<std::uint64_t>(left.data(), right.data(), size);
+}
+
 /// Copies up to kShortCopy bytes, unless one of them is of the kind: then what
 /// is at `to` is of no use, and false is returned.
 inline constexpr std::size_t kShortCopy = 32;
@@ -132,13 +149,11 @@ template <typename Kind>
   }
   const auto copyWords = [=](auto word) {
     using Word = decltype(word);
-    const auto first = loadWord<Word>(from);
-    const auto last = loadWord<Word>(from + size - sizeof word);
-    std::memcpy(to, &first, sizeof word);
-    std::memcpy(to + size - sizeof word, &last, sizeof word);
+    copyEnds<Word>(to, from, size);
     constexpr unsigned int kBits = (1U << sizeof word) - 1;
     const __m128i both =
-        _mm_set_epi64x(static_cast<long long>(last), static_cast<long long>(first));
+        _mm_set_epi64x(static_cast<long long>(loadWord<Word>(from + size - sizeof word)),
+                       static_cast<long long>(loadWord<Word>(from)));
     return (bitsOf(Kind::matches(both)) & (kBits | kBits << sizeof(std::uint64_t))) == 0;
   };
   if (size >= sizeof(std::uint64_t)) {

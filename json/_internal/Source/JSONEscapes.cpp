@@ -111,17 +111,13 @@ std::string unicodeEscape(unsigned char byte) {
 
 void appendEscaped(std::string_view text, JSONOutput& output) {
   const char* const end = text.data() + text.size();
-  for (const char* at = text.data();; ++at) {
-    char* out = output.room(static_cast<std::size_t>(end - at) + kLongestEscape);
+  for (const char* at = text.data(); at != end;) {
+    char* out = output.room(static_cast<std::size_t>(end - at));
     at = copyUntil<NeedsEscape>(at, end, out);
-    if (at == end) {
-      output.advance(out);
-      return;
-    }
-    output.advance(escapeInto(out, *at));
+    output.advance(out);
     // What needs an escape seldom comes alone: the bytes of a letter outside ASCII do not.
-    for (; at + 1 != end && NeedsEscape::matches(at[1]); ++at) {
-      output.advance(escapeInto(output.room(kLongestEscape), at[1]));
+    for (; at != end && NeedsEscape::matches(*at); ++at) {
+      output.advance(escapeInto(output.room(kLongestEscape), *at));
     }
   }
 }

@@ -80,10 +80,10 @@ constexpr char kBracketBit = 0x20;
 }
 
 [[gnu::target("avx2")]] inline __m256i othersOf(__m256i bytes) {
-  // One higher and as signed numbers, the bytes from 0x7F on are below the one after the space too.
-  const __m256i higher = _mm256_add_epi8(bytes, _mm256_set1_epi8(1));
+  // Compared as signed numbers, the bytes from 0x80 on are below the space too.
+  const __m256i outside = _mm256_cmpgt_epi8(_mm256_set1_epi8(' ' + 1), bytes);
   return _mm256_or_si256(_mm256_or_si256(equal(bytes, '/'), equal(bytes, '#')),
-                         _mm256_cmpgt_epi8(_mm256_set1_epi8(' ' + 2), higher));
+                         _mm256_or_si256(equal(bytes, 0x7F), outside));
 }
 
 [[gnu::target("avx2,bmi")]] inline BlockBits classifyAvx2(const char* block) {
@@ -106,9 +106,9 @@ constexpr char kBracketBit = 0x20;
   return indexPlain<classifyAvx2, paritiesAvx2>(text, size, index);
 }
 
-const bool hasAvx2 = static_cast<bool>(__builtin_cpu_supports("avx2")) &&
-                     static_cast<bool>(__builtin_cpu_supports("bmi")) &&
-                     static_cast<bool>(__builtin_cpu_supports("pclmul"));
+const bool hasVectors = static_cast<bool>(__builtin_cpu_supports("avx2")) &&
+                        static_cast<bool>(__builtin_cpu_supports("bmi")) &&
+                        static_cast<bool>(__builtin_cpu_supports("pclmul"));
 
 #endif
 
@@ -116,7 +116,7 @@ const bool hasAvx2 = static_cast<bool>(__builtin_cpu_supports("avx2")) &&
 
 PlainFront indexPlainFront(const char* text, std::size_t size, IndexBlock* index) {
 #if defined(__x86_64__)
-  if (hasAvx2) {
+  if (hasVectors) {
     return indexAvx2(text, size, index);
   }
 #endif
@@ -126,7 +126,7 @@ PlainFront indexPlainFront(const char* text, std::size_t size, IndexBlock* index
 std::vector<decltype(&indexPlainFront)> indexers() {
   std::vector<decltype(&indexPlainFront)> all{indexPortably};
 #if defined(__x86_64__)
-  if (hasAvx2) {
+  if (hasVectors) {
     all.push_back(indexAvx2);
   }
 #endif

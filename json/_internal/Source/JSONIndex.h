@@ -29,8 +29,8 @@ struct PlainFront {
 /// outside.
 PlainFront indexPlainFront(const char* text, std::size_t size, IndexBlock* index);
 
-/// The implementations of indexPlainFront() that this processor can run, the
-/// portable one first. All give the same.
+/// For tests: the implementations of indexPlainFront() that this processor can run, the portable
+/// one first. All give the same.
 std::vector<decltype(&indexPlainFront)> indexers();
 
 }  // namespace json_detail

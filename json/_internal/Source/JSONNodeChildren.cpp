@@ -16,13 +16,13 @@ JSONNode** firstSlot(internalJSONNode& body) {
   return body.isContainer() ? body.children->begin() : nullptr;
 }
 
-JSONNode** lastSlot(internalJSONNode& body) {
+JSONNode** endSlot(internalJSONNode& body) {
   body.Fetch();
   return body.isContainer() ? body.children->end() : nullptr;
 }
 
 JSONNode** slotOrEnd(internalJSONNode& body, JSONNode** slot) {
-  return slot != nullptr ? slot : lastSlot(body);
+  return slot != nullptr ? slot : endSlot(body);
 }
 
 }  // namespace
@@ -47,11 +47,11 @@ JSONNode::const_iterator JSONNode::find_nocase(std::string_view name) const {
 
 JSONNode::iterator JSONNode::begin() { return iterator(firstSlot(own())); }
 
-JSONNode::iterator JSONNode::end() { return iterator(lastSlot(own())); }
+JSONNode::iterator JSONNode::end() { return iterator(endSlot(own())); }
 
 JSONNode::const_iterator JSONNode::begin() const { return const_iterator(firstSlot(*internal)); }
 
-JSONNode::const_iterator JSONNode::end() const { return const_iterator(lastSlot(*internal)); }
+JSONNode::const_iterator JSONNode::end() const { return const_iterator(endSlot(*internal)); }
 
 void JSONNode::push_back(JSONNode child) { own().push_back(std::move(child)); }
 
@@ -92,7 +92,7 @@ JSONNode JSONNode::pop_back_nocase(std::string_view name) {
 unsigned int JSONNode::indexOf(JSONNode* const* place) const {
   const std::less<> before;  // total, also for places in other containers
   JSONNode** const first = firstSlot(*internal);
-  if (!internal->isContainer() || before(place, first) || before(lastSlot(*internal), place)) {
+  if (!internal->isContainer() || before(place, first) || before(endSlot(*internal), place)) {
     throw std::out_of_range("");
   }
   return static_cast<unsigned int>(place - first);

@@ -8,14 +8,11 @@
 
 namespace json_detail {
 
-JSONOutput::JSONOutput(std::size_t reserve) { open(reserve); }
-
-void JSONOutput::open(std::size_t size) {
-  const bool isPage = size <= JSONPage::kSize;
-  start = static_cast<char*>(isPage ? JSONPage::List::take() : ::operator new(size));
-  at = start;
-  limit = start + std::max(size, JSONPage::kSize);
-}
+JSONOutput::JSONOutput(std::size_t reserve)
+    : start(static_cast<char*>(reserve <= JSONPage::kSize ? JSONPage::List::take()
+                                                          : ::operator new(reserve))),
+      at(start),
+      limit(start + std::max(reserve, JSONPage::kSize)) {}
 
 void JSONOutput::grow(std::size_t bytes) {
   const std::size_t size = length();
@@ -32,8 +29,8 @@ void JSONOutput::release() noexcept {
   if (limit - start > static_cast<std::ptrdiff_t>(JSONPage::kSize)) {
     ::operator delete(start);
   } else {
-    constexpr std::size_t kBehind = 64;  // what copying in strides may have left behind the text
-    JSONPage::List::give(start, std::min(length() + kBehind, JSONPage::kSize));
+    constexpr std::size_t kStrideRest = 64;  // what copying in strides may have left after the text
+    JSONPage::List::give(start, std::min(length() + kStrideRest, JSONPage::kSize));
   }
 }
 

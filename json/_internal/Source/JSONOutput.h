@@ -14,14 +14,14 @@ namespace json_detail {
 class JSONOutput {
  public:
   /// @param reserve  the expected length in bytes; not a limit
-  explicit JSONOutput(std::size_t reserve = 0);
+  explicit JSONOutput(std::size_t reserve);
   JSONOutput(const JSONOutput&) = delete;
   JSONOutput& operator=(const JSONOutput&) = delete;
   JSONOutput(JSONOutput&&) = delete;
   JSONOutput& operator=(JSONOutput&&) = delete;
   ~JSONOutput() { release(); }
 
-  /// Room for that many bytes, behind what was written. Who fills it says so with advance().
+  /// Room for that many bytes, after what was written. Who fills it says so with advance().
   [[nodiscard]] char* room(std::size_t bytes) {
     if (static_cast<std::size_t>(limit - at) < bytes) {
       grow(bytes);
@@ -47,13 +47,12 @@ class JSONOutput {
   [[nodiscard]] std::string text() const { return {start, at}; }
 
  private:
-  void open(std::size_t size);
   void grow(std::size_t bytes);
   void release() noexcept;
 
-  char* start = nullptr;  // a page, or a longer block
-  char* at = nullptr;
-  char* limit = nullptr;
+  char* start;  // a page, or a longer block
+  char* at;
+  char* limit;
 };
 
 }  // namespace json_detail

@@ -16,10 +16,10 @@ bool take(std::string_view& text, std::string_view expected) {
   return true;
 }
 
-bool takeDigits(std::string_view& text, std::size_t count, bool (*isDigit)(char)) {
+bool takeDigits(std::string_view& text, std::size_t count, bool (*isKind)(char)) {
   const std::string_view taken = text.substr(0, count);
   text.remove_prefix(taken.size());
-  return taken.size() == count && std::ranges::all_of(taken, isDigit);
+  return taken.size() == count && std::ranges::all_of(taken, isKind);
 }
 
 /// False when a run is not closed.

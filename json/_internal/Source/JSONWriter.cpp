@@ -78,7 +78,7 @@ char closingBracket(const internalJSONNode& body) { return body.type == JSON_ARR
 
 void internalJSONNode::WriteComment(unsigned int level, JSONOutput& output) const {
   std::string_view lines = comment.view();
-  if (level == kNotFormatted || lines.empty()) {
+  if (level == kNotFormatted) {
     return;
   }
   startLine(level, output);
@@ -161,33 +161,33 @@ void internalJSONNode::WriteChildren(unsigned int level, JSONOutput& output) {
     internalJSONNode* body;
     unsigned int next;  // the child to write next
   };
-  const bool formatted = level != kNotFormatted;
+  const unsigned int step = level != kNotFormatted ? 1 : 0;  // the compact form has one level
   std::vector<Open> outer;
   Open current{this, 0};
-  unsigned int childLevel = formatted ? level + 1 : kNotFormatted;
+  level += step;  // of the children
   for (;;) {
     jsonChildren& siblings = *current.body->children;
     if (current.next == siblings.size) {
-      startLine(formatted ? childLevel - 1 : kNotFormatted, output);
+      level -= step;
+      startLine(level, output);
       if (outer.empty()) {
         return;
       }
       output.append(closingBracket(*current.body));
       current = outer.back();
       outer.pop_back();
-      childLevel -= formatted ? 1 : 0;
       continue;
     }
     if (current.next != 0) {
       output.append(',');
     }
-    startLine(childLevel, output);
+    startLine(level, output);
     internalJSONNode& child = JSONNodeAccess::body(*siblings.array[current.next]);
     ++current.next;
-    if (child.WriteValue(childLevel, current.body->type == JSON_ARRAY, output)) {
+    if (child.WriteValue(level, current.body->type == JSON_ARRAY, output)) {
       outer.push_back(current);
       current = {&child, 0};
-      childLevel += formatted ? 1 : 0;
+      level += step;
     }
   }
 }

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <type_traits>
 
+#include "json/_internal/Source/CharacterClass.h"
+
 /// Numbers as text, and text as numbers, in the "C" numeric locale, which the process must keep.
 class NumberToString {
  public:
@@ -97,7 +99,7 @@ class NumberToString {
     constexpr std::size_t kExactDigits = 15;
     return !text.empty() && text.size() <= kExactDigits &&
            (text.front() != '0' || text.size() == 1) &&
-           std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
+           std::ranges::all_of(text, json_detail::isDigit);
   }
   static bool isNumericOther(std::string_view text);
   static double _atofLong(std::string_view text);

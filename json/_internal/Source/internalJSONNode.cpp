@@ -10,10 +10,6 @@
 
 using json_detail::FreeList;
 
-internalJSONNode* internalJSONNode::newStandalone(unsigned char type, bool fetched) {
-  return FreeList<Standalone>::make(type, fetched);
-}
-
 inline internalJSONNode::Standalone* internalJSONNode::standalone(internalJSONNode* body) {
   // NOLINTNEXTLINE(cppcoreguidelines-pro-type-static-cast-downcast): its home says what it is
   return static_cast<Standalone*>(body);
@@ -21,7 +17,7 @@ inline internalJSONNode::Standalone* internalJSONNode::standalone(internalJSONNo
 
 inline void internalJSONNode::destroyOne(internalJSONNode* body) noexcept {
   if (body->home == Home::kOwn) {
-    FreeList<Standalone>::destroy(standalone(body));
+    Recycled::destroy(standalone(body));
     return;
   }
   const json_detail::JSONSource memory = std::move(body->source);  // outlives the body
@@ -40,8 +36,9 @@ std::span<char> internalJSONNode::textRoom() {
 void internalJSONNode::makeChildren() { children.reset(FreeList<jsonChildren>::make()); }
 
 internalJSONNode* internalJSONNode::newInternal(char type) {
-  const auto code = static_cast<unsigned char>(type);
-  JSONNode owner = JSONNodeAccess::adopt(newStandalone(code <= JSON_NODE ? code : JSON_NULL, true));
+  auto code = static_cast<unsigned char>(type);
+  code = code <= JSON_NODE ? code : static_cast<unsigned char>(JSON_NULL);
+  JSONNode owner = JSONNodeAccess::adopt(Recycled::make(code, true));
   internalJSONNode& body = JSONNodeAccess::body(owner);
   // Empty values are written as valid JSON: an empty number is 0, an empty bool is false.
   switch (body.type) {
@@ -66,7 +63,7 @@ internalJSONNode* internalJSONNode::newInternal(char type) {
 
 internalJSONNode* internalJSONNode::newScalar(char type, std::string_view name,
                                               std::string_view text, double value) {
-  JSONNode owner = JSONNodeAccess::adopt(newStandalone(static_cast<unsigned char>(type), true));
+  JSONNode owner = JSONNodeAccess::adopt(Recycled::make(static_cast<unsigned char>(type), true));
   internalJSONNode& body = JSONNodeAccess::body(owner);
   body.SetName(name);
   type == JSON_BOOL ? body.text.borrow(text) : body.text.assign(text, body.textRoom());
@@ -76,7 +73,7 @@ internalJSONNode* internalJSONNode::newScalar(char type, std::string_view name,
 }
 
 internalJSONNode* internalJSONNode::copyWithoutChildren(const internalJSONNode& original) {
-  JSONNode owner = JSONNodeAccess::adopt(newStandalone(original.type, original.fetched));
+  JSONNode owner = JSONNodeAccess::adopt(Recycled::make(original.type, original.fetched));
   internalJSONNode& body = JSONNodeAccess::body(owner);
   body.name.copyFrom(original.name, body.nameRoom());
   body.nameEncoded = original.nameEncoded;

@@ -29,8 +29,7 @@ class internalJSONNode {
   /// Whose memory a body is in.
   enum class Home : unsigned char {
     kOwn,
-    kDocument,  // its source's, which grows by it: only for what is made once
-                // for a document
+    kDocument,  // its source's, which grows by it and keeps it: for what is made once per document
   };
 
   /// A new, empty body of a type, with one share.
@@ -102,7 +101,7 @@ class internalJSONNode {
   /// The child's handle, or null.
   JSONNode* at(unsigned int index);
 
-  /// Appends a handle that shares the child's body. Does nothing on a body that is no container.
+  /// Appends the child. Does nothing on a body that is no container.
   void push_back(JSONNode&& child);
   void push_front(JSONNode&& child);
 
@@ -144,6 +143,7 @@ class internalJSONNode {
 
  private:
   struct Standalone;
+  using Recycled = json_detail::FreeList<Standalone>;
 
   /// Borrows name and text.
   internalJSONNode(unsigned char bodyType, bool isFetched, Home bodyHome,
@@ -157,7 +157,6 @@ class internalJSONNode {
         source(std::move(from)) {}
   ~internalJSONNode() = default;
 
-  static internalJSONNode* newStandalone(unsigned char type, bool fetched);
   static Standalone* standalone(internalJSONNode* body);
   static internalJSONNode* copyWithoutChildren(const internalJSONNode& original);
   internalJSONNode* detachedCopy();
@@ -216,10 +215,9 @@ struct JSONNodeAccess {
   const std::string_view text = type == JSON_NULL ? jsonSingletonCONST_NULL() : value;
   const auto code = static_cast<unsigned char>(type);
   JSONNode node = JSONNodeAccess::adopt(
-      home == Home::kOwn
-          ? json_detail::FreeList<Standalone>::make(code, isFetched, name, text, source)
-          : ::new (source.allocate<internalJSONNode>())
-                internalJSONNode(code, isFetched, Home::kDocument, name, text, source));
+      home == Home::kOwn ? Recycled::make(code, isFetched, name, text, source)
+                         : ::new (source.allocate<internalJSONNode>()) internalJSONNode(
+                               code, isFetched, Home::kDocument, name, text, source));
   internalJSONNode& body = JSONNodeAccess::body(node);
   if (type >= JSON_ARRAY) {
     body.makeChildren();

@@ -11,7 +11,7 @@ JSONNode** internalJSONNode::at(std::string_view key) {
     return nullptr;
   }
   for (JSONNode*& child : *children) {
-    if (JSONNodeAccess::body(*child).name.view() == key) {
+    if (json_detail::equalNames(JSONNodeAccess::body(*child).name.view(), key)) {
       return &child;
     }
   }
