@@ -143,7 +143,6 @@ TEST(Descriptors, LeftClosedByTheStarter) {
 
 // A long conversation leaves the process as it was after its first rounds.
 constexpr int kRounds = kSanitized ? 300 : 6'000;  // A sanitized process is far slower.
-constexpr int kWarmUp = 50;
 // What a hundred bytes, lost once a round, would come to.
 constexpr long kToleranceKilobytes = kSanitized ? 1'000'000 : kRounds * 100 / 1000;
 
@@ -177,7 +176,7 @@ TEST(Endurance, AHundredThousandMixedRequests) {
       ASSERT_TRUE(host.hear().starts_with("{\n\t\"command\" : ")) << heard;
     }
   };
-  converse(kWarmUp);
+  converse(50);  // to warm up
   const std::string early = held();
   const long before = kilobytes();
   converse(kRounds);

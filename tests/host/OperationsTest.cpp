@@ -14,10 +14,6 @@ using test_support::CertificateFields;
 using test_support::hex;
 using test_support::makeCertificate;
 
-std::string retrieveRequest(const std::string& certId) {
-  return json{{"command", 4}, {"certId", certId}}.dump();
-}
-
 std::string signRequest(const std::string& certId, const std::string& digest) {
   return json{{"command", 5}, {"certId", certId}, {"digest", digest}}.dump();
 }
@@ -89,8 +85,8 @@ TEST_F(Operations, AskTheTokenExactly) {
 
 TEST_F(Operations, BadInputIsRefusedAfterTheTokenWasOpened) {
   // Intended: the session stays open and the library initialised, only here.
-  for (const std::string certId : {"!", ""}) {
-    EXPECT_EQ(told(ask("", retrieveRequest(certId))), "12 0 Invalid cert id base64|");
+  for (const char* retrieve : {R"({"command":4,"certId":"!"})", R"({"command":4,"certId":""})"}) {
+    EXPECT_EQ(told(ask("", retrieve)), "12 0 Invalid cert id base64|");
     EXPECT_EQ(host.takeCalls(), kOpening);
   }
   std::vector<std::string> requests{signRequest("", digestOf(20)), signRequest("oQ==", ""),
