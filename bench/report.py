@@ -165,7 +165,7 @@ def targets(results):
     for name in results.names("browser"):
         judge(f"{name} / minimal extension and host", results.ratio("browser", name, "minimal"), 1.10)
     for name in results.names("token"):
-        peer, limit = ("guarded_listing", 1.03) if name.startswith("list") else ("guarded_calls", 1.05)
+        peer, limit = ("bare_listing", 1.03) if name.startswith("list") else ("bare_calls", 1.05)
         judge(f"token {name} certificates / {peer}", results.ratio("token", name, peer), limit)
     per_certificate = [results.median("token", f"list/{n}", "host", "ns") / n for n in (100, 1000)]
     judge("listing is linear: a certificate's share at 1000 / at 100",
