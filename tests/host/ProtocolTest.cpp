@@ -124,10 +124,11 @@ TEST(CommandCode, IsTheFirstPlainCommandMemberTruncatedToItsLow32Bits) {
 TEST(MissingMember, EndsTheProcessWithOneLineAndNoAnswer) {
   for (const char* mode : {"native", "ws"}) {
     for (const char* request :
-         {R"({"command":0})", R"({"command":null})", R"({"command":false,"signature":"s"})",
-          R"({"command":"abc"})", R"({"command":-9223372036854775808})", R"({"command":3})",
-          R"({"command":3,"Pin":"1"})", R"({"command":6,"pin":"1"})", R"({"command":4})",
-          R"({"command":5,"certId":"YQ=="})", R"({"command":5,"digest":""})"}) {
+         {R"({"command":0,"signature":"s","domains":"d","currentDomain":"c"})", R"({"command":0})",
+          R"({"command":null})", R"({"command":false,"signature":"s"})", R"({"command":"abc"})",
+          R"({"command":-9223372036854775808})", R"({"command":3})", R"({"command":3,"Pin":"1"})",
+          R"({"command":6,"pin":"1"})", R"({"command":4})", R"({"command":5,"certId":"YQ=="})",
+          R"({"command":5,"digest":""})"}) {
       HostProcess host({mode});
       EXPECT_NE(host.ask(kInitialize), "");
       host.say(request);
