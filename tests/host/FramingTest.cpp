@@ -95,16 +95,25 @@ TEST(WebsocketFraming, GoesOnAfterTheEndOfInput) {
   const TemporaryFolder folder;
   ASSERT_EQ(mkfifo(folder.file("input").c_str(), 0600), 0);
   HostProcess host({"ws"}, {"sh", "-c", "exec \"$0\" \"$@\" <'" + folder.file("input") + "'"});
-  const auto nanoseconds = [&] { return std::stol(procText(host.pid(), "schedstat")); };
-  for (const char* lineEnd : {"\n", "", ""}) {  // The end of input ends a line too.
-    std::ofstream(folder.file("input")) << kVersionRequest << lineEnd;
-    EXPECT_EQ(host.hear(), kFreshVersion);
+  const auto expectRest = [](const HostProcess& process) {
+    const auto nanoseconds = [&] { return std::stol(procText(process.pid(), "schedstat")); };
     const long before = nanoseconds();
     std::this_thread::sleep_for(std::chrono::seconds(1));
     EXPECT_LT(nanoseconds() - before, 30'000'000);
+  };
+  for (const char* lineEnd : {"\n", "", ""}) {  // The end of input ends a line too.
+    std::ofstream(folder.file("input")) << kVersionRequest << lineEnd;
+    EXPECT_EQ(host.hear(), kFreshVersion);
+    expectRest(host);
   }
   host.closeOutput();
   EXPECT_EQ(host.wait(), 0);
+
+  HostProcess relayed({"ws"});  // by pipes that do not block
+  EXPECT_EQ(relayed.ask(kVersionRequest), kFreshVersion);
+  expectRest(relayed);
+  relayed.closeInput();
+  expectRest(relayed);
 }
 
 // With the browser or the relay killed, nobody can hear an answer: not even a module that hangs
