@@ -125,6 +125,7 @@ TEST(End, ComesWhenNobodyReadsOrWritesAnyMore) {
       token.script("hang C_Initialize 1\n");
       HostProcess& host = token.process;
       host.say(request);
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));  // it has found no more input
       host.closeInput();
       std::this_thread::sleep_for(std::chrono::milliseconds(300));
       EXPECT_EQ(kill(host.pid(), 0), 0);
