@@ -1,6 +1,7 @@
 // Every fault of a token, through the real process. After each: exactly one well-formed answer, the
 // documented codes, the clean-up calls in order, and a host that goes on serving.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <map>
 #include <random>
@@ -295,6 +296,7 @@ TEST(BadModule, NeverDisturbsAByteOfTheConversation) {
     for (const std::string& request : {kSignRequest, setPinRequest("1")}) host.ask(request);
     EXPECT_EQ(told(host.ask(kSignRequest)), serves ? "MA==" : "12 5 C_Initialize failed|");
     EXPECT_EQ(endedChildren(host), script.starts_with("fork") ? 2 : 0);
+    EXPECT_EQ(statusOf(host.process.pid(), "SigBlk"), statusOf(getpid(), "SigBlk"));
     host.process.say(kEndRequest);
     EXPECT_EQ(host.process.wait(), 0);
     const std::string said = host.process.standardError();
