@@ -51,15 +51,17 @@ TEST(Lifetime, OfAMemberIsItsOwn) {
 
 TEST(Laziness, ShowsInWhatIsFetched) {
   JSONNode root = JSONWorker::parse(R"({"s":"x","n":1,"a":[1],"t":true,"z":null})");
-  const auto fetched = [&root](const char* name) {
-    return JSONNodeAccess::body(root[name]).fetched;
-  };
+  const auto fetched = [&](const char* name) { return JSONNodeAccess::body(root[name]).fetched; };
   EXPECT_FALSE(JSONNodeAccess::body(root).fetched);
   EXPECT_FALSE(fetched("s") || fetched("n") || fetched("a"));
   EXPECT_TRUE(JSONNodeAccess::body(root).fetched && fetched("t") && fetched("z"));
   EXPECT_EQ(root["n"].as_int(), 1);
   EXPECT_TRUE(fetched("n") && !fetched("a"));
   EXPECT_TRUE(JSONNodeAccess::body(root).text.view().empty());
+  JSONWorker::DoNode(JSONNodeAccess::body(root), JSONNodeAccess::body(root).source.view());
+  EXPECT_EQ(root.size(), 5U);  // in place of the five before
+  JSONWorker::DoNode(JSONNodeAccess::body(root), "");
+  EXPECT_EQ(root.type(), JSON_NULL);
 }
 
 TEST(Equality, IsAboutTypesNamesValuesAndOrder) {

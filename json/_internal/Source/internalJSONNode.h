@@ -170,7 +170,7 @@ class internalJSONNode {
   void FetchNow();
   void NewNode(std::string_view childName, std::string_view childValue, std::string_view comments);
   template <typename Split>
-  void split(std::string_view whole, Split splitBy);
+  void split(std::string_view whole, char open, char close, Split splitBy);
 
   double numericValue();
   bool isEqualApartFromChildren(internalJSONNode& other);

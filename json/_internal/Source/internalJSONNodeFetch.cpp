@@ -65,17 +65,16 @@ void internalJSONNode::FetchNow() {
   children->append(JSONNode::newJSONNode(std::move(child)));
 }
 
-/// The text stands between the brackets of its type, which was told by them.
 template <typename Split>
-void internalJSONNode::split(std::string_view whole, Split splitBy) {
+void internalJSONNode::split(std::string_view whole, char open, char close, Split splitBy) {
   if (children->size != 0) {
     children->releaseAll();  // of an earlier attempt that ran out of memory
   }
-  const std::string_view afterOpening = whole.substr(1);
   const bool isWhole =
-      whole.size() == 2 ||
-      (source.facts().isIndexed ? splitBy(json_detail::IndexedStructure(source, afterOpening))
-                                : splitBy(json_detail::ScannedStructure(afterOpening)));
+      json_detail::isEnclosed(whole, open, close) &&
+      (whole.size() == 2 ||
+       (source.facts().isIndexed ? splitBy(json_detail::IndexedStructure(source, whole.substr(1)))
+                                 : splitBy(json_detail::ScannedStructure(whole.substr(1)))));
   if (isWhole) {
     text.clear();
     fetched = true;
@@ -86,7 +85,7 @@ void internalJSONNode::split(std::string_view whole, Split splitBy) {
 
 // Not inlined: reading a value then needs no large stack frame.
 [[gnu::noinline]] void internalJSONNode::FetchNode(std::string_view whole) {
-  split(whole, [&](auto structure) {
+  split(whole, '{', '}', [&](auto structure) {
     return json_detail::splitNode(
         whole, structure, [this](std::string_view named, std::string_view valued) {
           const std::string_view comments = json_detail::commentsOf(named);
@@ -99,7 +98,7 @@ void internalJSONNode::split(std::string_view whole, Split splitBy) {
 }
 
 [[gnu::noinline]] void internalJSONNode::FetchArray(std::string_view whole) {
-  split(whole, [&](auto structure) {
+  split(whole, '[', ']', [&](auto structure) {
     return json_detail::splitArray(
         whole, structure, [this](std::string_view, std::string_view valued) {
           const std::string_view comments = json_detail::commentsOf(valued);
