@@ -108,6 +108,7 @@ test("both sides number alike, and every kind of failure has its words and its e
   assert.deepEqual(codes, Object.values(kCommand)); // what each means, real hosts show
   assert.match(header, new RegExp(`kNativeLengthLimit = ${kMaxRequestBytes + 1};`));
   const sources = ["failure-kind", "signing-client", "transports"].map((name) => read(`client/${name}.js`)).join("");
+  assert.match(sources, new RegExp(`kMaxRequestBytes = ${kMaxRequestBytes};`));
   const kinds = [...sources.matchAll(/"((?!signing-host)[a-z]+(-[a-z]+)+)"/g), ...Object.keys(english).join("\n").matchAll(/^error\.(.*)\.summary$/gm)].map(([, kind]) => kind);
   const entries = read("docs/troubleshooting.md").split("\n### ");
   for (const kind of kinds) {

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -136,6 +137,7 @@ CK_RV call(const std::string& function, const std::string& arguments, Work work)
   if (told("crash", function)) std::abort();
   while (told("hang", function)) pause();
   if (told("fork", function)) fork();
+  if (told("interrupt", function) && sysv_signal(SIGALRM, [](int) {}) != SIG_ERR) alarm(1);
   std::string given;
   auto forced = told("fail", function);
   if (told("exhaust", function)) {

@@ -304,10 +304,14 @@ TEST(BadModule, NeverDisturbsAByteOfTheConversation) {
     const std::string said = host.process.standardError();
     EXPECT_TRUE(std::regex_match(said, std::regex(says))) << said;
   }
-  TokenHost relay(FAKE_TOKEN, "env", "ws");
-  relay.script("fork C_Initialize 1");
-  relay.process.ask(kListRequest);
-  EXPECT_EQ(endedChildren(relay), 1);
+  for (const char* mode : {"native", "ws"}) {
+    TokenHost host(FAKE_TOKEN, "env", mode);
+    host.script("interrupt C_Initialize 1\nfork C_Initialize 1");
+    host.process.ask(kListRequest);
+    EXPECT_EQ(endedChildren(host), 1);
+    std::this_thread::sleep_for(1500ms);
+    EXPECT_NE(host.process.ask(kVersionRequest), "") << mode;
+  }
   for (const std::string script : {"crash load 1", "crash C_Login 1", "exit C_Sign 1 3"}) {
     SCOPED_TRACE(script);
     TokenHost host;

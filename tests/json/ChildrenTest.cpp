@@ -121,6 +121,7 @@ TEST(Operations, ChangeThisHandleOnly) {
        },
        R"({"a":1,"B":2,"b":3})"},
       {[](N& n) { return n.erase(n.end(), n.end()) == n.end() ? ""s : "not the end"; }, text},
+      {[](N& n) { return told(n.insert(n.begin() + 1, n.begin(), n.begin())); }, "B2 " + text},
       {[](N& n) { return told(n.insert(n.begin() + 1, from.begin(), from.end())); },
        R"(7 {"a":1,"":7,"":8,"":9,"B":2,"b":3,"l":[true]})"},
       {[](N& n) { return told(n.insert(n.begin() + 1, from.rbegin(), from.rend())); },
