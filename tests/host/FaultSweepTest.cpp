@@ -304,13 +304,16 @@ TEST(BadModule, NeverDisturbsAByteOfTheConversation) {
     const std::string said = host.process.standardError();
     EXPECT_TRUE(std::regex_match(said, std::regex(says))) << said;
   }
-  for (const char* mode : {"native", "ws"}) {
+  for (const auto& [mode, request] :
+       {std::pair("native", frame(kVersionRequest)), {"ws", kVersionRequest + "\n"}}) {
     TokenHost host(FAKE_TOKEN, "env", mode);
     host.script("interrupt C_Initialize 1\nfork C_Initialize 1");
     host.process.ask(kListRequest);
     EXPECT_EQ(endedChildren(host), 1);
+    host.process.send(request.substr(0, 9));
     std::this_thread::sleep_for(1500ms);
-    EXPECT_NE(host.process.ask(kVersionRequest), "") << mode;
+    host.process.send(request.substr(9));
+    EXPECT_NE(host.process.hear(), "") << mode;
   }
   for (const std::string script : {"crash load 1", "crash C_Login 1", "exit C_Sign 1 3"}) {
     SCOPED_TRACE(script);
