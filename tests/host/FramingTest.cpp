@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
-#include <csignal>
 #include <cstdint>
+#include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -12,6 +14,7 @@
 
 namespace {
 
+using namespace std::chrono_literals;
 using namespace std::string_literals;
 
 const std::string kVersionFrame = frame(kVersionRequest);
@@ -89,18 +92,26 @@ TEST(WebsocketFraming, OneLinePerMessageOfAnyLength) {
   EXPECT_EQ(host.wait(), 0);
 }
 
+/// Whoever waits uses no processor time, on any thread.
+void expectRest(const HostProcess& process) {
+  const auto nanoseconds = [&] {
+    clockid_t clock{};
+    timespec used{};
+    EXPECT_FALSE(clock_getcpuclockid(process.pid(), &clock) || clock_gettime(clock, &used));
+    return used.tv_sec * 1'000'000'000 + used.tv_nsec;
+  };
+  const long before = nanoseconds();
+  std::this_thread::sleep_for(500ms);
+  EXPECT_LT(nanoseconds() - before, 30'000'000);
+  EXPECT_NE(statusOf(process.pid(), "State"), "Z (zombie)");
+}
+
 // Intended: while somebody reads, the end of input ends no host in websocket mode, as a FIFO's next
 // writer may come. Waiting must cost nothing.
 TEST(WebsocketFraming, GoesOnAfterTheEndOfInput) {
   const TemporaryFolder folder;
   ASSERT_EQ(mkfifo(folder.file("input").c_str(), 0600), 0);
   HostProcess host({"ws"}, {"sh", "-c", "exec \"$0\" \"$@\" <'" + folder.file("input") + "'"});
-  const auto expectRest = [](const HostProcess& process) {
-    const auto nanoseconds = [&] { return std::stol(procText(process.pid(), "schedstat")); };
-    const long before = nanoseconds();
-    std::this_thread::sleep_for(std::chrono::seconds(1));
-    EXPECT_LT(nanoseconds() - before, 30'000'000);
-  };
   for (const char* lineEnd : {"\n", "", ""}) {  // The end of input ends a line too.
     std::ofstream(folder.file("input")) << kVersionRequest << lineEnd;
     EXPECT_EQ(host.hear(), kFreshVersion);
@@ -117,25 +128,41 @@ TEST(WebsocketFraming, GoesOnAfterTheEndOfInput) {
 }
 
 // With the browser or the relay killed, nobody can hear an answer: not even a module that hangs
-// keeps the process, and the PIN in it, alive.
+// keeps the process, and the PIN in it, alive. One end alone is nothing: requests may stay unread.
 TEST(End, ComesWhenNobodyReadsOrWritesAnyMore) {
   for (const char* mode : {"native", "ws"}) {
-    for (const std::string& request : {kVersionRequest, kListRequest}) {
+    for (const bool outputFirst : {false, true}) {
       TokenHost token(FAKE_TOKEN, "env", mode);
       token.script("hang C_Initialize 1\n");
       HostProcess& host = token.process;
-      host.say(request);
-      std::this_thread::sleep_for(std::chrono::milliseconds(300));  // it has found no more input
-      host.closeInput();
-      std::this_thread::sleep_for(std::chrono::milliseconds(300));
-      EXPECT_EQ(kill(host.pid(), 0), 0);
-      host.closeOutput();
-      EXPECT_EQ(host.wait(), 0) << mode << request;
+      for (const std::string& request : {kListRequest, kVersionRequest}) host.say(request);
+      std::this_thread::sleep_for(300ms);  // It has begun.
+      outputFirst ? host.closeOutput() : host.closeInput();
+      expectRest(host);
+      outputFirst ? host.closeInput() : host.closeOutput();
+      EXPECT_EQ(host.wait(), 0) << mode << outputFirst;
     }
+    HostProcess idle({mode});
+    EXPECT_NE(idle.ask(kVersionRequest), "");
+    std::this_thread::sleep_for(300ms);  // It has found no more input.
+    idle.closeOutput();
+    idle.closeInput();
+    EXPECT_EQ(idle.wait(), 0) << mode;
   }
+  // Input that has no other end counts as gone.
+  const TemporaryFolder folder;
+  folder.write("script", "hang C_Initialize 1\n");
+  folder.write("input", frame(initializeRequest()) + frame(kListRequest));
+  HostProcess host({}, {"env", "SIGNING_HOST_PKCS11_MODULE=" FAKE_TOKEN,
+                        "FAKE_TOKEN_SCRIPT=" + folder.file("script"), "sh", "-c",
+                        "exec \"$0\" <'" + folder.file("input") + "'"});
+  EXPECT_NE(host.hear(), "");
+  host.closeOutput();
+  EXPECT_EQ(host.wait(), 0);
 }
 
-// Whatever the starter left closed, the host serves what it can and ends with its input.
+// Whatever the starter left closed, the host serves what it can and ends with its input. What it
+// does not write to its reader leads nowhere, and into no file that is opened later.
 TEST(Descriptors, LeftClosedByTheStarter) {
   for (const std::string closed :
        {"", "2>&-", "<&-", ">&-", "<&- >&-", "<&- 2>&-", ">&- 2>&-", "<&- >&- 2>&-"}) {
@@ -143,9 +170,26 @@ TEST(Descriptors, LeftClosedByTheStarter) {
     for (const std::string& text : {kVersionRequest, initializeRequest(), kListRequest}) {
       host.say(text);
     }
-    host.closeInput();
     const bool canAnswer = closed.empty() || closed == "2>&-";
-    EXPECT_EQ(host.hear(), canAnswer ? indented(kFreshVersion) : "") << closed;
+    EXPECT_EQ(canAnswer ? host.hear() : "", canAnswer ? indented(kFreshVersion) : "") << closed;
+    const std::string errors = closed.ends_with("2>&-") ? "/dev/null" : "/memfd:stderr (deleted)";
+    const std::string expected = "/dev/null" + errors + errors;
+    const std::string folder = "/proc/" + std::to_string(host.pid()) + "/fd/";
+    const auto links = [&] {
+      std::string all;
+      std::error_code none;
+      for (const char* number : {"0", "1", "2"}) {
+        all += std::filesystem::read_symlink(folder + number, none);
+      }
+      return all;
+    };
+    // The host shows them to root alone; without input it has ended.
+    const bool areShown = closed.find("<&-") == std::string::npos && geteuid() == 0;
+    for (int tries = 500; areShown && links() != expected && tries > 0; --tries) {
+      std::this_thread::sleep_for(2ms);
+    }
+    EXPECT_EQ(areShown ? links() : expected, expected) << closed;
+    host.closeInput();
     host.hearAll();
     EXPECT_EQ(host.wait(), 0) << closed;
   }
