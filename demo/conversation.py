@@ -22,6 +22,7 @@ from pathlib import Path
 DOMAINS = "example.test|firma.example|localhost"
 PAGE = "https://tramites.example.test/solicitud"
 TEXT = "Solicito la renovación de mi permiso. María Núñez Solís"
+DIGEST = base64.b64encode(hashlib.sha256(TEXT.encode()).digest()).decode()
 ANSWER_SECONDS = 60
 
 
@@ -30,8 +31,8 @@ class Host:
 
     def __init__(self, program, websocket, environment):
         self.websocket = websocket
-        self.process = subprocess.Popen([program] + (["ws"] if websocket else []), env=environment,
-                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self.process = subprocess.Popen([program] + (["ws"] if websocket else []),
+                                        env={**os.environ, **environment}, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
 
     def tell(self, request):
         text = json.dumps(request, separators=(",", ":")).encode()
@@ -54,6 +55,11 @@ class Host:
         if not text:
             sys.exit("The host ended without an answer.")
         return json.loads(text)
+
+    def close(self):
+        self.process.stdin.close()
+        self.process.wait()
+        self.process.stdout.close()
 
 
 def name_text(text):
@@ -158,9 +164,8 @@ def converse(host, tell, token, domains_signature):
     certificate = tell.ask(host, command=4, certId=identifier)["certificate"]
     need(certificate, "the certificate was not given")
 
-    digest = base64.b64encode(hashlib.sha256(TEXT.encode()).digest()).decode()
     tell.heading(f'Sign the SHA-256 digest of "{TEXT}"')
-    answer = tell.ask(host, command=5, certId=identifier, digest=digest)
+    answer = tell.ask(host, command=5, certId=identifier, digest=DIGEST)
     need(answer["missingPin"], "the host should ask for the PIN first")
     tell.note("No PIN is known yet: error 11, and the name of what needs the PIN.")
 
@@ -174,7 +179,7 @@ def converse(host, tell, token, domains_signature):
     tell.note("(These answers repeat the error of step 5: only the next token command clears it.)")
 
     tell.heading("The same request again")
-    answer = tell.ask(host, command=5, certId=identifier, digest=digest)
+    answer = tell.ask(host, command=5, certId=identifier, digest=DIGEST)
     need(answer["pkcs1"], "nothing was signed")
 
     tell.note('"error" and "lastError" count; the message text is left over from step 5.')
@@ -207,7 +212,7 @@ def main():
     domains_signature = sign_domains(options.domains_key)
     sys.stdout.reconfigure(encoding="utf-8")
     host = Host(options.host, options.framing == "ws",
-                {**os.environ, "SOFTHSM2_CONF": token["softhsm2Conf"],
+                {"SOFTHSM2_CONF": token["softhsm2Conf"],
                  "SIGNING_HOST_PKCS11_MODULE": token["module"]})
     framing = ("websocket framing: one line a message" if options.framing == "ws" else
                "native messaging: a 32-bit length before each message")

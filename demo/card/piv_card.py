@@ -19,6 +19,7 @@ APPLICATION_PREFIX = APPLICATION[:5]
 CERTIFICATE_OF = {0x9A: b"\x5f\xc1\x05", 0x9C: b"\x5f\xc1\x0a", 0x9D: b"\x5f\xc1\x0b"}
 WANTS_PIN_EACH_TIME = 0x9C
 KEY_SIZE = 256
+PIN, WRONG_PINS = "123456", ("111111", "222222", "333333")
 
 OK = b"\x90\x00"
 PIN_MISSING = b"\x69\x82"
@@ -41,8 +42,8 @@ class PivCard:
     """Answers APDUs. `keys`: key reference -> file name of key and certificate without the ends
     `-key.pem` and `.der`."""
 
-    def __init__(self, keys, pin, tries=3):
-        self.pin = pin.encode().ljust(8, b"\xff")
+    def __init__(self, keys, tries=3):
+        self.pin = PIN.encode().ljust(8, b"\xff")
         self.tries = self.tries_left = tries
         self.commands = 0
         self.keys, self.objects = {}, {}

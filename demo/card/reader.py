@@ -4,6 +4,7 @@ import glob
 import os
 import subprocess
 import tempfile
+import time
 from pathlib import Path
 
 # Unpacked and not installed: installed, the machine's own pcscd would offer a virtual card to
@@ -24,6 +25,16 @@ def fetch_driver():
 
 def opensc_module():
     return (glob.glob("/usr/lib/*/opensc-pkcs11.so") + glob.glob("/usr/lib*/opensc-pkcs11.so"))[0]
+
+
+def certificate_ids(host, count=1):
+    """Of the card's certificates, once so many are listed: pcscd looks for a card twice a second."""
+    deadline = time.monotonic() + 20
+    while len(ids := host.ask(command=2)["certificates"].split("|")[2::3]) != count:
+        if time.monotonic() > deadline:
+            raise TimeoutError(f"There are {len(ids)} certificates, not {count}.")
+        time.sleep(0.05)
+    return ids
 
 
 class CardService:

@@ -7,12 +7,10 @@ document has that row, it must say the same.
 
 import base64
 import ctypes
-import hashlib
 import os
 import re
 import subprocess
 import sys
-import time
 import unittest
 from pathlib import Path
 
@@ -20,15 +18,13 @@ from tpm import tpm
 
 TOP = Path(__file__).resolve().parents[2]
 sys.path += [str(TOP / "demo"), str(TOP / "demo/card")]
-from conversation import TEXT, Host, introduction, sign_domains, verify  # noqa: E402
-from piv_card import PivCard, Slot  # noqa: E402
-from reader import CardService, opensc_module  # noqa: E402
+from conversation import DIGEST, Host, introduction, sign_domains, verify  # noqa: E402
+from piv_card import PIN, WRONG_PINS, PivCard, Slot  # noqa: E402
+from reader import CardService, certificate_ids, opensc_module  # noqa: E402
 
 BUILD = TOP / os.environ.get("SIGNING_HOST_BUILD", "build/test")
 SIGNING = BUILD / "test-token/signing"  # its .der and -key.pem
 CERTIFICATE = SIGNING.with_suffix(".der").read_bytes()
-PIN, WRONG_PINS = "123456", ("111111", "222222", "333333")
-DIGEST = base64.b64encode(hashlib.sha256(TEXT.encode()).digest()).decode()
 PAGE = introduction(sign_domains(BUILD / "development-key/domains-private.pem"))
 NO_TOKEN = '12 "No se encontro ningun slot"'
 COLUMNS = "list", "fetch", "sign", "PIN each time", "wrong PIN", "lock", "two hosts", "removal"
@@ -48,23 +44,14 @@ class Module:
 
     def host(self, pin=None, **environment):
         host = Host(BUILD / "host/signing-host", False,
-                    {**os.environ, "SIGNING_HOST_PKCS11_MODULE": self.module, **self.environment, **environment})
-        for end in host.process.stdout.close, host.process.wait, host.process.stdin.close:
-            self.addCleanup(end)
+                    {"SIGNING_HOST_PKCS11_MODULE": self.module, **self.environment, **environment})
+        self.addCleanup(host.close)
         host.ask(**PAGE)
-        self.wait_for_certificates(host)
+        self.ids = certificate_ids(host, 2)
         if pin:
             self.assertEqual(self.sign(host)["lastError"], 11)
             host.ask(command=3, pin=pin)
         return host
-
-    def wait_for_certificates(self, host):
-        """pcscd looks for a card twice a second."""
-        deadline = time.monotonic() + 20
-        while len(listed := host.ask(command=2)["certificates"].split("|")) != 6:
-            self.assertLess(time.monotonic(), deadline, listed)
-            time.sleep(0.05)
-        self.ids = listed[2::3]
 
     def sign(self, host, key=0):
         return self.judged(host.ask(command=5, certId=self.ids[key], digest=DIGEST))
@@ -127,7 +114,7 @@ class PivCardTest(Module, unittest.TestCase):
 
     def setUp(self):
         self.service = self.enterContext(CardService())
-        self.card = PivCard({0x9A: SIGNING, 0x9C: SIGNING}, PIN)
+        self.card = PivCard({0x9A: SIGNING, 0x9C: SIGNING})
         self.slot = Slot(self.card)
         self.slot.put_in()
 
@@ -154,7 +141,7 @@ class PivCardTest(Module, unittest.TestCase):
             self.assertEqual(outcome(self.sign(host)), NO_TOKEN)
         self.service.start()
         self.slot.put_in()
-        self.wait_for_certificates(host)
+        certificate_ids(host, 2)
         self.assertTrue(self.sign(host)["pkcs1"])
 
     def test_torn_out_at_any_command(self):
@@ -170,7 +157,7 @@ class PivCardTest(Module, unittest.TestCase):
                 less = not answer["error"] and answer.get("certificates", "").count("|") < 5
                 seen.add("less" if less and "pkcs1" not in answer else outcome(answer))
                 self.slot.put_in()
-                self.wait_for_certificates(host)
+                certificate_ids(host, 2)
         self.assertEqual(self.card.tries_left, 3)
         self.assertTrue(self.sign(host)["pkcs1"])
         # OpenSC does not tell that the card went while it read the certificates.
