@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/Require.h"
 #include "signing/CertificateDecoding.h"
 #include "signing/NameText.h"
+#include "tests/support/Require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using certificate::EQMode;

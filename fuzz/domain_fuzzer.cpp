@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/Require.h"
 #include "signing/DigitalSignatureUtilPkcs11.h"
+#include "tests/support/Require.h"
 #include "tests/support/TestCertificate.h"
 
 namespace {

@@ -19,9 +19,9 @@
 #include <string_view>
 #include <vector>
 
-#include "fuzz/Require.h"
 #include "host/Pkcs11NativeMessagingHost.h"
 #include "json/_internal/Source/MissingMember.h"
+#include "tests/support/Require.h"
 #include "tests/support/TestCertificate.h"
 
 // The host's own ends the process on purpose, which is no finding. Here the request loop swallows

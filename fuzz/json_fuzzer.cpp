@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "fuzz/Require.h"
 #include "json/json.h"
+#include "tests/support/Require.h"
 
 namespace {
 

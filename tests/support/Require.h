@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-/// Makes the input a finding when something that must hold does not.
+/// Ends the process when something that must hold does not, which makes a fuzzer's input a finding.
 inline void require(bool holds, const char* what = "see the stack") {
   if (holds) return;
   static_cast<void>(std::fprintf(stderr, "does not hold: %s\n", what));

@@ -6,8 +6,9 @@
 #include <openssl/x509v3.h>
 
 #include <memory>
-#include <stdexcept>
 #include <type_traits>
+
+#include "tests/support/Require.h"
 
 namespace test_support {
 
@@ -16,10 +17,6 @@ namespace {
 template <typename Object, auto Free>
 using Handle = std::unique_ptr<Object, std::integral_constant<decltype(Free), Free>>;
 using Key = Handle<EVP_PKEY, EVP_PKEY_free>;
-
-void require(bool done, const char* what) {
-  if (!done) throw std::runtime_error(std::string("OpenSSL: ") + what);
-}
 
 const unsigned char* unsignedBytes(std::string_view text) {
   return reinterpret_cast<const unsigned char*>(text.data());
