@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,9 +26,13 @@ HostProcess::HostProcess(const Texts& arguments, const Texts& launcher)
 
   std::array<int, 2> in{};
   std::array<int, 2> out{};
+  const auto open = [&](std::array<int, 2>& ends) {
+    return isRelay ? socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data())
+                   : pipe2(ends.data(), O_CLOEXEC);
+  };
   const int errorFile = memfd_create("stderr", MFD_CLOEXEC);
-  if (std::signal(SIGPIPE, SIG_IGN) == SIG_ERR || pipe2(in.data(), O_CLOEXEC) != 0 ||
-      pipe2(out.data(), O_CLOEXEC) != 0 || (child = fork()) < 0) {
+  if (std::signal(SIGPIPE, SIG_IGN) == SIG_ERR || open(in) != 0 || open(out) != 0 ||
+      (child = fork()) < 0) {
     throw std::runtime_error("the host cannot be started");
   }
   if (child == 0) {

@@ -10,8 +10,8 @@
 
 #include "tests/support/Bytes.h"
 
-/// The built host as a child process, spoken to over pipes as a browser or a relay does; a relay's
-/// pipes do not block.
+/// The built host as a child process, spoken to over pipes as a browser does, or over a relay's
+/// sockets, which do not block.
 class HostProcess {
  public:
   using Texts = std::vector<std::string>;
