@@ -227,21 +227,26 @@ TEST_F(FaultSweep, AModuleThatLies) {
   if (!kSanitized) {
     EXPECT_LT(kilobytes("VmHWM"), before + 100L * 64);  // An object has 64 kB.
   }
-  // Browsers would end the conversation for a longer answer than of so many certificates.
+  // Browsers would end the conversation for a longer answer.
   std::string unit;
-  while (unit.size() < 64) unit += "\xC3\xA9";
-  const test_support::NameFields name(10, {"OU", unit});
-  const std::string wide = hex(test_support::makeCertificate({.subject = name}));
-  const auto listing = [&](const char* mode, std::size_t found) {
+  while (unit.size() < 16) unit += "\xC3\xA9";
+  const auto listing = [&](const char* mode, std::size_t units, std::size_t letters) {
+    test_support::NameFields name(units, {"OU", unit});
+    name.emplace_back("street", std::string(letters, 'x'));
     TokenHost listed(FAKE_TOKEN, "env", mode);
-    listed.script("certificate a1 hex " + wide + "\nlie search " + std::to_string(found));
+    listed.script("certificate a1 hex " + hex(test_support::makeCertificate({.subject = name})));
     return listed.process.ask(kListRequest);
   };
-  const std::size_t each = listing("native", 2).size() - listing("native", 1).size();
-  const std::size_t most = ((1U << 20U) - 4096 - sizeof "{'certificates':''}") / each;
-  for (const auto& [mode, found, tooLong] :
-       {std::tuple("native", most, false), {"native", most + 1, true}, {"ws", most + 1, false}}) {
-    const json answer = json::parse(listing(mode, found));
+  const auto length = [&](std::size_t units) {
+    const std::string answer = listing("ws", units, 1);
+    return answer.size() - answer.find("\"certificates\"") + 1;
+  };
+  const std::size_t each = length(2) - length(1);
+  const std::size_t units = ((1U << 20U) - 4096 - length(0)) / each;
+  const std::size_t letters = (1U << 20U) - 4096 - length(units) + 1;
+  for (const auto& [mode, more, tooLong] :
+       {std::tuple("native", 0, false), {"native", 1, true}, {"ws", 1, false}}) {
+    const json answer = json::parse(listing(mode, units, letters + more));
     EXPECT_EQ(answer.value("certificates", "?").empty(), tooLong);
     EXPECT_EQ(answer.value("errorMessage", "") == "listing too long", tooLong);
     EXPECT_EQ(answer.value("lastError", -1), tooLong ? 12 : 0);

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -138,6 +139,12 @@ TEST(End, ComesWhenNobodyReadsOrWritesAnyMore) {
       host.say(kListRequest);
       std::this_thread::sleep_for(300ms);  // It has begun.
       host.say(kVersionRequest);
+      std::set<std::string> blocked;  // Signals are for the threads that the module knows.
+      for (const auto& thread :
+           std::filesystem::directory_iterator("/proc/" + std::to_string(host.pid()) + "/task")) {
+        blocked.insert(statusOf(std::stoi(thread.path().filename()), "SigBlk"));
+      }
+      EXPECT_EQ(blocked.size(), 2U);
       outputFirst ? host.closeOutput() : host.closeInput();
       expectRest(host);
       outputFirst ? host.closeInput() : host.closeOutput();
