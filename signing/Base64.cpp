@@ -10,6 +10,6 @@ ItemHandle decodeBase64(std::string_view text) {
 
 std::string encodeBase64(std::span<unsigned char> bytes) {
   SECItem item{siBuffer, bytes.data(), static_cast<unsigned int>(bytes.size())};
-  const NssText text(NSSBase64_EncodeItem(nullptr, nullptr, 0, &item));
+  const NssText text(NSSBase64_EncodeItem(nullptr, nullptr, {}, &item));
   return text ? std::string(text.get()) : std::string();
 }

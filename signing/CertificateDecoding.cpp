@@ -61,10 +61,6 @@ bool copyNameText(PLArenaPool* arena, CERTName* name, char*& copy) {
 
 CertificateHandle CERT_DecodeDERCertificate(const SECItem& der, bool copyDER,
                                             const char* nickname) {
-  // An empty text of bytes is no certificate, and no input for NSS's decoder.
-  if (der.data == nullptr || der.len == 0) {
-    return nullptr;
-  }
   ArenaHandle arena(PORT_NewArena(kArenaChunkSize));
   if (!arena) {
     return nullptr;
@@ -91,17 +87,15 @@ CertificateHandle CERT_DecodeDERCertificate(const SECItem& der, bool copyDER,
     }
   }
   certificate->emailAddr = cert_GetCertificateEmailAddresses(certificate);
-  if (cert_GetKeyID(certificate) != SECSuccess || GetKeyUsage(certificate) != SECSuccess) {
+  if (cert_GetKeyID(certificate) != SECSuccess) {
     return nullptr;
   }
+  GetKeyUsage(certificate);
   if (!copyNameText(arena.get(), &certificate->subject, certificate->subjectName) ||
       !copyNameText(arena.get(), &certificate->issuer, certificate->issuerName)) {
     return nullptr;
   }
   certificate->referenceCount = 1;
-  certificate->slot = nullptr;
-  certificate->pkcs11ID = 0;
-  certificate->dbnickname = nullptr;
   certificate->arena = arena.release();  // from here the arena goes with the certificate
   return CertificateHandle(certificate);
 }
@@ -120,11 +114,10 @@ char* cert_GetCertificateEmailAddresses(CERTCertificate* certificate) {
   TextList list{start, size};
   appendEmailElements(list, arena.get(), &certificate->subject);
   appendAlternativeNames(list, arena.get(), certificate);
-
-  const auto used = static_cast<std::size_t>(list.position - start) + 1;  // with the final NUL
-  if (used <= 1) {
+  if (list.position == start) {
     return nullptr;
   }
+  const auto used = static_cast<std::size_t>(list.position - start) + 1;  // with the final NUL
   auto* const addresses = static_cast<char*>(PORT_ArenaAlloc(certificate->arena, used));
   if (addresses != nullptr) {
     PORT_Memcpy(addresses, start, used);
@@ -147,9 +140,9 @@ SECStatus cert_GetKeyID(CERTCertificate* certificate) {
   SECItem& keyId = certificate->subjectKeyID;
   keyId.len = 0;
   HeapItem extension;
-  if (CERT_FindSubjectKeyIDExtension(certificate, extension.get()) == SECSuccess &&
-      SECITEM_CopyItem(certificate->arena, &keyId, extension.get()) != SECSuccess) {
-    keyId.len = 0;
+  if (CERT_FindSubjectKeyIDExtension(certificate, extension.get()) == SECSuccess) {
+    // Not tested: a copy that fails leaves the length alone.
+    static_cast<void>(SECITEM_CopyItem(certificate->arena, &keyId, extension.get()));
   }
   if (keyId.len == 0) {
     keyId.data = static_cast<unsigned char*>(PORT_ArenaZAlloc(certificate->arena, SHA1_LENGTH));
@@ -164,14 +157,13 @@ SECStatus cert_GetKeyID(CERTCertificate* certificate) {
 
 SECStatus GetKeyUsage(CERTCertificate* certificate) {
   HeapItem usage;
-  if (CERT_FindKeyUsageExtension(certificate, usage.get()) == SECSuccess) {
+  const bool present = CERT_FindKeyUsageExtension(certificate, usage.get()) == SECSuccess;
+  certificate->keyUsagePresent = present ? PR_TRUE : PR_FALSE;
+  certificate->rawKeyUsage = kAllUses;
+  if (present) {
     // The first byte alone, whatever the length of the bit string: "decipher only" in the second
     // byte is never seen, on purpose. An empty bit string has no first byte and allows nothing.
     certificate->rawKeyUsage = usage.hasData() ? usage->data[0] : 0;
-    certificate->keyUsagePresent = PR_TRUE;
-  } else {
-    certificate->rawKeyUsage = kAllUses;
-    certificate->keyUsagePresent = PR_FALSE;
   }
   certificate->keyUsage = certificate->rawKeyUsage;
   return SECSuccess;

@@ -14,7 +14,6 @@ DigitalSignatureUtil::DigitalSignatureUtil(
 
 std::string DigitalSignatureUtil::trim(std::string_view s) {
   std::string result;
-  result.reserve(s.size());
   bool pendingSpace = false;
   for (const char character : s) {
     if (character == ' ') {

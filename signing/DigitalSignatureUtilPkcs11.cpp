@@ -81,7 +81,6 @@ void DigitalSignatureUtilPkcs11::SetErrorInfo() {
   }
   // Whatever error is current, on purpose: where no call of NSPR or NSS failed it is a stale one.
   lastLowLevelError = PR_GetError();
-  std::string text(static_cast<std::size_t>(PR_GetErrorTextLength()) + 1, '\0');
-  text.resize(static_cast<std::size_t>(PR_GetErrorText(text.data())));  // without terminator
-  errorMessage = std::move(text);
+  errorMessage.assign(static_cast<std::size_t>(PR_GetErrorTextLength()), '\0');
+  PR_GetErrorText(errorMessage.data());  // its terminator is the string's own
 }

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <utility>
 
@@ -8,12 +7,12 @@
 namespace {
 
 /// Spellings under which certificate viewers show the serial-number and state attributes.
-constexpr std::array<std::pair<std::string_view, std::string_view>, 4> kAttributeAliases{{
+constexpr std::pair<std::string_view, std::string_view> kAttributeAliases[]{
     {"identificador de objeto (2 5 4 5)", "serialnumber"},
     {"n\xFAmero de serie", "serialnumber"},  // ISO-8859-1
     {"oid.2.5.4.5", "serialnumber"},
     {"s", "st"},
-}};
+};
 
 std::string attributeName(std::string_view token) {
   std::string name = DigitalSignatureUtil::trim(token);

@@ -34,7 +34,7 @@ PublicKeyHandle miSECKEY_DecodeDERPublicKey(const SECItem& der) {
   key->pkcs11ID = CK_INVALID_HANDLE;
   miprepare_rsa_pub_key_for_asn1(*key);
 
-  SECItem copy{siBuffer, nullptr, 0};
+  SECItem copy{};
   // The template's offsets are those of the whole key, not of its RSA part.
   if (SECITEM_CopyItem(key->arena, &copy, &der) != SECSuccess ||
       SEC_QuickDERDecodeItem(key->arena, key.get(), SEC_ASN1_GET(SECKEY_RSAPublicKeyTemplate),

@@ -41,9 +41,6 @@ char lowerCase(unsigned char c) { return static_cast<char>(std::tolower(c)); }
 }  // namespace
 
 char* avaToString(PLArenaPool* arena, const CERTAVA* ava) {
-  if (ava == nullptr || ava->value.data == nullptr || ava->value.len == 0) {
-    return nullptr;
-  }
   const ItemHandle value(CERT_DecodeAVAValue(&ava->value));
   if (!value) {
     return nullptr;
@@ -69,8 +66,9 @@ std::size_t cert_RFC1485_GetRequiredLen(const char* source, std::size_t length, 
   const bool mayQuote = wanted == EQMode::kMinimalQuoted;
   bool needsQuotes = false;
   std::size_t required = 0;
-  char previous = 0;
-  for (const char c : std::string_view(source, length)) {
+  char previous = '\0';
+  const std::string_view text(source, length);
+  for (const char c : text) {
     ++required;
     if (isHexEscaped(c)) {
       required += kHexEscapeExtra;
@@ -84,7 +82,7 @@ std::size_t cert_RFC1485_GetRequiredLen(const char* source, std::size_t length, 
     }
     previous = c;
   }
-  if (mayQuote && length > 0 && (isOptionalSpace(source[0]) || isOptionalSpace(previous))) {
+  if (mayQuote && !text.empty() && (isOptionalSpace(text.front()) || isOptionalSpace(previous))) {
     needsQuotes = true;
   }
   if (needsQuotes) {

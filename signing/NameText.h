@@ -12,11 +12,11 @@ namespace certificate {
 /// How `escapeAndQuote` treats special characters.
 enum class EQMode {
   /// Hex escapes, and a backslash before double quotes and backslashes.
-  kMinimal = 0,
+  kMinimal,
   /// As minimal, and the whole value in double quotes when it needs them.
-  kMinimalQuoted = 1,
+  kMinimalQuoted,
   /// A backslash before every special character; never quoted.
-  kFull = 2,
+  kFull,
 };
 
 /// The escaped value of the attribute: in the arena, or with a null arena on the NSS heap, where

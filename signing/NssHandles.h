@@ -48,5 +48,5 @@ class HeapItem {
   [[nodiscard]] bool hasData() const { return item.data != nullptr && item.len > 0; }
 
  private:
-  SECItem item{siBuffer, nullptr, 0};
+  SECItem item{};
 };

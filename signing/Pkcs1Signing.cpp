@@ -139,7 +139,7 @@ std::string DigitalSignatureUtilPkcs11::signDigest(CK_SESSION_HANDLE session, CK
     SetErrorInfo();
     return {};
   }
-  SECItem data{siBuffer, nullptr, 0};
+  SECItem data{};
   // Not tested: on failure the token is asked to sign nothing.
   static_cast<void>(DER_Encode(arena.get(), &data, SGNDigestInfoTemplate, digestInfo.get()));
 

@@ -42,7 +42,7 @@ using FindScope = TokenScope<C_FindObjectsFinal, CK_SESSION_HANDLE>;
 /// first, then the library is finalised.
 struct TokenConnection {
   std::optional<LibraryScope> library;
-  CK_SLOT_ID slot = 0;
+  CK_SLOT_ID slot{};
   std::optional<SessionScope> sessionScope;
   CK_SESSION_HANDLE session = CK_INVALID_HANDLE;
 };

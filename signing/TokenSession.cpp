@@ -100,7 +100,7 @@ bool DigitalSignatureUtilPkcs11::Login(CK_SESSION_HANDLE session, CK_USER_TYPE u
 std::optional<CK_OBJECT_HANDLE> DigitalSignatureUtilPkcs11::findObject(CK_SESSION_HANDLE session,
                                                                        const char* what) {
   CK_OBJECT_HANDLE object = CK_INVALID_HANDLE;
-  CK_ULONG count = 0;
+  CK_ULONG count{};
   if (!checkReturnValue(C_FindObjects(session, &object, 1, &count), what) || count == 0) {
     return std::nullopt;
   }
@@ -110,36 +110,31 @@ std::optional<CK_OBJECT_HANDLE> DigitalSignatureUtilPkcs11::findObject(CK_SESSIO
 std::vector<DigitalSignatureUtilPkcs11::Bytes> DigitalSignatureUtilPkcs11::readAttributes(
     CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, std::span<const CK_ATTRIBUTE_TYPE> types) {
   constexpr const char* kLabel = "get attribute value";
-  std::vector<CK_ATTRIBUTE> attributes;
-  attributes.reserve(types.size());
-  for (const CK_ATTRIBUTE_TYPE type : types) {
-    attributes.push_back({type, nullptr, 0});
+  std::vector<CK_ATTRIBUTE> attributes(types.size());
+  for (std::size_t i = 0; i < types.size(); ++i) {
+    attributes[i].type = types[i];
   }
   if (!checkReturnValue(C_GetAttributeValue(session, object, attributes.data(), attributes.size()),
                         kLabel)) {
     return {};
   }
-  std::vector<Bytes> values;
-  values.reserve(types.size());
-  for (CK_ATTRIBUTE& attribute : attributes) {
-    if (attribute.ulValueLen > kMaximumAttributeLength) {
+  std::vector<Bytes> values(types.size());
+  for (std::size_t i = 0; i < types.size(); ++i) {
+    if (attributes[i].ulValueLen > kMaximumAttributeLength) {
       fail(CKR_ATTRIBUTE_VALUE_INVALID, kLabel);
       return {};
     }
     // One byte at least: a null pointer would make the second call a question for the length again.
-    attribute.pValue = values.emplace_back(std::max<CK_ULONG>(attribute.ulValueLen, 1)).data();
+    values[i].resize(std::max<CK_ULONG>(attributes[i].ulValueLen, 1));
+    attributes[i].pValue = values[i].data();
   }
-  std::vector<CK_ULONG> capacities;
-  capacities.reserve(types.size());
-  for (const CK_ATTRIBUTE& attribute : attributes) {
-    capacities.push_back(attribute.ulValueLen);
-  }
+  const std::vector<CK_ATTRIBUTE> asked = attributes;
   if (!checkReturnValue(C_GetAttributeValue(session, object, attributes.data(), attributes.size()),
                         kLabel)) {
     return {};
   }
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    if (attributes[i].ulValueLen > capacities[i]) {
+  for (std::size_t i = 0; i < types.size(); ++i) {
+    if (attributes[i].ulValueLen > asked[i].ulValueLen) {
       fail(CKR_BUFFER_TOO_SMALL, kLabel);
       return {};
     }
