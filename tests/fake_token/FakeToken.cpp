@@ -70,7 +70,7 @@ void readScript() {
                            {CKA_VALUE, unhex(all.at(3))}});
       } else if (line.starts_with("key ")) {
         objects.push_back({{CKA_CLASS, bytesOf(CKO_PRIVATE_KEY)}, {CKA_ID, unhex(all.at(1))}});
-        if (all.size() > 2) objects.back()[CKA_ALWAYS_AUTHENTICATE] = char{CK_TRUE};
+        if (all.size() > 2) objects.back()[CKA_ALWAYS_AUTHENTICATE] = char{all[2] == "own-login"};
       }
     }
   }
@@ -313,8 +313,8 @@ CK_RV C_SignInit(CK_SESSION_HANDLE session, CK_MECHANISM_PTR mechanism, CK_OBJEC
   const std::string text =
       listed(mechanism->mechanism, set(mechanism->pParameter), mechanism->ulParameterLen, key);
   return onSession("C_SignInit", session, text, [&](auto&) {
-    loginMissing =
-        key != 0 && key <= objects.size() && objects[key - 1].contains(CKA_ALWAYS_AUTHENTICATE);
+    const Object::value_type ownLogin{CKA_ALWAYS_AUTHENTICATE, "\1"};
+    loginMissing = std::ranges::count(objects.at(key - 1), ownLogin) != 0;
     return loggedIn ? CKR_OK : CKR_USER_NOT_LOGGED_IN;
   });
 }

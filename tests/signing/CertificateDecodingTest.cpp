@@ -72,7 +72,7 @@ TEST_F(CertificateDecoding, ReadsKeyUsageFromTheFirstByteAloneAndTheKeyIdentifie
       {"keyUsage", "keyAgreement,decipherOnly", 0x08, hash},
       {"keyUsage", "DER:030200FF", 0xFF, hash},
       {"keyUsage", "DER:030100", 0, hash},  // a bit string without a byte
-      {"subjectKeyIdentifier", "DER:0403010203", 0xFF, "\x01\x02\x03"},
+      {"subjectKeyIdentifier", "DER:040107", 0xFF, "\x07"},
       {"subjectKeyIdentifier", "DER:0400", 0xFF, hash}};  // empty: as if there were none
   for (const auto& [extension, value, usage, keyId] : kCases) {
     const CertificateHandle certificate = made({.extensions = {{extension, value}}});
@@ -101,6 +101,8 @@ TEST_F(CertificateDecoding, GathersEmailAddressesInOrder) {
         .extensions = {{"subjectAltName", "DNS:d.test,IP:1.2.3.4,email:One@A.test"}}},
        "one@a.test,one@a.test,"},
       {alternative("DER:30088103610a62810163"), "a\\0ab,c,"},
+      // In a directory name, one that is a number and has no text.
+      {alternative("DER:3019a41430123110300e06092a864886f70d010901020105810163"), "c,"},
       // Escapes grow, so a text can outgrow the certificate and is left out.
       {alternative("DER:308207d7818207d0" + test_support::hex(std::string(2000, '\n')) + "810163"),
        "c,"}};
@@ -108,10 +110,12 @@ TEST_F(CertificateDecoding, GathersEmailAddressesInOrder) {
     EXPECT_EQ(joined(made(fields)->emailAddr), expected);
   }
   // The space is the length of the DER, or 2000, and must exceed the address and its terminator.
-  const CertificateHandle certificate = made(alternative("email:" + std::string(1998, 'x')));
-  for (const auto& [space, fits] : {std::pair(1999U, false), {2000U, true}, {0U, true}}) {
+  const std::string large(1996, 'x');
+  const CertificateHandle certificate = made(alternative("email:" + large + ",email:cc,email:c"));
+  for (const auto& [space, second] : {std::pair(1999U, ""), {2000U, "c,"}, {0U, "c,"}}) {
     certificate->derCert.len = space;
-    EXPECT_EQ(certificate::cert_GetCertificateEmailAddresses(certificate.get()) != nullptr, fits);
+    EXPECT_EQ(joined(certificate::cert_GetCertificateEmailAddresses(certificate.get())),
+              large + "," + second);
   }
 }
 

@@ -66,9 +66,8 @@ TEST(NameText, IsAppendedOnlyWhenTheSpaceExceedsIt) {
       // The terminator counts twice here: it is part of what must be less than the space.
       {true, "Ab", 4, "ab\0"s, 1},
       {true, "Ab", 3, "", 3},
-      {true, "A\n\xC9", 8, "a\\0a\xC9\0"s, 2},
+      {true, " \x1F\xC9", 8, " \\1f\xC9\0"s, 2},
       {true, "A\n\xC9", 6, "", 6},
-      {true, "", 9, "", 9},
       {true, "\0a"s, 9, "", 9}};
   for (auto [raw, source, space, expected, left] : kCases) {
     std::string buffer(32, '?');
@@ -82,7 +81,11 @@ TEST(NameText, IsAppendedOnlyWhenTheSpaceExceedsIt) {
   }
   char place = '?';
   EXPECT_EQ(certificate::appendStringToBuf(&place, nullptr, nullptr), &place);
-  EXPECT_EQ(certificate::appendItemToBuf(&place, nullptr, nullptr), &place);
+  unsigned char byte = 'a';
+  const SECItem kNothing[]{{siBuffer, nullptr, 1}, {siBuffer, &byte, 0}};
+  for (const SECItem* item : {&kNothing[0], &kNothing[1], static_cast<const SECItem*>(nullptr)}) {
+    EXPECT_EQ(certificate::appendItemToBuf(&place, item, nullptr), &place);
+  }
   EXPECT_EQ(certificate::appendStringToBuf(nullptr, "a", nullptr), nullptr);
 }
 
