@@ -29,8 +29,6 @@ TEST(Growth, GoesBySteps) {
   EXPECT_EQ(capacity(JSONNode(JSON_NODE)), 0U);
   for (const int last : {1, 8, 9}) EXPECT_EQ(capacity(numbers(1, last)), last < 9 ? 8U : 16U);
   JSONNode parsed = JSONWorker::parse("[1,2,3,4,5,6,7,8,9]");
-  EXPECT_EQ(parsed.size(), 9U);
-  EXPECT_EQ(capacity(parsed), 16U);
   parsed.erase(parsed.begin(), parsed.end());
   EXPECT_EQ(capacity(parsed), 16U);  // never shrinks
 
@@ -52,6 +50,7 @@ TEST(Growth, GoesBySteps) {
   jsonChildren::reserve2(children, 7);  // room for two more than are there
   EXPECT_EQ(children.capacity, 10U);
   EXPECT_THROW(children.inc(0xFFFFFFFFU), std::bad_alloc);
+  EXPECT_THROW(children.inc(0xFFFFFFF0U), std::bad_alloc);  // no doubling leads there
 }
 
 TEST(Iterators, WalkBothWays) {
@@ -64,12 +63,13 @@ TEST(Iterators, WalkBothWays) {
   }
   EXPECT_EQ(seen, "54321531");
   JSONNode::const_iterator converted = list.begin();
-  EXPECT_EQ(converted, constant.begin());
-  EXPECT_EQ((converted + 2)[1].as_int(), 4);
+  EXPECT_EQ((2 + converted)[1].as_int(), 4);
   EXPECT_EQ(constant.end() - converted, 5);
-  EXPECT_EQ((converted++)->as_int() + (--converted)->as_int(), 2);
+  EXPECT_EQ((converted++)->as_int(), 1);
+  EXPECT_EQ((converted--)->as_int(), 2);
+  EXPECT_EQ(converted, constant.begin());
   JSONNode scalar("n", 1);
-  EXPECT_TRUE(scalar.begin() == scalar.end());
+  EXPECT_TRUE(scalar.begin() == scalar.find_nocase(""));
 }
 
 template <typename Place>
@@ -115,15 +115,12 @@ TEST(Operations, ChangeThisHandleOnly) {
       {[](N& n) { return told(n.erase(n.rbegin())); }, R"(b3 {"a":1,"B":2,"b":3})"},
       {[](N& n) { return told(n.erase(n.rbegin() + 1, n.rbegin() + 3)); },
        R"(a1 {"a":1,"l":[true]})"},
-      {[](N& n) {
-         const auto after = n.erase(n.end() - 1);
-         return after == n.end() ? ""s : "not the end";
-       },
-       R"({"a":1,"B":2,"b":3})"},
       {[](N& n) { return n.erase(n.end(), n.end()) == n.end() ? ""s : "not the end"; }, text},
       {[](N& n) { return told(n.insert(n.begin() + 1, n.begin(), n.begin())); }, "B2 " + text},
-      {[](N& n) { return told(n.insert(n.begin() + 1, from.begin(), from.end())); },
-       R"(7 {"a":1,"":7,"":8,"":9,"B":2,"b":3,"l":[true]})"},
+      {[](N& n) {
+         return told(n.insert(n.begin() + 1, from.begin(), from.end())).append(capacity(n), '.');
+       },
+       R"(7 ........{"a":1,"":7,"":8,"":9,"B":2,"b":3,"l":[true]})"},
       {[](N& n) { return told(n.insert(n.begin() + 1, from.rbegin(), from.rend())); },
        R"(9 {"a":1,"":9,"":8,"":7,"B":2,"b":3,"l":[true]})"},
       {[](N& n) { return told(n.insert(n.rbegin() + 1, from.begin(), from.end())); },
@@ -137,7 +134,7 @@ TEST(Operations, ChangeThisHandleOnly) {
       {[](N& n) { return told(n.insert(n.begin() + 1, n.begin(), n.begin() + 2)); },
        R"(a1 {"a":1,"a":1,"B":2,"B":2,"b":3,"l":[true]})"},
       {[](N& n) {
-         N others[] = {numbers(5, 6), N("n", 1), numbers(7, 7)};
+         N others[] = {JSONWorker::parse("[5,6]"), N("n", 1), numbers(7, 7)};
          const N sharer = others[0];
          N* const list[] = {&others[0], nullptr, &others[1], &others[2], &n};
          n.merge(5, list);
@@ -145,7 +142,7 @@ TEST(Operations, ChangeThisHandleOnly) {
        },
        R"([][5,6]1{"a":1,"B":2,"b":3,"l":[true],"":5,"":6,"":7})"},
       {[](N& n) {
-         N other = numbers(5, 11);
+         N other = JSONWorker::parse("[5,6,7,8,9,10,11]");
          other.merge(&n);
          return std::to_string(capacity(other)) + other.write();
        },
@@ -185,7 +182,8 @@ TEST(Operations, RefusePlacesThatAreNotTheirs) {
       [](N& n) { std::ignore = std::as_const(n)[0U].at(""); },
   };
   for (const auto& change : refused) {
-    JSONNode list = numbers(1, 2);
+    JSONNode list = numbers(1, 3);
+    list.pop_back(2U);
     try {
       change(list);
       ADD_FAILURE() << &change - refused;

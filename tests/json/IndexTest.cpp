@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <new>
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "json/_internal/Source/JSONIndex.h"
@@ -44,13 +46,17 @@ TEST(Index, IsMadeAndUsed) {
 // More bodies than the document's first memory has room for, of any number of members.
 TEST(Source, GrowsByPieces) {
   for (const std::size_t count : {20U, 30U, 50U, 250U, 5000U}) {
-    std::string text = "[0";
-    for (std::size_t i = 1; i != count; ++i) text += "," + std::to_string(i);
+    std::string text = "[[0,0]";
+    for (std::size_t i = 1; i != count; ++i) text += ",[0," + std::to_string(i) + ']';
     text += "]";
     const JSONNode root = JSONWorker::parse(text);
     EXPECT_EQ(root.size(), count);
+    for (const JSONNode& pair : root) ASSERT_EQ(pair.size(), 2U);
     EXPECT_EQ(root.write(), text);
   }
+  constexpr std::size_t kTooLong = std::size_t{1} << 32U;
+  EXPECT_THROW(json_detail::JSONSource source(kTooLong), std::bad_alloc);
+  EXPECT_THROW(JSONNode("", std::string_view(std::string("x").data(), kTooLong)), std::bad_alloc);
 }
 
 // A text with a space in front is not plain, so that it is split by looking at every byte: when

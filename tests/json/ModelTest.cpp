@@ -2,8 +2,10 @@
 #include <malloc.h>
 
 #include <algorithm>
+#include <cmath>
 #include <future>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "json/_internal/Source/FreeList.h"
@@ -58,10 +60,21 @@ TEST(Laziness, ShowsInWhatIsFetched) {
   EXPECT_EQ(root["n"].as_int(), 1);
   EXPECT_TRUE(fetched("n") && !fetched("a"));
   EXPECT_TRUE(JSONNodeAccess::body(root).text.view().empty());
+  JSONWorker::DoArray(JSONNodeAccess::body(root["a"]), "");
+  EXPECT_EQ(root["a"].type(), JSON_NULL);
   JSONWorker::DoNode(JSONNodeAccess::body(root), JSONNodeAccess::body(root).source.view());
   EXPECT_EQ(root.size(), 5U);  // in place of the five before
   JSONWorker::DoNode(JSONNodeAccess::body(root), "");
   EXPECT_EQ(root.type(), JSON_NULL);
+}
+
+TEST(Texts, AreClearedWhenTheyAreReplaced) {
+  JSONNode node("0123456789", "9876543210");
+  const std::string_view name = JSONNodeAccess::body(node).name.view();
+  const std::string_view text = JSONNodeAccess::body(node).text.view();
+  node.set_name("x");
+  node.cast(JSON_NULL);
+  EXPECT_EQ(std::string(name) + std::string(text), "x" + std::string(19, '\0'));
 }
 
 TEST(Equality, IsAboutTypesNamesValuesAndOrder) {
@@ -74,19 +87,32 @@ TEST(Equality, IsAboutTypesNamesValuesAndOrder) {
         R"({"a":1,"b":["x",true]})", R"({"a":1,"b":{"":"x","":true,"":null}})"}) {
     EXPECT_FALSE(node == JSONWorker::parse(other)) << other;
   }
+  JSONNode left = JSONWorker::parse("[1]");
+  JSONNode right = JSONWorker::parse("[2]");
+  right.push_back(JSONNode("", std::nan("")));
+  left.push_back(right[1U]);
+  EXPECT_FALSE(left == right);
+  EXPECT_TRUE(left[1U] == right[1U]);  // the same body, whatever it holds
   EXPECT_TRUE(internalJSONNode::AreEqualNoCase("aZ[1", "Az[1"));
   EXPECT_FALSE(internalJSONNode::AreEqualNoCase("a[", "a{"));  // only letters fold
   EXPECT_FALSE(internalJSONNode::AreEqualNoCase("a", "ab"));
 }
 
-TEST(Threads, ReuseTheirOwnMemoryOnly) {
+TEST(Threads, ReuseTheirOwnMemoryOnlyAndClearIt) {
+  constexpr std::size_t kSize = 100;
+  using List = json_detail::FreeList<char[kSize]>;
   const auto takeAndGive = [] {
-    void* const block = json_detail::FreeList<char[100]>::take();
-    json_detail::FreeList<char[100]>::give(block);
+    void* const block = List::take();
+    std::fill_n(static_cast<char*>(block), kSize, 'x');
+    List::give(block);
     return block;
   };
   const void* const given = takeAndGive();
   EXPECT_NE(std::async(std::launch::async, takeAndGive).get(), given);
+  void* const block = List::take();
+  const std::string_view left(static_cast<char*>(block) + sizeof block, kSize - sizeof block);
+  EXPECT_TRUE(!json_detail::kMemoryIsReused || left.find('x') == std::string_view::npos);
+  List::give(block);
 }
 
 // What is split out of copies must not pile up in the memory of the document they came from.
@@ -101,6 +127,10 @@ TEST(CopyOnWrite, CostsADocumentThatLivesOnNothing) {
   };
   const std::size_t before = inUse(10);
   EXPECT_LT(inUse(10'000), before + 10'000);
+  JSONNode large(JSON_ARRAY);  // nor does what a large tree took stay for ever
+  for (int i = 0; i < 100'000; ++i) large.push_back(JSONNode("", i));
+  large = JSONNode();
+  EXPECT_LT(inUse(1), before + 10'000'000);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <string>
 #include <string_view>
@@ -36,7 +37,12 @@ TEST(Escapes, AreMadeForEveryByteOutsidePrintableAscii) {
       EXPECT_EQ(root.write() + root[0U].as_string(), written(text) + text);
     }
   }
-  EXPECT_EQ(written("\xC3\xB1\x0B\x7F\x01"), R"(["\u00C3\u00B1\u000B\u007F\u0001"])");
+  std::string output = "x";
+  JSONWorker::UnfixString("\xC3\xB1\x0B\x7F\x01", true, output);
+  EXPECT_EQ(output, R"(x\u00C3\u00B1\u000B\u007F\u0001)");
+  JSONNode aPage = JSONWorker::parse(written(std::string(4094, 'x')));
+  EXPECT_EQ(aPage[0U].as_string().size(), 4094U);
+  EXPECT_EQ(aPage.write().size(), 4098U);
 }
 
 JSONNode named(char type, std::string_view name) {
@@ -48,10 +54,6 @@ JSONNode named(char type, std::string_view name) {
 TEST(Writing, FixesEveryByteOfBothForms) {
   JSONNode answer(JSON_NODE);
   EXPECT_EQ(answer.write() + answer.write_formatted(), "{}{}");
-  answer.push_back(JSONNode("command", 3));
-  answer.push_back(JSONNode("error", "x/y"));
-  EXPECT_EQ(answer.write(1024), R"({"command":3,"error":"x\/y"})");
-  EXPECT_EQ(answer.write_formatted(2048), "{\n\t\"command\" : 3,\n\t\"error\" : \"x\\/y\"\n}");
 
   JSONNode list = named(JSON_ARRAY, "l");
   list.push_back(JSONNode("ignored", 1));
@@ -61,9 +63,9 @@ TEST(Writing, FixesEveryByteOfBothForms) {
   tree.push_back(named(JSON_ARRAY, "e"));
   tree.push_back(list);
   tree.push_back(named(JSON_NULL, "n"));
-  EXPECT_EQ(tree.write(),
+  EXPECT_EQ(tree.write(1024),
             "{\"t\\/\\\"\\u00C3\":\"tab\\tline\\nquote\\\"\",\"e\":[],\"l\":[1,true],\"n\":null}");
-  EXPECT_EQ(tree.write_formatted(),
+  EXPECT_EQ(tree.write_formatted(2048),
             "{\n\t\"t\\/\\\"\\u00C3\" : \"tab\\tline\\nquote\\\"\",\n\t\"e\" : [],\n\t\"l\" : [\n"
             "\t\t1,\n\t\ttrue\n\t],\n\t\"n\" : null\n}");
   EXPECT_EQ(JSONNode("n", "text").write() + JSONNode("n", 1).write_formatted(), "");
@@ -87,7 +89,10 @@ TEST(Writing, LeavesNothingOfATextInThePageItWasWrittenOn) {
   void* const page = json_detail::JSONPage::List::take();  // the last that was given back
   const std::string_view left(static_cast<char*>(page), 204);
   EXPECT_EQ(left.find('x', sizeof page), std::string_view::npos);  // after the list's pointer
-  json_detail::JSONPage::List::give(page);
+  EXPECT_EQ(written(std::string(5000, 'x')).size(), 5004U);
+  void* const next = json_detail::JSONPage::List::take();  // a longer block is not kept
+  EXPECT_LT(malloc_usable_size(next), 5000U);
+  for (void* const taken : {page, next}) json_detail::JSONPage::List::give(taken);
 }
 
 TEST(Writing, GivesBackWhatWasNotReadAsItCameIn) {
@@ -105,14 +110,17 @@ TEST(Writing, GivesBackWhatWasNotReadAsItCameIn) {
   // Formatted: what is malformed shows as null, unread strings keep their text.
   EXPECT_EQ(JSONWorker::parse(R"({"a":[1:2],"s":"\u00e9\"\/"})").write_formatted(),
             "{\n\t\"a\" : null,\n\t\"s\" : \"\\u00e9\\\"\\/\"\n}");
-  EXPECT_EQ(JSONWorker::parse("[1,//a\n\"#\",[/*\"*/]]//\n]").write(), "[1,\"#\",[]]]");
+  EXPECT_EQ(JSONWorker::parse("[\"\",1,//a\n\"#\",[/*\"*/]]//\n]").write(), "[\"\",1,\"#\",[]]]");
+  EXPECT_EQ(JSONWorker::parse_unformatted("[#c#1]").write(), "[1]");
 }
 
 TEST(Writing, PutsCommentsOnLinesOfTheirOwn) {
-  JSONNode root = JSONWorker::parse("//top\n{/*one*/\"a\":1,/*x*//*y*/\"b\":2}");
+  JSONNode root = JSONWorker::parse("//t\n{/*o*/\"a\":10000,/*x*//*y*/\"b\":2}");
   EXPECT_EQ(root.write_formatted(),
-            "\n//top\n{\n\t\n\t//one\n\t\"a\" : 1,\n\t\n\t/*\n\t\tx\n\t\ty\n\t*/\n\t\"b\" : 2\n}");
-  EXPECT_EQ(root.write(), R"({"a":1,"b":2})");
+            "\n//t\n{\n\t\n\t//o\n\t\"a\" : 10000,\n\t\n\t/*\n\t\tx\n\t\ty\n\t*/\n\t\"b\" : 2\n}");
+  root[0U].set_name("another name");
+  root[0U].cast(JSON_STRING);
+  EXPECT_EQ(root.write(), R"({"another name":"10000","b":2})");
   root.set_comment("a*/b\n*/");
   EXPECT_EQ(root.write_formatted().substr(0, 18), "\n/*\n\ta* /b\n\t* /\n*/");
 }
