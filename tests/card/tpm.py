@@ -21,19 +21,15 @@ def tpm(key_and_certificate, pin):
         store = ends.enter_context(tempfile.TemporaryDirectory())
         own = {"DBUS_SESSION_BUS_ADDRESS": BUS, "TPM2_PKCS11_STORE": store, "TPM2_PKCS11_TCTI": MANAGER,
                "TPM2TOOLS_TCTI": MANAGER, "TPM2_PKCS11_BACKEND": "esysdb", "TSS2_LOG": "all+none"}
-        options = {"env": {**os.environ, **own}, "text": True, "stderr": subprocess.STDOUT}
+        silent = {"env": os.environ | own, "stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
 
         def start(*command):
-            process = ends.enter_context(subprocess.Popen(command, stdout=subprocess.DEVNULL, **options))
+            process = ends.enter_context(subprocess.Popen(command, **silent))
             ends.callback(process.terminate)
             return process
 
-        def run(*command):
-            return subprocess.run(command, stdout=subprocess.PIPE, **options)
-
         def make(*command):
-            if (outcome := run("tpm2_ptool", *command)).returncode:
-                raise RuntimeError(f"tpm2_ptool {command[0]}: {outcome.stdout}")
+            subprocess.run(["tpm2_ptool", *command], check=True, **(silent | {"stderr": None}))
 
         state = Path(store, "state")
         state.mkdir()
@@ -41,7 +37,7 @@ def tpm(key_and_certificate, pin):
               "--ctrl", f"type=tcp,port={PORT + 1}", "--flags", "not-need-init,startup-clear")
         start("dbus-daemon", "--session", "--nofork", f"--address={BUS}")
         manager, deadline = None, time.monotonic() + 20
-        while run("tpm2_getcap", "properties-fixed").returncode:
+        while subprocess.run(["tpm2_getcap", "properties-fixed"], check=False, **silent).returncode:
             if time.monotonic() > deadline:
                 raise TimeoutError("The TPM does not answer.")
             if not manager or manager.poll() is not None:  # it ends where the TPM or the bus is not up yet
