@@ -1,7 +1,7 @@
 // What the tests share: a home folder with the host registered, a token, pages, and browsers.
 import { execFileSync, spawn } from "node:child_process";
 import { sign, X509Certificate } from "node:crypto";
-import { copyFileSync, cpSync, existsSync, mkdirSync, mkdtempSync, readdirSync, readFileSync, rmSync, symlinkSync, writeFileSync } from "node:fs";
+import { copyFileSync, cpSync, existsSync, mkdirSync, mkdtempSync, readdirSync, readFileSync, rmSync, writeFileSync } from "node:fs";
 import http from "node:http";
 import { tmpdir } from "node:os";
 import path from "node:path";
@@ -12,7 +12,7 @@ export const build = path.resolve(root, process.env.SIGNING_HOST_BUILD ?? "build
 export const operator = JSON.parse(readFileSync(path.join(root, "operator/example/operator.json")));
 export const hostProgram = path.join(build, "host/signing-host");
 export const kPin = "123456";
-export const kDomainsKey = process.env.SIGNING_HOST_DOMAINS_KEY ?? path.join(build, "development-key/domains-private.pem");
+export const kDomainsKey = path.join(build, "development-key/domains-private.pem");
 const kManifests = [".config/chromium/NativeMessagingHosts", ".mozilla/native-messaging-hosts"].map((folder) => `${folder}/${operator.hostName}.json`);
 const kFirefox = ["/usr/bin/firefox-esr", "/usr/bin/firefox"].find((file) => existsSync(file));
 
@@ -35,15 +35,12 @@ export function makeHome(t) {
   const home = temporaryFolder(t);
   const host = path.join(home, "host/signing-host");
   mkdirSync(path.dirname(host));
-  symlinkSync(hostProgram, host);
+  copyFileSync(hostProgram, host);
   execFileSync(path.join(root, "demo/make-token"), [path.join(home, "token")], { stdio: "inherit" });
   const { softhsm2Conf, module } = JSON.parse(readFileSync(path.join(home, "token/token.json")));
   const env = { PATH: process.env.PATH, LANG: "C.UTF-8", HOME: home, XDG_RUNTIME_DIR: home, SOFTHSM2_CONF: softhsm2Conf, SIGNING_HOST_PKCS11_MODULE: process.env.SIGNING_HOST_CARD ?? module };
-  // As a person would; the script resolves links, so the name is put in afterwards.
-  execFileSync(path.join(root, "script/install-user"), [hostProgram], { env });
-  const manifests = kManifests.map((file) => path.join(home, file));
-  for (const file of manifests) writeFileSync(file, readFileSync(file, "utf8").replace(hostProgram, host));
-  return { home, env, manifests };
+  execFileSync(path.join(root, "script/install-user"), [host], { env }); // as a person would
+  return { home, env, manifests: kManifests.map((file) => path.join(home, file)) };
 }
 
 /** Leaves the reader of a home without a card, until the function that it returns is called. */
@@ -148,12 +145,12 @@ export async function startFirefox(t, { home, env }, extension) {
   return browser;
 }
 
-/** A browser with a home of its own, on signer.localhost; its extension serves the sites named, and its pages ask for the PIN. */
-export async function openPage(t, start, { sites = ["signer"], operatorMembers } = {}) {
+/** A browser with a home of its own, on signer.localhost; its extension serves the sites named, and its pages ask for the PIN if the operator's members do not say otherwise. */
+export async function openPage(t, start, { sites = ["signer"], ...members } = {}) {
   const home = makeHome(t);
   const address = await servePages(t);
-  const members = { sites: sites.map((site) => `http://${site}.localhost/*`), pinEntry: "page", ...operatorMembers };
-  const browser = await start(t, home, extensionOf(home.home, members));
+  const patterns = sites.map((site) => `http://${site}.localhost/*`);
+  const browser = await start(t, home, extensionOf(home.home, { sites: patterns, pinEntry: "page", ...members }));
   const page = await browser.newPage();
   await page.goto(address("signer"));
   return { home, address, browser, page };

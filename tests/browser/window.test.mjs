@@ -10,10 +10,8 @@ import { build, call, connect, domainList, extensionOf, inPage, kBrowsers, kPin,
   untilHosts } from "./support.mjs";
 
 const digestOf = (text) => createHash("sha256").update(text);
-const kOther = "xn--caf-dma.localhost"; // café, in the form of the network
-const credentials = domainList(`signer.localhost|${kOther}`);
-const sites = ["signer.localhost", kOther].map((name) => `http://${name}/*`);
-const operatorMembers = { sites, pinEntry: "extension", oneConsentForBatch: true };
+const kOther = "xn--caf-dma"; // café, in the form of the network
+const credentials = domainList(`signer.localhost|${kOther}.localhost`);
 
 /** Begins a signing that `outcome` waits for; options as the client takes them. */
 const begin = (page, method, id, what, options = {}) => page.evaluate(`window.abort = new AbortController();
@@ -53,9 +51,10 @@ async function agree(window, pin = "") {
 const axe = readFileSync(new URL("node_modules/axe-core/axe.min.js", import.meta.url), "utf8");
 /** Whether people of every kind can use what is in view, in a narrow window and in colours of their own. */
 async function check(browser, view, what) {
+  if (!browser.newCDPSession) return; // the other browser's driver has no way past the page's own policy for scripts
   await view.setViewportSize({ width: 320, height: 700 });
   assert.ok(await view.evaluate(() => document.documentElement.scrollWidth <= 320), `${what} fits into 320 px`);
-  const client = await browser.newCDPSession(view); // past the page's own policy for scripts
+  const client = await browser.newCDPSession(view);
   await client.send("Runtime.evaluate", { expression: axe });
   for (const [colorScheme, forcedColors] of [["light", "none"], ["dark", "none"], ["dark", "active"]]) {
     await view.emulateMedia({ colorScheme, forcedColors });
@@ -67,7 +66,7 @@ async function check(browser, view, what) {
 
 for (const [name, start] of kBrowsers) {
   test(name, { timeout: 400_000 }, async (t) => {
-    const { home, address, browser, page } = await openPage(t, start, { operatorMembers });
+    const { home, address, browser, page } = await openPage(t, start, { sites: ["signer", kOther], pinEntry: "extension", oneConsentForBatch: true });
     await connect(page, credentials);
     const [{ id }] = await call(page, "waitForCard");
     const digest = digestOf("what is signed").digest("base64");
@@ -133,6 +132,7 @@ for (const [name, start] of kBrowsers) {
       assert.doesNotMatch(await textOf(window, ".name"), /(long ){15}/);
       await window.evaluate(() => document.querySelector(".name button").click());
       assert.match(await textOf(window, ".name"), /(long ){30}end\.pdf/);
+      await check(browser, window, "the window");
       await agree(window);
       assert.equal(new Set((await outcome(page)).value).size, 30);
     });
@@ -151,11 +151,12 @@ for (const [name, start] of kBrowsers) {
       const window = await ask(left);
       await agree(window, "000000");
       await says(window, "#message", /wrong/);
+      await check(browser, window, "the window after a wrong PIN");
       await press(window, "Escape");
       await isOver(left, "cancelled");
       assert.equal((await call(left, "list")).length, 1, "the host that held a wrong PIN, and would refuse, was replaced");
       const closed = await openOther("signer");
-      for (const [from, leave] of [[left, () => left.goto(address("xn--caf-dma"))], [closed, () => closed.close()]]) {
+      for (const [from, leave] of [[left, () => left.goto(address(kOther))], [closed, () => closed.close()]]) {
         await ask(from);
         await leave();
         await noWindow(browser);
@@ -165,7 +166,7 @@ for (const [name, start] of kBrowsers) {
     });
 
     await t.test("two pages get one window after the other, and the page's PIN commands are refused", async () => {
-      const other = await openOther("xn--caf-dma");
+      const other = await openOther(kOther);
       const first = await ask(page, { name: "first" });
       await begin(other, "sign", id, digest, { name: "second" });
       await says(first, "#waiting", /1 more request waits/);
@@ -183,7 +184,7 @@ for (const [name, start] of kBrowsers) {
     });
 
     await t.test("a hostile page neither reaches, covers nor floods it", async () => {
-      const hostile = await openOther("xn--caf-dma");
+      const hostile = await openOther(kOther);
       const window = await ask(hostile, { name: "<img src=x onerror=alert(1)>\n".repeat(20) });
       const look = () => window.evaluate(() => [location.href, window.opener, innerWidth, innerHeight, document.querySelectorAll("img").length,
         document.hasFocus(), document.activeElement.id, document.querySelector("#sign").getBoundingClientRect().bottom <= innerHeight]);
@@ -231,16 +232,8 @@ for (const [name, start] of kBrowsers) {
       await untilHosts(home, 1);
     });
 
-    if (name === "Chromium") await t.test("for everybody", async () => {
-      const other = await openOther("signer"); // with a host that knows no PIN
-      await begin(other, "signAll", id, Array.from({ length: 12 }, (_, i) => ({ digest, name: `a name of the page, number ${i} ${"and more ".repeat(20)}` })));
-      const window = await theWindow(browser);
-      await check(browser, window, "the window");
-      await agree(window, "000000");
-      await says(window, "#message", /wrong/);
-      await check(browser, window, "the window after a wrong PIN");
-      await press(window, "Escape");
-      await isOver(other, "cancelled");
+    if (name === "Chromium") await t.test("the popup says what failed, and nothing of cards, pages and PINs", async () => {
+      const other = await openOther("signer");
       await connect(other, domainList("example.test"));
       await assert.rejects(call(other, "list"), { kind: "domain-not-authorised" });
       const popup = await browser.newPage();
@@ -254,7 +247,7 @@ for (const [name, start] of kBrowsers) {
         document.querySelector("#copy").click();
       }));
       assert.equal(JSON.parse(report).lastFailure.kind, "domain-not-authorised");
-      assert.doesNotMatch(report, /Núñez|a name of the page|123456|000000/);
+      assert.doesNotMatch(report, /Núñez|invoice|123456|000000/);
     });
 
     if (process.env.SIGNING_HOST_CARD) await t.test("a card that counts is locked at last, and the doctor says it in the same words", async () => {
