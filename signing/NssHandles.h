@@ -2,6 +2,7 @@
 
 #include <cert.h>
 #include <keyhi.h>
+#include <secdert.h>
 #include <secdig.h>
 #include <secitem.h>
 #include <secport.h>
@@ -30,7 +31,7 @@ using CertificateHandle = std::unique_ptr<CERTCertificate, NssRelease<CERT_Destr
 using DigestInfoHandle = std::unique_ptr<SGNDigestInfo, NssRelease<SGN_DestroyDigestInfo>>;
 
 /// Chunk size of every arena of the service, in bytes.
-inline constexpr unsigned long kArenaChunkSize = 2048;
+inline constexpr unsigned long kArenaChunkSize = DER_DEFAULT_CHUNKSIZE;
 
 /// An item of our own whose bytes NSS allocates on its heap.
 class HeapItem {
@@ -45,7 +46,7 @@ class HeapItem {
   SECItem* get() { return &item; }
   SECItem* operator->() { return &item; }
   /// True when there is at least one byte.
-  [[nodiscard]] bool hasData() const { return item.data != nullptr && item.len > 0; }
+  [[nodiscard]] bool hasData() const { return item.len > 0; }
 
  private:
   SECItem item{};

@@ -60,12 +60,8 @@ std::int32_t DigitalSignatureUtil::InvalidPinRetries(const std::string& moduleNa
 }
 
 void DigitalSignatureUtil::SetPin(const std::string& moduleName, const std::string& pin) {
-  const auto entry = gPines.find(moduleName);
-  if (entry == gPines.end()) {
-    gPines[moduleName].pin = pin;
-    return;
-  }
-  PinInfoStruct record = entry->second;
+  PinInfoStruct& held = gPines[moduleName];  // an unknown module gets an empty record
+  PinInfoStruct record = held;
   // The same PIN again does not clear its invalid flag: the token would only refuse it again.
   if (record.pin == pin) {
     return;
@@ -73,5 +69,5 @@ void DigitalSignatureUtil::SetPin(const std::string& moduleName, const std::stri
   overwrite(record.pin, 'X');
   record.pin = pin;
   record.invalid = false;  // the retry count stays
-  entry->second = record;  // wipes the storage that the map held
+  held = record;           // wipes the storage that the map held
 }

@@ -22,16 +22,16 @@ constexpr unsigned int kSha256Length = 32;
 // DigestInfo of PKCS#1 (RFC 8017, appendix A.2.4) in the template language of `DER_Encode`; NSS's
 // headers have it only for its newer encoder.
 DERTemplate kAlgorithmIdentifierTemplate[] = {
-    {DER_SEQUENCE, 0, nullptr, sizeof(SECAlgorithmID)},
-    {DER_OBJECT_ID, offsetof(SECAlgorithmID, algorithm), nullptr, 0},
-    {DER_OPTIONAL | DER_ANY, offsetof(SECAlgorithmID, parameters), nullptr, 0},
-    {0, 0, nullptr, 0},
+    {DER_SEQUENCE, {}, nullptr, sizeof(SECAlgorithmID)},
+    {DER_OBJECT_ID, offsetof(SECAlgorithmID, algorithm), nullptr, {}},
+    {DER_OPTIONAL | DER_ANY, offsetof(SECAlgorithmID, parameters), nullptr, {}},
+    {},
 };
 DERTemplate SGNDigestInfoTemplate[] = {
-    {DER_SEQUENCE, 0, nullptr, sizeof(SGNDigestInfo)},
-    {DER_INLINE, offsetof(SGNDigestInfo, digestAlgorithm), kAlgorithmIdentifierTemplate, 0},
-    {DER_OCTET_STRING, offsetof(SGNDigestInfo, digest), nullptr, 0},
-    {0, 0, nullptr, 0},
+    {DER_SEQUENCE, {}, nullptr, sizeof(SGNDigestInfo)},
+    {DER_INLINE, offsetof(SGNDigestInfo, digestAlgorithm), kAlgorithmIdentifierTemplate, {}},
+    {DER_OCTET_STRING, offsetof(SGNDigestInfo, digest), nullptr, {}},
+    {},
 };
 
 bool isDigestLength(unsigned int length) {

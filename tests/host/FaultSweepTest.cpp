@@ -156,51 +156,37 @@ TEST_F(FaultSweep, AModuleThatLies) {
   std::string random = "\x30\x82\xff\xff";
   std::minstd_rand noise(1);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same bytes every time
   while (random.size() < 65536) random += static_cast<char>(noise());
-  const std::string large =
-      test_support::makeCertificate({.extensions = {{"nsComment", std::string(60'000, 'x')}}});
   const auto certificates = [&](const std::string& bytes) {
-    return "certificate a1 hex " + (bytes.empty() ? "-" : hex(bytes)) + certificateB;
+    return "certificate a1 hex " + hex(bytes) + certificateB;
   };
   const std::string kNoSlot = "12 0 No se encontro ningun slot|";
   const std::string kNoValue = "12 19 get attribute value|";
   const std::string kTooLarge = "12 336 get attribute value|";
-  const std::string kNoSignature = "12 336 sign final|";
   const std::tuple<const Operation&, std::string, std::string> lies[] = {
       {list, "slots", kNoSlot},
-      {list, "lie slots 1 1000", kBoth},
-      {list, "lie slots 1 -1", "12 2 get slot list|"},
+      {list, "slots -1", ""},
+      {list, "lie slots 1 4096", kBoth},
+      {list, "lie slots 1 4097", "12 2 get slot list|"},
       {list, "lie slots 2 0", kNoSlot},
       {list, "lie slots 2 -1", kBoth},
       {list, "slots 7 9\nlie slots 1 1", "12 336 get slot list|"},
-      {list, "lie found 1 5", kBoth},
+      {list, "lie found 1 -1", kBoth},
       {list, "lie found 1 0", ""},
-      {list, "lie length 17 both 0", kB},
       {list, "lie length 258 both 0", kB},
-      {list, "lie length 17 asked -1", kNoValue + kB},
+      {list, "lie length 17 asked 1048576", kBoth},
       {list, "lie length 258 both -1", kNoValue + kB},
-      {list, "lie length 17 asked 5", kTooLarge + kB},
       {list, "lie length 17 asked 1048577", kNoValue + kB},
-      {list, "lie length 17 read 100000", kTooLarge + kB},
       {list, "lie length 258 read 3", kTooLarge + kB},
       {list, "lie length 17 read -1", kTooLarge + kB},
       {list, "lie length 17 read 3", kB},
-      {list, certificates(""), kB},
       {list, certificates(derA.substr(0, derA.size() - 1)), kB},
       {list, certificates(random), kB},
-      {list, certificates(large), kBoth},
-      {retrieve, certificates(large), nssBase64(large)},
       {retrieve, certificates(random), nssBase64(random)},
       {retrieve, certificateB + "key a1", ""},
       {retrieve, "lie length 17 both 0", ""},
-      {retrieve, "lie length 17 both -1", kNoValue},
-      {retrieve, "lie found 1 -1", retrieve.result},
       {sign, certificates(derA) + "key b2", ""},
-      {sign, "lie found 1 7", sign.result},
-      {sign, "lie found 1 0", ""},
       {sign, "lie signature 1 0", ""},
-      {sign, "lie signature 1 -1", kNoSignature},
-      {sign, "lie signature 1 2049", kNoSignature},
-      {sign, "signature 2049", kNoSignature},
+      {sign, "lie signature 1 2049", "12 336 sign final|"},
   };
   for (const auto& [operation, lie, expected] : lies) {
     SCOPED_TRACE(lie.substr(0, 100));
@@ -210,6 +196,7 @@ TEST_F(FaultSweep, AModuleThatLies) {
     EXPECT_EQ(told(host.ask(operation.request)), expected);
     const std::string calls = host.takeCalls();
     EXPECT_TRUE(calls.ends_with(" Finalize"));
+    EXPECT_TRUE(lie != "slots" || calls == " Initialize GetSlotList Finalize");
     for (const auto& [begun, ended] : {std::pair("OpenSession", "CloseSession"),
                                        {"FindObjectsInit", "FindObjectsFinal"},
                                        {"Login", "Logout"}}) {

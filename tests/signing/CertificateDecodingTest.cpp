@@ -110,12 +110,15 @@ TEST_F(CertificateDecoding, GathersEmailAddressesInOrder) {
     EXPECT_EQ(joined(made(fields)->emailAddr), expected);
   }
   // The space is the length of the DER, or 2000, and must exceed the address and its terminator.
-  const std::string large(1996, 'x');
-  const CertificateHandle certificate = made(alternative("email:" + large + ",email:cc,email:c"));
-  for (const auto& [space, second] : {std::pair(1999U, ""), {2000U, "c,"}, {0U, "c,"}}) {
+  const std::string large(1988, 'x');
+  const CertificateHandle certificate =
+      made({.subject = {{"emailAddress", "eight@b"}},
+            .extensions = {{"subjectAltName", "email:" + large + ",email:cc,email:c"}}});
+  for (const auto& [space, further] :
+       {std::pair(8U, ""s), {1999U, large + ","}, {2000U, large + ",c,"}, {0U, large + ",c,"}}) {
     certificate->derCert.len = space;
     EXPECT_EQ(joined(certificate::cert_GetCertificateEmailAddresses(certificate.get())),
-              large + "," + second);
+              "eight@b," + further);
   }
 }
 
