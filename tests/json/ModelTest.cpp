@@ -60,10 +60,10 @@ TEST(Laziness, ShowsInWhatIsFetched) {
   EXPECT_EQ(root["n"].as_int(), 1);
   EXPECT_TRUE(fetched("n") && !fetched("a"));
   EXPECT_TRUE(JSONNodeAccess::body(root).text.view().empty());
-  JSONWorker::DoArray(JSONNodeAccess::body(root["a"]), "");
-  EXPECT_EQ(root["a"].type(), JSON_NULL);
-  JSONWorker::DoNode(JSONNodeAccess::body(root), JSONNodeAccess::body(root).source.view());
-  EXPECT_EQ(root.size(), 5U);  // in place of the five before
+  internalJSONNode& list = JSONNodeAccess::body(root["a"]);
+  const std::string_view whole = list.text.view();
+  for (int i = 0; i < 2; ++i) JSONWorker::DoArray(list, whole);
+  EXPECT_EQ(list.size(), 1U);  // in place of the one before
   JSONWorker::DoNode(JSONNodeAccess::body(root), "");
   EXPECT_EQ(root.type(), JSON_NULL);
 }

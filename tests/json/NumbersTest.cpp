@@ -83,8 +83,7 @@ TEST(Constructors, GiveEveryValueItsText) {
                   static_cast<unsigned short>(65535), 0, INT_MIN, UINT_MAX),
             "65|200|-32768|65535|0|-2147483648|4294967295|");
   EXPECT_EQ(texts(LONG_MIN, ULONG_MAX, LLONG_MAX, ULLONG_MAX),
-            "-9223372036854775808|18446744073709551615|9223372036854775807|"
-            "18446744073709551615|");
+            "-9223372036854775808|18446744073709551615|9223372036854775807|18446744073709551615|");
   EXPECT_EQ(texts(1.5F, -2.25, 3.0L, true, false, "a/b", "a\0b"s),
             "1.500000|-2.250000|3.000000|true|false|a/b|a\0b|"s);
   EXPECT_EQ(texts(1.5e70L).substr(71) + texts(1e56L).substr(57), ".000000|.000000|");

@@ -122,10 +122,7 @@ JSONNode::iterator JSONNode::erase(iterator first, iterator last) {
 
 JSONNode::reverse_iterator JSONNode::erase(reverse_iterator position) {
   const unsigned int after = indexOf(position.base().place());
-  if (after == 0) {
-    throw std::out_of_range("");
-  }
-  return reverse_iterator(eraseRange(after - 1, after));
+  return reverse_iterator(eraseRange(after - 1, after));  // refused at 0, which wraps
 }
 
 JSONNode::reverse_iterator JSONNode::erase(reverse_iterator first, reverse_iterator last) {

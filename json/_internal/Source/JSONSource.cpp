@@ -35,9 +35,9 @@ JSONSource::JSONSource(std::size_t capacity) {
   block->limit = memory + size;
 }
 
-void JSONSource::addPiece(Block& block, std::size_t bytes) {
-  const std::size_t last = block.pieces != nullptr ? block.pieces->size : JSONPage::kSize;
-  const std::size_t size = std::max(std::min(last * 2, kLargestPiece), sizeof(Piece) + bytes);
+void JSONSource::addPiece(Block& block) {
+  const std::size_t size =
+      block.pieces != nullptr ? std::min(block.pieces->size * 2, kLargestPiece) : kSmallestPiece;
   char* const memory = static_cast<char*>(::operator new(size));
   block.pieces = ::new (memory) Piece{block.pieces, size};
   block.next = memory + sizeof(Piece);

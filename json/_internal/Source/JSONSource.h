@@ -57,9 +57,10 @@ class JSONSource {
   /// Memory for a `T` that lives no longer than the source; it is not given back before.
   template <typename T>
   [[nodiscard]] void* allocate() const {
-    static_assert(alignof(T) <= alignof(void*) && sizeof(T) % alignof(void*) == 0);
+    static_assert(alignof(T) <= alignof(void*) && sizeof(T) % alignof(void*) == 0 &&
+                  sizeof(Piece) + sizeof(T) <= kSmallestPiece);
     if (static_cast<std::size_t>(block->limit - block->next) < sizeof(T)) {
-      addPiece(*block, sizeof(T));
+      addPiece(*block);
     }
     return std::exchange(block->next, block->next + sizeof(T));
   }
@@ -83,7 +84,8 @@ class JSONSource {
     TextFacts facts;
   };
 
-  static void addPiece(Block& block, std::size_t bytes);
+  static constexpr std::size_t kSmallestPiece = 8192;
+  static void addPiece(Block& block);
   static void release(Block* block) noexcept;
 
   Block* block = nullptr;

@@ -78,7 +78,7 @@ class JSONText {
   }
   /// Leaves nothing behind in the room, which lives on.
   void forget() noexcept {
-    if (place == Place::kRoom && length != 0) {
+    if (place == Place::kRoom) {
       // Copied there by assign().
       // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast)
       std::memset(const_cast<char*>(bytes), 0, length);

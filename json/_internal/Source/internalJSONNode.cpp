@@ -198,10 +198,6 @@ void internalJSONNode::SetName(std::string_view newName) {
 }
 
 void internalJSONNode::Cast(char newType) {
-  Fetch();
-  if (type == static_cast<unsigned char>(newType)) {
-    return;
-  }
   switch (newType) {
     case JSON_STRING:
       Set(std::string(AsText()));

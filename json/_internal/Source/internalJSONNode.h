@@ -92,7 +92,7 @@ class internalJSONNode {
   /// A number and its text.
   void SetNumber(double number, std::string_view digits);
   void SetName(std::string_view newName);
-  /// Turns the value into another type; see JSONNode::cast().
+  /// Turns a fetched value into another type; see JSONNode::cast().
   void Cast(char newType);
 
   /// The child's handle slot, or null when there is none or this is no container.

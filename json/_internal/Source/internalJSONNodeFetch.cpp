@@ -8,14 +8,13 @@ namespace {
 
 bool hasEscape(std::string_view text) { return text.find('\\') != std::string_view::npos; }
 
-/// Makes an escaped text its characters, without the bytes at its ends. Returns whether there were
-/// escapes. Seldom needed, and kept out of what is.
-[[gnu::noinline]] bool unescape(json_detail::JSONText& text, std::size_t ends) {
+/// Makes an escaped text its characters, without the bytes at its ends. Seldom needed, and kept out
+/// of what is.
+[[gnu::noinline]] void unescape(json_detail::JSONText& text, std::size_t ends) {
   bool hadEscape = false;
   const std::string_view inner = text.view().substr(ends, text.view().size() - 2 * ends);
   const std::string characters = json_detail::unescaped(inner, hadEscape);
   text.assign(characters);
-  return hadEscape;
 }
 
 [[gnu::noinline]] void setComment(json_detail::JSONText& comment, std::string_view runs) {
@@ -29,7 +28,8 @@ void internalJSONNode::FetchNow() {
     case JSON_STRING:
       // The quotes go last: where memory runs out, the next attempt meets them again.
       if (source.facts().mayHoldEscapes && hasEscape(text.view())) {
-        textEncoded = unescape(text, 1);
+        unescape(text, 1);
+        textEncoded = true;
       } else {
         text.dropEnds();
       }
