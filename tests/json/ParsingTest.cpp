@@ -163,7 +163,7 @@ TEST(Compaction, KeepsWhatMattersAndCutsTheTextAtWhatCannotBeJson) {
   EXPECT_EQ(JSONWorker::RemoveWhiteSpace(R"([ "a\"b" ])", false).view(), R"(["a\"b"])");
 }
 
-const bool kHidden = JSONWorker::used_ascii_one;
+const bool kHidden = JSONWorker::used_ascii_one;  // NOLINT(*-global-init): a constant
 
 TEST(Compaction, RemembersThatAQuoteWasHidden) {
   EXPECT_FALSE(kHidden);  // before any text was read
