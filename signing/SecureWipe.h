@@ -1,14 +1,12 @@
 #pragma once
 
-#include <cstddef>
 #include <cstring>
 #include <string>
 
 /// Writes `filler` over every character of the text; the compiler cannot drop the writes.
 inline void overwrite(std::string& text, char filler) noexcept {
-  volatile char* const characters = text.data();
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    characters[i] = filler;
+  for (volatile char& character : text) {
+    character = filler;
   }
 }
 

@@ -179,7 +179,6 @@ TEST_F(FaultSweep, AModuleThatLies) {
       {list, "lie length 258 read 3", kTooLarge + kB},
       {list, "lie length 17 read -1", kTooLarge + kB},
       {list, "lie length 17 read 3", kB},
-      {list, certificates(derA.substr(0, derA.size() - 1)), kB},
       {list, certificates(random), kB},
       {retrieve, certificates(random), nssBase64(random)},
       {retrieve, certificateB + "key a1", ""},
