@@ -6,7 +6,6 @@ import os
 import subprocess
 import tempfile
 import time
-from pathlib import Path
 
 BUS = "unix:path=/run/tpm-bus"
 MANAGER = "tabrmd:bus_type=session"
@@ -31,9 +30,7 @@ def tpm(key_and_certificate, pin):
         def make(*command):
             subprocess.run(["tpm2_ptool", *command], check=True, **(silent | {"stderr": None}))
 
-        state = Path(store, "state")
-        state.mkdir()
-        start("swtpm", "socket", "--tpm2", "--tpmstate", f"dir={state}", "--server", f"type=tcp,port={PORT}",
+        start("swtpm", "socket", "--tpm2", "--tpmstate", f"dir={store}", "--server", f"type=tcp,port={PORT}",
               "--ctrl", f"type=tcp,port={PORT + 1}", "--flags", "not-need-init,startup-clear")
         start("dbus-daemon", "--session", "--nofork", f"--address={BUS}")
         manager, deadline = None, time.monotonic() + 20
