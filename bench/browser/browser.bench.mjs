@@ -97,7 +97,7 @@ async function measure({ SigningClient }, { plan, credentials, pin, digest }) {
 
 for (const [browserName, start] of [["chromium", startChromium], ["firefox", startFirefox]]) {
   test(browserName, { timeout: 600_000 }, async (t) => {
-    const home = makeHome(t);
+    const home = makeHome();
     const address = await servePages(t);
     const ours = extensionOf(home.home, { sites: ["http://signer.localhost/*"], pinEntry: "page" });
     const minimal = addMinimal(home);

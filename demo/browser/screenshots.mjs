@@ -14,7 +14,7 @@ const undo = [];
 const t = { after: (one) => undo.push(one) };
 
 async function open(language, isRegistered = true) {
-  const home = makeHome(t);
+  const home = makeHome();
   if (!isRegistered) for (const file of home.manifests) rmSync(file);
   const insertCard = takeCardOut(home);
   const url = await startServer(t, path.join(root, "demo/browser/serve"), ["--port", "0", "--key", kDomainsKey]);

@@ -48,7 +48,7 @@ function pretend({ language, messages, isWell }) {
 }
 
 try {
-  const home = temporaryFolder(t);
+  const home = temporaryFolder();
   const packed = path.join(extensionOf(home, {}), "chromium");
   const server = http.createServer((request, response) => {
     const file = new URL(request.url, "http://localhost").pathname;

@@ -18,7 +18,7 @@ async function openDemo(t, home, members, locale = "en-US") {
 }
 
 test("signing a text and a file", { timeout: 180_000 }, async (t) => {
-  const home = makeHome(t);
+  const home = makeHome();
   const { page, wrong } = await openDemo(t, home, { pinEntry: "page" });
   const signButton = page.locator("#sign");
   const pad = page.getByRole("dialog", { name: "PIN of your card" });
@@ -100,7 +100,7 @@ test("signing a text and a file", { timeout: 180_000 }, async (t) => {
 });
 
 test("the page waits for a card, in the language of the browser, goes on by itself and signs in the extension's window", { timeout: 60_000 }, async (t) => {
-  const home = makeHome(t);
+  const home = makeHome();
   const insertCard = takeCardOut(home);
   const { page } = await openDemo(t, home, {}, "es-CR");
   await page.getByRole("heading", { name: "Inserte su tarjeta" }).waitFor();

@@ -5,7 +5,7 @@ import { rmSync } from "node:fs";
 import net from "node:net";
 import path from "node:path";
 import { test } from "node:test";
-import { call, connect, domainList, hostsOf, inPage, kBrowsers, kPin, openPage, startChromium, startServer, untilHosts } from "./support.mjs";
+import { call, connect, domainList, hostsOf, inPage, kBrowsers, kPin, openPage, startChromium, startServer, untilHosts, visit } from "./support.mjs";
 
 const kDocument = "what is signed";
 const digest = createHash("sha256").update(kDocument).digest("base64");
@@ -86,8 +86,7 @@ for (const [name, start] of kBrowsers) {
     });
 
     await t.test("an unauthorised page is refused, also when it lies about its domain", async () => {
-      const other = await browser.newPage();
-      await other.goto(address("other"));
+      const other = await visit(browser, address("other"));
       await connect(other, credentials);
       const refusal = { kind: "domain-not-authorised", code: 9 };
       for (let i = 0; i < 2; ++i) await assert.rejects(call(other, "list"), refusal); // the host tells it once
@@ -118,8 +117,7 @@ for (const [name, start] of kBrowsers) {
       // A port's messages cross Firefox's main process: a gigabyte of them ends the browser itself.
       const overPort = rows.map((row) => ({ ...row, count: name === "Firefox" && row.request?.pin ? 20_000 : row.count, usesPort: true }));
       for (const row of [...rows, ...overPort]) {
-        const hostile = await browser.newPage();
-        await hostile.goto(address("other"));
+        const hostile = await visit(browser, address("other"));
         const calm = Math.max(60, await slowestVersion(page, 1000)); // beside the same page, before it floods
         const flooding = hostile.evaluate(flood, row);
         const slowest = await slowestVersion(page, 4000);
@@ -135,8 +133,7 @@ for (const [name, start] of kBrowsers) {
     });
 
     await t.test("leaving the page or closing the tab ends its host", async () => {
-      const left = await browser.newPage();
-      await left.goto(address("signer"));
+      const left = await visit(browser, address("signer"));
       // document.open() takes the window's listeners away, the extension's too.
       await left.evaluate(() => { document.open(); document.write("<title>anew</title>"); document.close(); });
       await connect(left, credentials);
@@ -175,8 +172,7 @@ test("a relay for one site", { timeout: 120_000 }, async (t) => {
   assert.match(`${subject} ${await call(page, "certificate", id)}`, /María Núñez Solís.* MII/);
 
   // A page of another origin gets no host.
-  const other = await browser.newPage();
-  await other.goto(address("other"));
+  const other = await visit(browser, address("other"));
   await assert.rejects(connect(other, ...relay), { kind: "relay-unreachable" });
   assert.equal(hostsOf(home).length, 1);
 

@@ -16,23 +16,16 @@ export const kDomainsKey = path.join(build, "development-key/domains-private.pem
 const kManifests = [".config/chromium/NativeMessagingHosts", ".mozilla/native-messaging-hosts"].map((folder) => `${folder}/${operator.hostName}.json`);
 const kFirefox = ["/usr/bin/firefox-esr", "/usr/bin/firefox"].find((file) => existsSync(file));
 
-const cleanUps = new WeakMap();
-/** Has something undone when the test ends, the last made first: browsers before their folders. */
-function afterwards(t, undo) {
-  if (!cleanUps.has(t)) t.after(async () => { for (const one of cleanUps.get(t)) await one(); });
-  cleanUps.set(t, [undo, ...(cleanUps.get(t) ?? [])]);
-}
-
-/** A folder that goes when the test ends. */
-export function temporaryFolder(t) {
+/** A folder that goes at the very end: browsers that end with their test still write into theirs. */
+export function temporaryFolder() {
   const folder = mkdtempSync(path.join(tmpdir(), "signing-host-"));
-  afterwards(t, () => rmSync(folder, { recursive: true, force: true, maxRetries: 5, retryDelay: 200 }));
+  process.on("exit", () => rmSync(folder, { recursive: true, force: true, maxRetries: 5, retryDelay: 200 }));
   return folder;
 }
 
 /** A home whose browsers find the host, under a name of its own, and a token with one signing certificate. */
-export function makeHome(t) {
-  const home = temporaryFolder(t);
+export function makeHome() {
+  const home = temporaryFolder();
   const host = path.join(home, "host/signing-host");
   mkdirSync(path.dirname(host));
   copyFileSync(hostProgram, host);
@@ -102,14 +95,14 @@ export async function servePages(t) {
     response.end(type ? readFileSync(path.join(root, url)) : "<!doctype html><html lang=en><title>page</title>");
   });
   await new Promise((resolve) => server.listen(0, resolve));
-  afterwards(t, () => { server.closeAllConnections(); server.close(); });
+  t.after(() => { server.closeAllConnections(); server.close(); });
   return (name) => `http://${name}.localhost:${server.address().port}/`;
 }
 
 /** Starts a program, waits until its output has a line that matches, and returns the output. */
 export function startServer(t, program, args, env = process.env, ready = /\n/) {
   const child = spawn(program, args, { stdio: ["ignore", "pipe", "pipe"], env });
-  afterwards(t, () => { child.kill(); });
+  t.after(() => { child.kill(); });
   let output = "";
   return new Promise((resolve, reject) => {
     for (const stream of [child.stdout, child.stderr]) {
@@ -125,11 +118,13 @@ export async function startChromium(t, { home, env }, extension, options = {}) {
   const browser = await chromium.launchPersistentContext(path.join(home, ".config/chromium"), {
     executablePath: "/usr/bin/chromium", env,
     headless: false, // the driver's headless is an older kind without extensions; the flag asks for the new one
+    // Without a folder, the extensions are those of a policy, which the driver would switch off with their updater.
+    ignoreDefaultArgs: extension ? [] : ["--disable-extensions", "--disable-background-networking", "--disable-component-update"],
     args: ["--headless=new", "--disable-gpu", "--disable-quic", ...(process.getuid() === 0 ? ["--no-sandbox"] : []),
       ...(extension ? ["--disable-extensions-except", "--load-extension"].map((flag) => `${flag}=${extension}/chromium`) : [])],
     ...options,
   });
-  afterwards(t, () => browser.close());
+  t.after(() => browser.close());
   return browser;
 }
 
@@ -140,20 +135,25 @@ export async function startFirefox(t, { home, env }, extension) {
     browser: "firefox", executablePath: kFirefox, headless: true, env, userDataDir: path.join(home, "firefox-profile"),
     extraPrefsFirefox: { "network.captive-portal-service.enabled": false, "network.connectivity-service.enabled": false, "toolkit.telemetry.server": "data:," },
   });
-  afterwards(t, () => browser.close());
+  t.after(() => browser.close());
   if (extension) await browser.installExtension(path.join(extension, "firefox"));
   return browser;
 }
 
+/** A new page at an address. */
+export async function visit(browser, address) {
+  const page = await browser.newPage();
+  await page.goto(address);
+  return page;
+}
+
 /** A browser with a home of its own, on signer.localhost; its extension serves the sites named, and its pages ask for the PIN if the operator's members do not say otherwise. */
 export async function openPage(t, start, { sites = ["signer"], ...members } = {}) {
-  const home = makeHome(t);
+  const home = makeHome();
   const address = await servePages(t);
   const patterns = sites.map((site) => `http://${site}.localhost/*`);
   const browser = await start(t, home, extensionOf(home.home, { sites: patterns, pinEntry: "page", ...members }));
-  const page = await browser.newPage();
-  await page.goto(address("signer"));
-  return { home, address, browser, page };
+  return { home, address, browser, page: await visit(browser, address("signer")) };
 }
 
 /** Runs a function with the client's module in the page. An error comes back as its kind and codes. */

@@ -7,7 +7,7 @@ import path from "node:path";
 import { test } from "node:test";
 import { pageState } from "../../extension/page-state.js";
 import { build, call, connect, domainList, extensionOf, inPage, kBrowsers, kPin, makeCertificate, openPage, temporaryFolder, until,
-  untilHosts } from "./support.mjs";
+  untilHosts, visit } from "./support.mjs";
 
 const digestOf = (text) => createHash("sha256").update(text);
 const kOther = "xn--caf-dma"; // café, in the form of the network
@@ -76,8 +76,7 @@ for (const [name, start] of kBrowsers) {
       await noWindow(browser);
     };
     const openOther = async (name) => {
-      const other = await browser.newPage();
-      await other.goto(address(name));
+      const other = await visit(browser, address(name));
       await connect(other, credentials);
       return other;
     };
@@ -236,9 +235,8 @@ for (const [name, start] of kBrowsers) {
       const other = await openOther("signer");
       await connect(other, domainList("example.test"));
       await assert.rejects(call(other, "list"), { kind: "domain-not-authorised" });
-      const popup = await browser.newPage();
       const extension = new URL(browser.serviceWorkers()[0].url()).host;
-      await popup.goto(`chrome-extension://${extension}/popup/popup.html`);
+      const popup = await visit(browser, `chrome-extension://${extension}/popup/popup.html`);
       await popup.getByText("Found, protocol 1.1").waitFor();
       await popup.getByText("This site is not in the list of domains that may use the card.").waitFor();
       await check(browser, popup, "the popup");
@@ -275,7 +273,7 @@ test("why a page is not served", () => {
   for (const [address, state] of Object.entries(states)) assert.equal(pageState(address, served, true), state, address);
 });
 
-test("what the host gets: no signing request before the consent, never the page's name, no more after a lock; and what was signed is told", async (t) => {
+test("what the host gets: no signing request before the consent, never the page's name, no more after a lock; and what was signed is told", async () => {
   const event = () => { const heard = []; return { addListener: (one) => heard.push(one), tell: (told) => heard.forEach((one) => one(told)) }; };
   const port = (members) => ({ told: [], onMessage: event(), onDisconnect: event(), disconnect() {}, postMessage(message) { this.told.push(message); }, ...members });
   const opened = [];
@@ -283,7 +281,7 @@ test("what the host gets: no signing request before the consent, never the page'
     runtime: { id: "me", getURL: (file) => `chrome-extension://me/${file}` }, storage: { session: { set: async () => {} } },
     windows: { onRemoved: event(), remove: async () => {}, create: async ({ url }) => { opened.push(url); return { id: 1 }; } },
   };
-  const packed = path.join(extensionOf(temporaryFolder(t), {}), "chromium");
+  const packed = path.join(extensionOf(temporaryFolder(), {}), "chromium");
   const [{ Broker }, { SigningWindow }] = await Promise.all(["broker.js", "windows.js"].map((file) => import(path.join(packed, file))));
   const refusal = { command: 5, error: true, lastLowLevelError: 0, errorMessage: "", missingPin: true, pinRetryCount: 0 };
   const { key, certificate } = makeCertificate();
