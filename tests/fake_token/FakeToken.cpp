@@ -70,7 +70,8 @@ void readScript() {
                            {CKA_VALUE, unhex(all.at(3))}});
       } else if (line.starts_with("key ")) {
         objects.push_back({{CKA_CLASS, bytesOf(CKO_PRIVATE_KEY)}, {CKA_ID, unhex(all.at(1))}});
-        if (all.size() > 2) objects.back()[CKA_ALWAYS_AUTHENTICATE] = char{all[2] == "own-login"};
+        if (all.size() > 2)
+          objects.back()[CKA_ALWAYS_AUTHENTICATE] = all[2] == "plain" ? '\0' : '\1';
       }
     }
   }
