@@ -227,7 +227,7 @@ TEST_F(FaultSweep, AModuleThatLies) {
   const std::string shorter = listing("ws", 1);
   const std::size_t most = (1U << 20U) - 4096 - shorter.size() + shorter.find("\"certificates");
   for (const auto& [mode, more, tooLong] :
-       {std::tuple("native", 0, false), {"native", 1, true}, {"ws", 1, false}}) {
+       {std::tuple("native", 0U, false), {"native", 1U, true}, {"ws", 1U, false}}) {
     const json answer = json::parse(listing(mode, most + more));
     EXPECT_EQ(answer.value("certificates", "?").empty(), tooLong);
     EXPECT_EQ(answer.value("errorMessage", "") == "listing too long", tooLong);
