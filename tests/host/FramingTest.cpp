@@ -161,8 +161,8 @@ TEST(End, ComesWhenNobodyReadsOrWritesAnyMore) {
   const TemporaryFolder folder;
   folder.write("script", "hang C_Initialize 1\n");
   folder.write("input", frame(initializeRequest()) + frame(kListRequest));
-  HostProcess host({}, {"env", "SIGNING_HOST_PKCS11_MODULE=" FAKE_TOKEN,
-                        "FAKE_TOKEN_SCRIPT=" + folder.file("script"), "sh", "-c",
+  const std::string module = "SIGNING_HOST_PKCS11_MODULE=" FAKE_TOKEN;
+  HostProcess host({}, {"env", module, "FAKE_TOKEN_SCRIPT=" + folder.file("script"), "sh", "-c",
                         "exec \"$0\" <'" + folder.file("input") + "'"});
   EXPECT_NE(host.hear(), "");
   host.closeOutput();
