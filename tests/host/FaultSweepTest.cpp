@@ -210,9 +210,7 @@ TEST_F(FaultSweep, AModuleThatLies) {
   const long room = kSanitized ? 1'000'000 : 100L * 64;  // An object has 64 kB.
   EXPECT_LT(std::stol(statusOf(host.process.pid(), "VmHWM")), before + room);
   // Browsers would end the conversation for a longer answer. A unit takes a hundred bytes of it.
-  std::string unit;
-  while (unit.size() < 16) unit += "\xC3\xA9";
-  test_support::NameFields name(10'444, {"OU", unit});
+  test_support::NameFields name(10'444, {"OU", "\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9\u00e9"});
   name.emplace_back("street", "");
   const auto listing = [&](const char* mode, std::size_t letters) {
     name.back().second.assign(letters, 'x');
