@@ -22,8 +22,9 @@ std::string converted(const std::string& row) {
   JSONNode root = JSONWorker::parse("[" + textOf(row) + "]");
   const JSONNode& node = root[0U];
   const auto natural = static_cast<unsigned long long>(node);
+  const auto truth = static_cast<bool>(JSONWorker::parse("[" + textOf(row) + "]")[0U]);  // unread
   return textOf(row) + " -> " + std::to_string(static_cast<long long>(node)) + ' ' +
-         std::to_string(natural) + (node ? " 1" : " 0");
+         std::to_string(natural) + (truth ? " 1" : " 0");
 }
 
 TEST(Numbers, AreRecognisedMoreWidelyThanTheStandardHasIt) {
